@@ -1,0 +1,26 @@
+# Set-up commands: `make test` builds the library and runs every test; `make demo` builds and
+# runs the main job. Both install missing Debian packages first (apt-get, as root).
+BUILD_DIR ?= build
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE_FLAGS ?=
+
+TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev
+
+.PHONY: all build test deps-test clean
+
+all: build
+
+deps-test:
+	@scripts/install-deps.sh $(TEST_PACKAGES)
+
+$(BUILD_DIR)/CMakeCache.txt:
+	cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS)
+
+build: deps-test $(BUILD_DIR)/CMakeCache.txt
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+clean:
+	rm -rf $(BUILD_DIR)

@@ -1,0 +1,110 @@
+// FlicImage: the library's 8-bit raster image of one (grey) or three (RGB) channels.
+//
+// Layout: row y starts at data + y * bytesPerLine; pixel x occupies nChannels bytes at
+// x * nChannels within the row; channels are interleaved R, G, B. Row 0 is the bottom row of
+// the picture. The image owns `buffer` (malloc/realloc/free) and may instead wrap caller memory
+// through `data`, which it never frees.
+//
+// Operations taking a trailing `FlicImage* result` work in place when it is null and write into
+// `result` (resized as needed) otherwise.
+#ifndef MUSKEIP_IMAGE_H
+#define MUSKEIP_IMAGE_H
+
+class FlicVectorField;
+
+class FlicImage {
+  public:
+    unsigned char* buffer; // owned pixel block, or null
+    unsigned char* data;   // first byte of row 0 (== buffer after every setSize)
+    int width;             // pixels per row
+    int height;            // number of rows
+    int nChannels;         // bytes per pixel: 1 grey, 3 RGB
+    int bytesPerLine;      // distance between row starts in bytes
+
+    // Empty image: no pixels, null pointers, zero geometry.
+    FlicImage();
+    // Grey image of the given size with uninitialised pixels.
+    FlicImage(int width, int height);
+    // Image of the given size and channel count with uninitialised pixels.
+    FlicImage(int width, int height, int nChannels);
+    // Wraps caller memory as a grey image with the given row distance; with null `data` it
+    // allocates a compact grey image instead (bytesPerLine is then ignored).
+    FlicImage(int width, int height, int bytesPerLine, unsigned char* data);
+    // As above with an explicit channel count.
+    FlicImage(int width, int height, int nChannels, int bytesPerLine, unsigned char* data);
+    // Deep, compact copy (rows read by the other image's bytesPerLine).
+    FlicImage(const FlicImage& other);
+    // Frees the owned block; wrapped memory stays the caller's.
+    ~FlicImage();
+    // Deep, compact copy into this image (resized to the other's geometry).
+    void operator=(const FlicImage& other);
+
+    // --- Container, sampling, statistics, files -------------------------------------------
+
+    // Sets the geometry and (re)allocates the owned block (contents not initialised); a pixel
+    // count of zero or less frees the block. Always ends with data == buffer. Returns 1, or 0
+    // (image unchanged, error reported) when the byte count does not fit a 32-bit int.
+    int setSize(int width, int height, int nChannels);
+    // Sets every byte of every row to the low byte of `value`.
+    void clear(int value);
+    // Bilinear sample of a compact grey image at a position wrapped with period size - 1.
+    unsigned char interp(float x, float y) const;
+    // Nearest-lower sample of a compact grey image at a wrapped position.
+    unsigned char interpConst(float x, float y) const;
+    // Fills every byte with white noise from drand48 (seeded with `seed` when it is > 0):
+    // 0/255 when `binary` is non-zero, else uniform 0..255.
+    void createRandom(int binary, int seed);
+    // Mean and standard deviation of all bytes, in single precision.
+    void getStatistics(float& mean, float& sdev) const;
+    // Writes a 256-line histogram "value count" file and prints the mean on standard output.
+    // Returns 1, or 0 with a message on standard error when the file cannot be created.
+    int writeHistogram(const char* filename) const;
+    // Writes a PNM file (P5/P6 binary, P2/P3 when `ascii` is non-zero). Returns 1, or 0 with a
+    // message on standard error when the file cannot be created.
+    int writePNM(const char* filename, int ascii = 0) const;
+    // Reads a P2, P3, P5 or P6 file into this image, resizing it. Returns 1, or 0 with a report
+    // through flic_ioerror/flic_error (image unchanged).
+    int readPNM(const char* filename);
+
+    // --- Arithmetic and compositing -------------------------------------------------------
+
+    // Linear stretch of the non-zero bytes to the wanted mean and standard deviation.
+    void autoAdjust(float mean, float sdev, FlicImage* result = nullptr);
+    // Maps `low` to 0 and `high` to 255, clamped.
+    void brighten(int low, int high, FlicImage* result = nullptr);
+    // RGB to one-channel luminance 0.3 R + 0.59 G + 0.11 B.
+    void colorToGrey(FlicImage* result = nullptr);
+    // Extracts one channel as a grey image.
+    void oneband(int band, FlicImage* result = nullptr);
+    // Builds this image as RGB from three grey images. Returns 1, or 0 if sizes differ.
+    int glue(const FlicImage& r, const FlicImage& g, const FlicImage& b);
+    // Gives the colour image of the pair the lightness of the grey one. Returns 1 or 0.
+    int mix(const FlicImage& other, FlicImage* result = nullptr);
+    // Appends an alpha channel from a one-channel mask. Returns 1 or 0.
+    int applyMask(const FlicImage& mask, FlicImage* result = nullptr);
+    // Product of two images scaled by 1/255. Returns 1 or 0.
+    int multiply(const FlicImage& other, FlicImage* result = nullptr);
+    // Difference of two images around 128. Returns 1 or 0.
+    int subtract(const FlicImage& other, FlicImage* result = nullptr);
+    // Cuts out (or pads to) the rectangle with inclusive corners. Returns 1.
+    int crop(int x0, int y0, int x1, int y1, FlicImage* result = nullptr);
+    // Scan-line seed fill of the connected region of equal value. Returns the pixels filled.
+    int floodFill(int x, int y, int value, int* bbox = nullptr, FlicImage* result = nullptr);
+
+    // --- Filters ----------------------------------------------------------------------------
+
+    // Separable convolution with a symmetric half-kernel of n taps (k[0] the centre).
+    int convolve(int n, const float* kernel, FlicImage* result = nullptr);
+    // Gaussian blur with a kernel of n half-taps and standard deviation n pixels.
+    int gaussBlur(int n, FlicImage* result = nullptr);
+    // 3 x 3 median filter with clamped borders.
+    int medianFilter(FlicImage* result = nullptr);
+    // Resamples to newWidth x newHeight with the triangle filter.
+    int zoom(int newWidth, int newHeight, FlicImage* result = nullptr);
+    // Relief shading under one light direction (radians).
+    int emboss(float azimuth, float elevation, int width45, FlicImage* result = nullptr);
+    // Relief shading with the light's horizontal direction taken from a vector field.
+    int emboss(FlicVectorField& field, FlicImage* result = nullptr);
+};
+
+#endif

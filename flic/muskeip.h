@@ -1,0 +1,11 @@
+// muskeip: Fast Line Integral Convolution of planar vector fields.
+// Umbrella header: includes every public header of the library.
+#ifndef MUSKEIP_H
+#define MUSKEIP_H
+
+#include "messages.h"
+#include "image.h"
+#include "vectorfield.h"
+#include "scalarfield.h"
+
+#endif

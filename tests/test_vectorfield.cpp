@@ -1,0 +1,233 @@
+// FlicVectorField container, utilities and "FLIC VECTOR" files.
+#include "vectorfield.h"
+#include "testutil.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+using testutil::MessageCapture;
+using testutil::readFile;
+using testutil::TempDir;
+using testutil::writeFile;
+
+namespace {
+
+// A field whose node i holds (i + 0.5, -i).
+FlicVectorField rampField(int width, int height) {
+    FlicVectorField field(width, height);
+    for (int i = 0; i < width * height; i++) {
+        field.data[2 * i] = i + 0.5f;
+        field.data[2 * i + 1] = -static_cast<float>(i);
+    }
+    return field;
+}
+
+std::string floatsAsBytes(const float* values, int count) {
+    return std::string(reinterpret_cast<const char*>(values), 4 * count);
+}
+
+} // namespace
+
+TEST(VectorField, ConstructionOwnershipAndResizing) {
+    FlicVectorField empty;
+    EXPECT_EQ(empty.data, nullptr);
+    EXPECT_EQ(empty.width, 0);
+
+    float caller[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    {
+        FlicVectorField wrapped(2, 2, caller);
+        EXPECT_EQ(wrapped.data, caller);
+        EXPECT_EQ(wrapped.buffer, nullptr);
+        EXPECT_EQ(wrapped.vectors()[3].y, 8.0f);
+        wrapped.setSize(2, 2); // same size: moves to new, owned storage
+        EXPECT_NE(wrapped.data, caller);
+        EXPECT_EQ(wrapped.data, wrapped.buffer);
+        wrapped.data[0] = -1;
+    }
+    EXPECT_EQ(caller[0], 1.0f); // untouched, not freed
+
+    FlicVectorField field(3, 3);
+    field.setSize(0, 7);
+    EXPECT_EQ(field.buffer, nullptr);
+    EXPECT_EQ(field.data, nullptr);
+    EXPECT_EQ(field.width, 0);
+    EXPECT_EQ(field.height, 7);
+
+    FlicVectorField copy = rampField(3, 2);
+    FlicVectorField second(copy);
+    EXPECT_NE(second.data, copy.data);
+    EXPECT_EQ(floatsAsBytes(second.data, 12), floatsAsBytes(copy.data, 12));
+
+    MessageCapture capture;
+    EXPECT_EQ(copy.setSize(100000, 100000), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: vector field size 100000 x 100000 is too large");
+    EXPECT_EQ(copy.width, 3);
+}
+
+TEST(VectorField, PixelCallbackStoresInsideOnly) {
+    FlicVectorField field(3, 2);
+    memset(field.data, 0, 6 * sizeof(Vec2f));
+    float values[6] = {4, 5, 9, 9, 9, 9};
+    FlicVectorField::pixelCallback(2, 1, values, &field);
+    EXPECT_EQ(field.vectors()[5].x, 4.0f);
+    EXPECT_EQ(field.vectors()[5].y, 5.0f);
+    FlicVectorField::pixelCallback(3, 0, values, &field);  // x = width
+    FlicVectorField::pixelCallback(0, -1, values, &field); // y = -1
+    FlicVectorField::pixelCallback(0, 2, values, &field);  // y = height
+    for (int i = 0; i < 5; i++)
+        EXPECT_EQ(field.vectors()[i].x, 0.0f);
+}
+
+TEST(VectorField, MaxAndNormalize) {
+    FlicVectorField field(2, 2);
+    float values[8] = {0, 0, 3, 4, -6, 8, 0, 0};
+    memcpy(field.data, values, sizeof values);
+    EXPECT_FLOAT_EQ(field.getMax(), 10.0f);
+    field.normalize();
+    EXPECT_FLOAT_EQ(field.vectors()[1].x, 0.6f);
+    EXPECT_FLOAT_EQ(field.vectors()[1].y, 0.8f);
+    EXPECT_FLOAT_EQ(field.vectors()[2].x, -0.6f);
+    EXPECT_EQ(field.vectors()[0].x, 0.0f); // zero vectors stay zero
+    EXPECT_EQ(field.vectors()[3].y, 0.0f);
+
+    // A NaN length never becomes the maximum and is left alone by normalize.
+    field.data[6] = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_FLOAT_EQ(field.getMax(), 1.0f);
+    field.normalize();
+    EXPECT_TRUE(std::isnan(field.data[6]));
+
+    FlicVectorField zero(2, 1);
+    memset(zero.data, 0, 16);
+    EXPECT_EQ(zero.getMax(), 0.0f);
+    FlicVectorField empty;
+    EXPECT_EQ(empty.getMax(), 0.0f);
+}
+
+TEST(VectorField, SwapByteOrderReversesEachWord) {
+    unsigned char bytes[9] = {1, 2, 3, 4, 5, 6, 7, 8, 99};
+    swapByteOrder(2, bytes);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes), 9),
+              std::string("\4\3\2\1\10\7\6\5\x63", 9));
+    swapByteOrder(0, bytes);
+    swapByteOrder(-3, bytes);
+    EXPECT_EQ(bytes[0], 4);
+}
+
+TEST(VectorFieldFiles, AsciiWriterLayoutAndRoundTrip) {
+    TempDir dir;
+    FlicVectorField field(2, 2);
+    float values[8] = {1.5f, -2, 0.1f, 1e-7f, 123456789.0f, 0, 3, 4};
+    memcpy(field.data, values, sizeof values);
+    ASSERT_EQ(field.write(dir.path("a.vec").c_str(), 1), 1);
+    EXPECT_EQ(readFile(dir.path("a.vec")),
+              "FLIC VECTOR ASCII\n2 2\n1.5 -2\n0.1 1e-07\n1.23457e+08 0\n3 4\n");
+    FlicVectorField read;
+    ASSERT_EQ(read.read(dir.path("a.vec").c_str()), 1);
+    EXPECT_EQ(read.width, 2);
+    EXPECT_EQ(read.data[0], 1.5f);
+    EXPECT_EQ(read.data[4], 123457000.0f); // six significant digits
+}
+
+TEST(VectorFieldFiles, BinaryIsWrittenInHostOrderAndReadBigEndian) {
+    TempDir dir;
+    FlicVectorField field = rampField(3, 2);
+    ASSERT_EQ(field.write(dir.path("b.vec").c_str(), 0), 1);
+    EXPECT_EQ(readFile(dir.path("b.vec")),
+              "FLIC VECTOR BINARY\n3 2\n" + floatsAsBytes(field.data, 12));
+
+    FlicVectorField read;
+    ASSERT_EQ(read.read(dir.path("b.vec").c_str()), 1);
+    float expected[12];
+    memcpy(expected, field.data, sizeof expected);
+    swapByteOrder(12, expected); // every float comes back byte-reversed
+    EXPECT_EQ(floatsAsBytes(read.data, 12), floatsAsBytes(expected, 12));
+
+    // A big-endian file reads as the intended values.
+    float big[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    swapByteOrder(8, big);
+    writeFile(dir.path("big.vec"), "FLIC VECTOR BINARY\n2 2\n" + floatsAsBytes(big, 8));
+    ASSERT_EQ(read.read(dir.path("big.vec").c_str()), 1);
+    EXPECT_EQ(read.vectors()[3].x, 7.0f);
+    EXPECT_EQ(read.vectors()[3].y, 8.0f);
+
+    // A short file reads as zero vectors where it ends.
+    writeFile(dir.path("short.vec"), "FLIC VECTOR BINARY\n2 2\n" + floatsAsBytes(big, 3));
+    read.setSize(2, 2);
+    for (int i = 0; i < 8; i++)
+        read.data[i] = 55;
+    ASSERT_EQ(read.read(dir.path("short.vec").c_str()), 1);
+    EXPECT_EQ(read.data[0], 1.0f);
+    for (int i = 2; i < 8; i++)
+        EXPECT_EQ(read.data[i], 0.0f) << i;
+}
+
+TEST(VectorFieldFiles, HeaderTolerance) {
+    TempDir dir;
+    std::string path = dir.path("h.vec");
+    float big[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    swapByteOrder(8, big);
+    FlicVectorField field;
+    // Mode word before the header string: binary.
+    writeFile(path, "BINARY FLIC VECTOR\n2 2\n" + floatsAsBytes(big, 8));
+    ASSERT_EQ(field.read(path.c_str()), 1);
+    EXPECT_EQ(field.data[7], 8.0f);
+    // Lower-case or missing mode words read as ASCII; the value layout is free.
+    writeFile(path, "xx FLIC VECTOR binary\n2 2\n1 2 3 4 5 6 7 8\n");
+    ASSERT_EQ(field.read(path.c_str()), 1);
+    EXPECT_EQ(field.data[5], 6.0f);
+    writeFile(path, "FLIC VECTOR\n 2   2 extra\n1\n2\n3\n4\n\n5\n6\n7\n8");
+    ASSERT_EQ(field.read(path.c_str()), 1);
+    EXPECT_EQ(field.data[7], 8.0f);
+}
+
+TEST(VectorFieldFiles, DimensionLimitsAndFailures) {
+    TempDir dir;
+    std::string path = dir.path("d.vec");
+    FlicVectorField field = rampField(2, 2);
+    auto expectDimensionsRejected = [&](const std::string& dims) {
+        writeFile(path, "FLIC VECTOR ASCII\n" + dims + "\n");
+        MessageCapture capture;
+        EXPECT_EQ(field.read(path.c_str()), 0) << dims;
+        EXPECT_EQ(capture.onlyError(),
+                  "FLIC error: can't open " + path + " (illegal vector field dimensions)");
+        EXPECT_EQ(field.width, 2); // unchanged
+        EXPECT_EQ(field.data[2], 1.5f);
+    };
+    expectDimensionsRejected("1 5");
+    expectDimensionsRejected("5 1");
+    expectDimensionsRejected("10001 2");
+    expectDimensionsRejected("2 10001");
+    expectDimensionsRejected("7");
+    expectDimensionsRejected("");
+
+    // The upper limit itself is accepted (binary, so reading is one block).
+    writeFile(path, "FLIC VECTOR BINARY\n10000 10000\n");
+    ASSERT_EQ(field.read(path.c_str()), 1);
+    EXPECT_EQ(field.width, 10000);
+    EXPECT_EQ(field.data[2 * 10000 * 10000 - 1], 0.0f);
+
+    MessageCapture capture;
+    writeFile(path, "FLIC SCALAR ASCII\n2 2\n");
+    EXPECT_EQ(field.read(path.c_str()), 0);
+    EXPECT_EQ(capture.errors().back(),
+              "FLIC error: can't open " + path + " (header string 'FLIC VECTOR' not found)");
+
+    // Missing values: the field has its new size and the entries read so far.
+    writeFile(path, "FLIC VECTOR ASCII\n3 2\n1 2\n3 4\n5");
+    EXPECT_EQ(field.read(path.c_str()), 0);
+    EXPECT_EQ(capture.errors().back(),
+              "FLIC error: can't open " + path + " (illegal or missing vector values)");
+    EXPECT_EQ(field.width, 3);
+    EXPECT_EQ(field.height, 2);
+    EXPECT_EQ(field.data[3], 4.0f);
+
+    EXPECT_EQ(field.read("/nonexistent-dir/f.vec"), 0);
+    EXPECT_EQ(capture.errors().back(),
+              "FLIC error: can't open /nonexistent-dir/f.vec (No such file or directory)");
+    EXPECT_EQ(field.write("/nonexistent-dir/f.vec", 1), 0);
+    EXPECT_EQ(capture.errors().back(),
+              "FLIC error: can't open /nonexistent-dir/f.vec (No such file or directory)");
+}
