@@ -6,7 +6,7 @@ CMAKE_FLAGS ?=
 
 TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev
 
-.PHONY: all build test deps-test clean
+.PHONY: all build test deps-test bench clean
 
 all: build
 
@@ -21,6 +21,13 @@ build: deps-test $(BUILD_DIR)/CMakeCache.txt
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+# Benchmarks (see bench/README.md): builds and runs every bench/bench_* program.
+bench: build
+	@scripts/install-deps.sh libbenchmark-dev
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+	@for program in $(BUILD_DIR)/bench/bench_*; do \
+	    [ -x "$$program" ] || continue; echo "== $$program"; "$$program" || exit 1; done
 
 clean:
 	rm -rf $(BUILD_DIR)
