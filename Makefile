@@ -23,8 +23,9 @@ test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
 # Benchmarks (see bench/README.md): builds and runs every bench/bench_* program.
-bench: build
+bench: deps-test
 	@scripts/install-deps.sh libbenchmark-dev
+	cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS)
 	cmake --build $(BUILD_DIR) -j $(JOBS)
 	@for program in $(BUILD_DIR)/bench/bench_*; do \
 	    [ -x "$$program" ] || continue; echo "== $$program"; "$$program" || exit 1; done
