@@ -120,11 +120,16 @@ void FlicGraphics::drawLine(FlicImage& image, int x0, int y0, int x1, int y1) {
     const long long major = steep ? dy : dx;
     const long long minor = steep ? dx : dy;
 
-    // Only the steps whose major coordinate lets a square reach the image are walked: squares
-    // reach columns (rows) halfWidth - pixelWidth + 1 to size - 1 + halfWidth.
-    const long long reachLow = static_cast<long long>(halfWidth) - pixelWidth + 1;
-    const long long reachHigh =
-        static_cast<long long>(steep ? image.height : image.width) - 1 + halfWidth;
+    // Only the steps whose major coordinate lets a square write into the image are walked.
+    // A square's counted rows y - h .. y - h + w - 1 are written on rows h higher, so a row r
+    // is written only when both r and r + h lie in 0 .. height - 1; its columns x - h ..
+    // x - h + w - 1 must meet 0 .. width - 1.
+    const long long w = pixelWidth, h = halfWidth;
+    const long long rowMin = h < 0 ? -h : 0;
+    const long long rowMax = image.height - 1 - (h > 0 ? h : 0);
+    if (rowMin > rowMax || image.width <= 0) return;
+    const long long reachLow = steep ? rowMin + h - w + 1 : h - w + 1;
+    const long long reachHigh = steep ? rowMax + h : image.width - 1 + h;
     long long kFirst, kLast;
     if (!steep) {
         kFirst = reachLow - x0;

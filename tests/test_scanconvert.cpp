@@ -184,6 +184,29 @@ TEST(ScanConvert, RowsOffTheCanvasAreSkippedButEdgesAdvance) {
     for (const Hit& h : hits)
         EXPECT_FLOAT_EQ(h.a0, h.x + 0.5f);
 
+    // The walk through invisible rows accumulates exactly as a walk over visible ones: the
+    // same polygon moved up by 16 rows (corner heights chosen so that the move is exact) gives
+    // bit-identical pixels and values 16 rows higher.
+    std::vector<Vertex> polygon = {vertex(0.3f, -10.25f, 0.1f, 0.7f),
+                                   vertex(7.1f, -3.5f, 0.9f, 0.2f),
+                                   vertex(5.3f, 9.75f, 0.35f, 0.05f)};
+    std::vector<Vertex> moved = polygon;
+    for (Vertex& v : moved)
+        v.y += 16;
+    std::vector<Hit> cut = rasterize(polygon, 100, 100);
+    std::vector<Hit> whole = rasterize(moved, 100, 100);
+    std::vector<Hit> upper;
+    for (const Hit& h : whole)
+        if (h.y >= 16) upper.push_back({h.x, h.y - 16, h.a0, h.a1});
+    ASSERT_EQ(cut.size(), upper.size());
+    ASSERT_FALSE(cut.empty());
+    for (size_t i = 0; i < cut.size(); i++) {
+        EXPECT_EQ(cut[i].x, upper[i].x);
+        EXPECT_EQ(cut[i].y, upper[i].y);
+        EXPECT_EQ(cut[i].a0, upper[i].a0) << i;
+        EXPECT_EQ(cut[i].a1, upper[i].a1) << i;
+    }
+
     // Far-off vertices: the long walk below the canvas is jumped and rows above the canvas end
     // the work, with the visible rows still right.
     Spans far = {{0, {0, 9}}, {1, {0, 9}}};
