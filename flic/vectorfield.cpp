@@ -170,3 +170,96 @@ void FlicVectorField::normalize() {
         }
     }
 }
+
+// --- Sampling and resampling -----------------------------------------------------------------
+
+namespace {
+
+// The four nodes and weights of a bilinear sample at (px, py). At the last column or row the
+// neighbour is taken on the other side with the same weight; a field one node wide or high
+// uses the node itself. Positions beyond the grid (possible only through rounding of long
+// position sums) are held to the last node, so no lookup leaves the field.
+struct BilinearCell {
+    long a, b, c, d; // node indices: (ix, iy), (nx, iy), (ix, ny), (nx, ny)
+    float tx, ty;
+};
+
+int cell_index(float p, int count) {
+    if (p >= static_cast<float>(count - 1)) return count - 1;
+    return p > 0 ? static_cast<int>(p) : 0;
+}
+
+int neighbour_index(int i, int count) {
+    if (i < count - 1) return i + 1;
+    return count > 1 ? i - 1 : i;
+}
+
+BilinearCell bilinear_cell(float px, float py, int width, int height) {
+    int ix = cell_index(px, width), iy = cell_index(py, height);
+    int nx = neighbour_index(ix, width), ny = neighbour_index(iy, height);
+    BilinearCell cell;
+    cell.a = static_cast<long>(iy) * width + ix;
+    cell.b = static_cast<long>(iy) * width + nx;
+    cell.c = static_cast<long>(ny) * width + ix;
+    cell.d = static_cast<long>(ny) * width + nx;
+    cell.tx = px - ix;
+    cell.ty = py - iy;
+    return cell;
+}
+
+float blend(float a, float b, float c, float d, float tx, float ty) {
+    return a + (b - a) * tx + (c - a) * ty + tx * ty * (a - c - b + d);
+}
+
+// Bilinear sample of both components of a field with at least one node.
+Vec2f sample_field(const Vec2f* v, int width, int height, float px, float py) {
+    BilinearCell cell = bilinear_cell(px, py, width, height);
+    Vec2f out;
+    out.x = blend(v[cell.a].x, v[cell.b].x, v[cell.c].x, v[cell.d].x, cell.tx, cell.ty);
+    out.y = blend(v[cell.a].y, v[cell.b].y, v[cell.c].y, v[cell.d].y, cell.tx, cell.ty);
+    return out;
+}
+
+bool has_nodes(const FlicVectorField& field) {
+    return field.data && field.width > 0 && field.height > 0;
+}
+
+// Cell-centred bilinear resampling of `source` into `target`, already sized.
+void resample_into(const FlicVectorField& source, FlicVectorField& target) {
+    Vec2f* out = target.vectors();
+    long count = has_nodes(target) ? static_cast<long>(target.width) * target.height : 0;
+    if (!has_nodes(source)) {
+        for (long k = 0; k < count; k++)
+            out[k] = Vec2f{0.0f, 0.0f};
+        return;
+    }
+    float sx = static_cast<float>(source.width - 1) / static_cast<float>(target.width);
+    float sy = static_cast<float>(source.height - 1) / static_cast<float>(target.height);
+    float py = 0.5f * sy;
+    for (int j = 0; j < target.height; j++, py += sy) {
+        float px = 0.5f * sx;
+        for (int i = 0; i < target.width; i++, px += sx)
+            *out++ = sample_field(source.vectors(), source.width, source.height, px, py);
+    }
+}
+
+} // namespace
+
+// In place, the field takes over the resampled storage and releases its previous block.
+void FlicVectorField::resample(int newWidth, int newHeight, FlicVectorField* result) {
+    if (result == this) result = nullptr;
+    if (result) {
+        if (result->setSize(newWidth, newHeight)) resample_into(*this, *result);
+        return;
+    }
+    FlicVectorField resampled;
+    if (!resampled.setSize(newWidth, newHeight)) return;
+    resample_into(*this, resampled);
+    if (buffer) free(buffer);
+    buffer = resampled.buffer;
+    data = resampled.data;
+    width = resampled.width;
+    height = resampled.height;
+    resampled.buffer = nullptr;
+    resampled.data = nullptr;
+}

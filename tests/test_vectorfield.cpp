@@ -231,3 +231,77 @@ TEST(VectorFieldFiles, DimensionLimitsAndFailures) {
     EXPECT_EQ(capture.errors().back(),
               "FLIC error: can't open /nonexistent-dir/f.vec (No such file or directory)");
 }
+
+namespace {
+
+// A 2 x 2 field with the given x components and y = 10 * x.
+FlicVectorField cornerField(float a, float b, float c, float d) {
+    FlicVectorField field(2, 2);
+    float values[4] = {a, b, c, d};
+    for (int k = 0; k < 4; k++) {
+        field.vectors()[k].x = values[k];
+        field.vectors()[k].y = 10 * values[k];
+    }
+    return field;
+}
+
+} // namespace
+
+TEST(VectorFieldDerived, ResampleIsCellCentredBilinear) {
+    // x grows by 1 per column and 2 per row: a sample at (px, py) is px + 2 py.
+    FlicVectorField field = cornerField(0, 1, 2, 3);
+    FlicVectorField target;
+    field.resample(2, 2, &target);
+    ASSERT_EQ(target.width, 2);
+    ASSERT_EQ(target.height, 2);
+    float expected[4] = {0.25f + 0.5f, 0.75f + 0.5f, 0.25f + 1.5f, 0.75f + 1.5f};
+    for (int k = 0; k < 4; k++) {
+        EXPECT_FLOAT_EQ(target.vectors()[k].x, expected[k]) << k;
+        EXPECT_FLOAT_EQ(target.vectors()[k].y, 10 * expected[k]) << k;
+    }
+    EXPECT_EQ(field.width, 2);
+    EXPECT_EQ(field.vectors()[3].x, 3.0f); // source untouched
+
+    // Beyond the last node the neighbour is mirrored: on a 3-wide ramp 0, 1, 4 the samples
+    // past column 1 blend column 2 with column 1 at the same weight.
+    FlicVectorField ramp(3, 1);
+    float xs[3] = {0, 1, 4};
+    for (int k = 0; k < 3; k++)
+        ramp.vectors()[k] = Vec2f{xs[k], 0};
+    FlicVectorField wide;
+    ramp.resample(4, 1, &wide); // positions 0.25, 0.75, 1.25, 1.75
+    EXPECT_FLOAT_EQ(wide.vectors()[0].x, 0.25f);
+    EXPECT_FLOAT_EQ(wide.vectors()[1].x, 0.75f);
+    EXPECT_FLOAT_EQ(wide.vectors()[2].x, 1.75f);
+    EXPECT_FLOAT_EQ(wide.vectors()[3].x, 3.25f);
+
+    // In place, the field owns the resampled storage.
+    field.resample(4, 3);
+    EXPECT_EQ(field.width, 4);
+    EXPECT_EQ(field.height, 3);
+    EXPECT_EQ(field.data, field.buffer);
+    EXPECT_FLOAT_EQ(field.vectors()[0].x, 0.125f + 2 * (1.0f / 6));
+    field.resample(2, 2, &field);
+    EXPECT_EQ(field.width, 2);
+
+    // A field on a caller's buffer is detached from it, the buffer left alone.
+    float caller[8] = {0, 0, 1, 10, 2, 20, 3, 30};
+    FlicVectorField wrapped(2, 2, caller);
+    wrapped.resample(1, 1);
+    EXPECT_NE(wrapped.data, caller);
+    EXPECT_FLOAT_EQ(wrapped.vectors()[0].x, 1.5f);
+    EXPECT_EQ(caller[7], 30.0f);
+
+    // Degenerate sources and targets stay within bounds.
+    FlicVectorField single(1, 1);
+    single.vectors()[0] = Vec2f{4, 5};
+    single.resample(3, 2, &target);
+    for (int k = 0; k < 6; k++)
+        EXPECT_EQ(target.vectors()[k].x, 4.0f);
+    FlicVectorField none;
+    none.resample(2, 1, &target);
+    EXPECT_EQ(target.vectors()[1].y, 0.0f);
+    testutil::MessageCapture capture;
+    target.resample(100000, 100000);
+    EXPECT_EQ(target.width, 2);
+}
