@@ -345,7 +345,8 @@ class CommandReader {
     }
 
     void makeRGB() {
-        // Made RGB with FlicImage::glue once image arithmetic is in the library.
+        FlicImage grey(image);
+        image.glue(grey, grey, grey);
     }
 
     int width() {

@@ -381,11 +381,37 @@ void rasterize_mesh(const FlicUcdMesh& mesh, float scale, float x0, float y0, in
     }
 }
 
+// The scalar field's callback stores a span's extra pixel x == width at the first node of the
+// next row; on the top row that node would lie past the field, so such a store is dropped.
+void store_scalar_node(int x, int y, float* values, void* field) {
+    const FlicScalarField* target = static_cast<const FlicScalarField*>(field);
+    long long index = static_cast<long long>(y) * target->width + x;
+    if (index < 0 || index >= static_cast<long long>(target->width) * target->height) return;
+    FlicScalarField::pixelCallback(x, y, values, field);
+}
+
 int reject_field_size(int width, int height) {
     return flic_error("illegal field size %d x %d", width, height);
 }
 
 } // namespace
+
+int FlicScalarField::readUCD(const char* filename, int width, int height) {
+    if (width < 0 || height < 0) return reject_field_size(width, height);
+    FlicUcdMesh mesh;
+    if (!mesh.read(filename, "r", 3)) return 0;
+    float box[4];
+    mesh.boundingBox(box);
+    float scale, x0, y0;
+    if (!flic_fitBox(box, width, height, scale, x0, y0)) return 0;
+
+    if (!setSize(width, height)) return 0;
+    long long nodes = static_cast<long long>(width) * height;
+    for (long long i = 0; i < nodes; i++)
+        data[i] = 0.0f;
+    rasterize_mesh(mesh, scale, x0, y0, width, height, 1, store_scalar_node, this);
+    return 1;
+}
 
 int FlicVectorField::readUCD(const char* filename, int width, int height, float* bbox) {
     if (width < 0 || height < 0) return reject_field_size(width, height);

@@ -478,6 +478,17 @@ TEST(GraphicsFiles, AbbreviationsCommentsWidthAndGreyColour) {
     EXPECT_EQ(g.color[3], 127);
     EXPECT_EQ(grey.data[5], 127);
 
+    // A colour that is not grey turns a grey image into RGB first, keeping its content.
+    FlicImage turned = blankImage(3, 2);
+    turned.data[5] = 40;
+    ASSERT_EQ(runCommands(turned, "FLIC GRAPHICS\ncolor 0 1 0\npoints 0 0\n", &g), 1);
+    ASSERT_EQ(turned.nChannels, 3);
+    ASSERT_EQ(turned.width, 3);
+    ASSERT_EQ(turned.height, 2);
+    EXPECT_EQ(
+        std::vector<unsigned char>(turned.data, turned.data + 18),
+        (std::vector<unsigned char>{0, 255, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 40, 40, 40}));
+
     // On an RGB image the colour is drawn as it is.
     FlicImage rgb = blankImage(4, 4, 3);
     ASSERT_EQ(runCommands(rgb, "FLIC GRAPHICS\ncolor 1 0 0.2\npoints 1 1\n", &g), 1);

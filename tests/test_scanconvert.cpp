@@ -1,5 +1,7 @@
-// Triangle scan conversion, UCD mesh files and the import of vector fields from meshes.
+// Triangle scan conversion, UCD mesh files and the import of scalar and vector fields from
+// meshes.
 #include "scanconvert.h"
+#include "scalarfield.h"
 #include "vectorfield.h"
 #include "testutil.h"
 
@@ -430,4 +432,83 @@ TEST(UcdMesh, ReadsTablesCountedFromZero) {
     EXPECT_EQ(scale, 2.0f);
     EXPECT_EQ(x0, -1.5f);
     EXPECT_EQ(y0, 0.0f);
+}
+
+// --- Scalar field import ---------------------------------------------------------------------
+
+TEST(ScalarFieldUCD, ImportsValuesAndWrapsTheExtraColumn) {
+    TempDir dir;
+    std::string path = dir.path("scalar.inp");
+    writeFile(path, ucdFile("3 1", {"0 0 3", "4 0 3", "0 4 3"}, "1 2 3"));
+    FlicScalarField field;
+    MessageCapture capture;
+    ASSERT_EQ(field.readUCD(path.c_str(), 8, 8), 1);
+    EXPECT_TRUE(capture.errors().empty());
+    ASSERT_EQ(field.width, 8);
+    ASSERT_EQ(field.height, 8);
+    for (int y = 0; y < 8; y++)
+        for (int x = 0; x < 8; x++)
+            EXPECT_EQ(field.data[y * 8 + x], x + y <= 7 ? 3.0f : 0.0f) << x << "," << y;
+
+    // Vertex 0 lies beyond the quirky box, so rows 3 to 11 of a 16 x 16 grid reach x == 16:
+    // the scalar field stores that pixel at node (0, row + 1), the vector field drops it.
+    writeFile(path, ucdFile("3 1", {"10 2 7", "0 0 7", "5 8 7"}, "1 2 3"));
+    std::string vectorPath = dir.path("vector.inp");
+    writeFile(vectorPath, ucdFile("3 1", {"10 2 7 0", "0 0 7 0", "5 8 7 0"}, "1 2 3"));
+    FlicVectorField vectors;
+    ASSERT_EQ(field.readUCD(path.c_str(), 16, 16), 1);
+    ASSERT_EQ(vectors.readUCD(vectorPath.c_str(), 16, 16), 1);
+    std::vector<int> wrapped;
+    for (int i = 0; i < 256; i++) {
+        if (field.data[i] == vectors.data[2 * i]) continue;
+        wrapped.push_back(i);
+        EXPECT_EQ(field.data[i], 7.0f);
+        EXPECT_EQ(vectors.data[2 * i], 0.0f);
+    }
+    std::vector<int> expected;
+    for (int row = 4; row <= 12; row++)
+        expected.push_back(row * 16);
+    EXPECT_EQ(wrapped, expected);
+
+    // On the top row the extra pixel would lie past the field: it is dropped.
+    writeFile(path, ucdFile("3 1", {"10 8 5", "0 0 5", "0 8 5"}, "1 2 3"));
+    ASSERT_EQ(field.readUCD(path.c_str(), 8, 8), 1);
+    EXPECT_EQ(field.data[7 * 8 + 7], 5.0f);
+    EXPECT_EQ(field.data[0], 5.0f);
+}
+
+TEST(ScalarFieldUCD, FailuresReportAndLeaveTheFieldAlone) {
+    TempDir dir;
+    std::string path = dir.path("bad.inp");
+    struct Case {
+        std::string text;
+        int width;
+        std::string message;
+    };
+    const std::vector<Case> cases = {
+        {ucdFile("3 1", {"0 0 1", "1 0", "0 1 1"}, "1 2 3"), 4,
+         "FLIC error: expected to read 3 floats, got 2"},
+        {ucdFile("3 1", {"0 0 1", "1 0 1", "0 1 1"}, "3 2 9"), 4,
+         "FLIC error: file " + path +
+             ": triangle 1 refers to vertex 9 (vertices are numbered 1 to 3)"},
+        {ucdFile("3 1", {"0 0 1", "0 0 1", "0 0 1"}, "1 2 3"), 4,
+         "FLIC error: degenerate grid (width=0, height=0)"},
+        {ucdFile("3 1", {"0 0 1", "1 0 1", "0 1 1"}, "1 2 3"), -2,
+         "FLIC error: illegal field size -2 x 4"},
+        {"1 1\n", 4,
+         "FLIC error: file " + path + " contains insufficient data (1 vertices, 1 triangles"},
+    };
+    for (const Case& c : cases) {
+        writeFile(path, c.text);
+        FlicScalarField field(2, 2);
+        for (int i = 0; i < 4; i++)
+            field.data[i] = 9.0f;
+        MessageCapture capture;
+        EXPECT_EQ(field.readUCD(path.c_str(), c.width, 4), 0) << c.message;
+        EXPECT_EQ(capture.onlyError(), c.message);
+        ASSERT_EQ(field.width, 2);
+        ASSERT_EQ(field.height, 2);
+        for (int i = 0; i < 4; i++)
+            EXPECT_EQ(field.data[i], 9.0f);
+    }
 }
