@@ -448,7 +448,8 @@ int FlicGraphics::drawUCD(FlicImage& image, const char* filename) {
     for (int t = 0; t < mesh.nTriangles; t++) {
         Pixel corners[3];
         for (int k = 0; k < 3; k++)
-            corners[k] = mesh_pixel(mesh.values + mesh.triangles[3 * t + k] * 2, scale, x0, y0);
+            corners[k] = mesh_pixel(mesh.vertex(mesh.triangles[3 * static_cast<size_t>(t) + k]),
+                                    scale, x0, y0);
         for (int k = 0; k < 3; k++) {
             const Pixel& from = corners[k];
             const Pixel& to = corners[(k + 1) % 3];

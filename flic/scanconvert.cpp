@@ -252,6 +252,34 @@ void FlicUcdMesh::release() {
     nVertices = nTriangles = 0;
 }
 
+namespace {
+
+// Tables grow with what the file actually holds, so absurd counts in a short file reserve no
+// memory up front; this many entries are reserved first.
+const size_t kFirstTableSize = 4096;
+
+// Makes room for `entries` entries of `width` values each in a table meant to end with `limit`
+// entries. Returns false when the memory cannot be had.
+template <typename T>
+bool reserve_entries(T*& table, size_t& capacity, size_t entries, size_t width, size_t limit) {
+    if (entries <= capacity) return true;
+    size_t wanted = capacity ? 2 * capacity : kFirstTableSize;
+    if (wanted < entries) wanted = entries;
+    if (wanted > limit) wanted = limit;
+    T* grown = static_cast<T*>(realloc(table, wanted * width * sizeof(T)));
+    if (!grown) return false;
+    table = grown;
+    capacity = wanted;
+    return true;
+}
+
+int report_no_memory(const char* filename, int nVertices, int nTriangles) {
+    return flic_error("file %s: no memory for %d vertices and %d triangles", filename, nVertices,
+                      nTriangles);
+}
+
+} // namespace
+
 int FlicUcdMesh::read(const char* filename, const char* mode, int nValues) {
     release();
     if (nValues < 2) nValues = 2;
@@ -260,70 +288,70 @@ int FlicUcdMesh::read(const char* filename, const char* mode, int nValues) {
 
     FILE* file = fopen(filename, mode);
     if (!file) return flic_ioerror(filename, nullptr);
+    int result = readOpenFile(file, filename);
+    fclose(file);
+    if (!result) release();
+    return result;
+}
 
+int FlicUcdMesh::readOpenFile(FILE* file, const char* filename) {
     int nv = 0, nt = 0;
-    if (!read_counts(file, nv, nt)) {
-        fclose(file);
-        return flic_ioerror(filename, "this is not an UCD file");
-    }
-    if (nv < 3 || nt < 1) {
-        fclose(file);
+    if (!read_counts(file, nv, nt)) return flic_ioerror(filename, "this is not an UCD file");
+    if (nv < 3 || nt < 1)
         return flic_error("file %s contains insufficient data (%d vertices, %d triangles", filename,
                           nv, nt);
-    }
-
     std::string line;
     read_line(file, line); // line 2 carries nothing needed here
-    values = static_cast<float*>(malloc(static_cast<size_t>(nv) * nValues * sizeof(float)));
-    triangles = static_cast<int*>(malloc(static_cast<size_t>(nt) * 3 * sizeof(int)));
-    if (!values || !triangles) {
-        fclose(file);
-        release();
-        return flic_error("file %s: no memory for %d vertices and %d triangles", filename, nv, nt);
-    }
-
-    for (int i = 0; i < nv; i++) {
-        int converted = 0;
-        if (read_line(file, line))
-            converted = scan_vertex_line(line, nValues, values + i * nValues);
-        if (converted < nValues) {
-            fclose(file);
-            release();
-            return flic_error("expected to read %d floats, got %d", nValues, converted);
-        }
-    }
-
-    read_line(file, line); // the line after the vertices is skipped
-    for (int t = 0; t < nt; t++) {
-        int corner[3];
-        int converted = fscanf(file, "%d%d%d", &corner[0], &corner[1], &corner[2]);
-        if (converted < 3) {
-            fclose(file);
-            release();
-            return flic_error("expected to read 3 ints, got %d", converted < 0 ? 0 : converted);
-        }
-        for (int k = 0; k < 3; k++) {
-            if (corner[k] < 1 || corner[k] > nv) {
-                fclose(file);
-                release();
-                return flic_error("file %s: triangle %d refers to vertex %d (vertices are "
-                                  "numbered 1 to %d)",
-                                  filename, t + 1, corner[k], nv);
-            }
-            triangles[3 * t + k] = corner[k] - 1;
-        }
-    }
-    fclose(file);
+    if (!readVertices(file, filename, nv, nt)) return 0;
+    read_line(file, line); // so does the line after the vertices
+    if (!readTriangles(file, filename, nv, nt)) return 0;
     nVertices = nv;
     nTriangles = nt;
     return 1;
 }
 
+int FlicUcdMesh::readVertices(FILE* file, const char* filename, int nv, int nt) {
+    std::string line;
+    size_t capacity = 0;
+    for (size_t i = 0; i < static_cast<size_t>(nv); i++) {
+        if (!reserve_entries(values, capacity, i + 1, nValues, nv))
+            return report_no_memory(filename, nv, nt);
+        int converted = 0;
+        if (read_line(file, line))
+            converted = scan_vertex_line(line, nValues, values + i * nValues);
+        if (converted < nValues)
+            return flic_error("expected to read %d floats, got %d", nValues, converted);
+    }
+    return 1;
+}
+
+int FlicUcdMesh::readTriangles(FILE* file, const char* filename, int nv, int nt) {
+    size_t capacity = 0;
+    for (size_t t = 0; t < static_cast<size_t>(nt); t++) {
+        if (!reserve_entries(triangles, capacity, t + 1, 3, nt))
+            return report_no_memory(filename, nv, nt);
+        int corner[3];
+        int converted = fscanf(file, "%d%d%d", &corner[0], &corner[1], &corner[2]);
+        if (converted < 3)
+            return flic_error("expected to read 3 ints, got %d", converted < 0 ? 0 : converted);
+        for (int k = 0; k < 3; k++) {
+            if (corner[k] < 1 || corner[k] > nv)
+                return flic_error("file %s: triangle %zu refers to vertex %d (vertices are "
+                                  "numbered 1 to %d)",
+                                  filename, t + 1, corner[k], nv);
+            triangles[3 * t + k] = corner[k] - 1;
+        }
+    }
+    return 1;
+}
+
 void FlicUcdMesh::boundingBox(float box[4]) const {
+    box[0] = box[1] = box[2] = box[3] = 0.0f;
+    if (nVertices < 1) return;
     float xmin = values[0], xmax = values[1];
     float ymin = values[0], ymax = values[1];
     for (int i = 1; i < nVertices; i++) {
-        float x = values[i * nValues], y = values[i * nValues + 1];
+        float x = vertex(i)[0], y = vertex(i)[1];
         if (x < xmin) xmin = x;
         if (x > xmax) xmax = x;
         if (y < ymin) ymin = y;
@@ -370,7 +398,7 @@ void rasterize_mesh(const FlicUcdMesh& mesh, float scale, float x0, float y0, in
     FlicScanConvert::Vertex corners[3];
     for (int t = 0; t < mesh.nTriangles; t++) {
         for (int k = 0; k < 3; k++) {
-            const float* vertex = mesh.values + mesh.triangles[3 * t + k] * mesh.nValues;
+            const float* vertex = mesh.vertex(mesh.triangles[3 * static_cast<size_t>(t) + k]);
             FlicScanConvert::Vertex& corner = corners[k];
             corner.x = (vertex[0] - x0) * scale;
             corner.y = (vertex[1] - y0) * scale;

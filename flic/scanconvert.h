@@ -7,6 +7,8 @@
 #ifndef MUSKEIP_SCANCONVERT_H
 #define MUSKEIP_SCANCONVERT_H
 
+#include <cstdio>
+
 // Called once per covered pixel with its column, row, the interpolated attributes and the
 // user pointer given to setPixelCallback.
 typedef void (*FlicPixelCallback)(int x, int y, float* values, void* user);
@@ -59,7 +61,7 @@ class FlicUcdMesh {
     int nVertices;
     int nTriangles;
     int nValues;    // floats per vertex
-    float* values;  // nVertices * nValues floats
+    float* values;  // nVertices * nValues floats, vertex by vertex
     int* triangles; // nTriangles * 3 indices, each in 0 .. nVertices - 1
 
     FlicUcdMesh();
@@ -72,12 +74,20 @@ class FlicUcdMesh {
     // counts on line 1) or flic_error (too little data, tables too large, short vertex lines,
     // missing triangle numbers, vertex numbers outside 1 .. nVertices); the mesh is then empty.
     int read(const char* filename, const char* mode, int nValues);
-    // The vertices' bounding box as xmin, xmax, ymin, ymax. xmax starts from vertex 0's y and
-    // ymin from vertex 0's x (a long-standing quirk that importers and drawing share, so that
-    // overlays land on imported fields), then every further vertex widens the box.
+    // The vertices' bounding box as xmin, xmax, ymin, ymax (all 0 for an empty mesh). xmax starts
+    // from vertex 0's y and ymin from vertex 0's x (a long-standing quirk that importers and
+    // drawing share, so that overlays land on imported fields), then every further vertex widens
+    // the box.
     void boundingBox(float box[4]) const;
     // Frees the tables and empties the mesh.
     void release();
+    // The values of vertex i.
+    const float* vertex(int i) const { return values + static_cast<size_t>(i) * nValues; }
+
+  private:
+    int readOpenFile(FILE* file, const char* filename);
+    int readVertices(FILE* file, const char* filename, int nv, int nt);
+    int readTriangles(FILE* file, const char* filename, int nv, int nt);
 };
 
 // Fits the box (xmin, xmax, ymin, ymax) into a width x height grid, keeping its aspect ratio
