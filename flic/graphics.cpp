@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -61,57 +62,83 @@ void FlicGraphics::setColor(int r, int g, int b) {
     }
 }
 
-void FlicGraphics::drawPixel(FlicImage& image, int x, int y) {
-    const int channels = image.nChannels;
-    if (pixelWidth <= 0 || !image.data || channels <= 0) return;
-    const long long width = image.width, height = image.height;
-    const long long lineBytes = image.bytesPerLine;
+namespace {
 
-    // The square as clipped: rows rowFirst.., columns colFirst.., pixelWidth of each.
-    const long long rowFirst = static_cast<long long>(y) - halfWidth;
-    const long long colFirst = static_cast<long long>(x) - halfWidth;
-    const long long rowStart = rowFirst < 0 ? 0 : rowFirst;
-    long long rowStop = rowFirst + pixelWidth - 1;
-    if (rowStop > height - 1) rowStop = height - 1;
-    const long long colStart = colFirst < 0 ? 0 : colFirst;
-    long long colStop = colFirst + pixelWidth - 1;
-    if (colStop > width - 1) colStop = width - 1;
-    const long long columns = colStop - colStart + 1;
-    if (columns <= 0 || rowStop < rowStart) return;
+// Draws the square points of one FlicGraphics into one image, with the image's geometry read
+// once. Every write is checked against the image's pixels, so nothing outside them is touched.
+class SquarePen {
+  public:
+    SquarePen(const FlicGraphics& graphics, FlicImage& image)
+        : data(image.data), width(image.width), height(image.height), lineBytes(image.bytesPerLine),
+          channels(image.nChannels), side(graphics.pixelWidth), half(graphics.halfWidth),
+          color(graphics.color) {
+        lastPixel = (height - 1) * lineBytes + (width - 1) * channels;
+        usable = data && channels > 0 && side > 0 && width > 0 && height > 0;
+        single = side == 1 && half == 0;
+    }
 
-    // As written: counted row r lands on row y + (r - rowFirst), the kept columns on
-    // colFirst, colFirst + 1, ... Bytes outside the image's pixels are never touched.
-    const long long lastPixel = (height - 1) * lineBytes + (width - 1) * channels;
-    for (long long r = rowStart; r <= rowStop; r++) {
-        const long long row = y + (r - rowFirst);
-        if (row >= height) break;
-        if (row < 0) continue;
-        const long long rowOffset = row * lineBytes + colFirst * channels;
-        for (long long i = 0; i < columns; i++) {
-            const long long offset = rowOffset + i * channels;
-            if (offset < 0 || offset > lastPixel) continue;
-            unsigned char* pixel = image.data + offset;
-            if (channels == 3) {
-                pixel[0] = color[0];
-                pixel[1] = color[1];
-                pixel[2] = color[2];
-            } else {
-                for (int c = 0; c < channels; c++)
-                    pixel[c] = color[3];
-            }
+    void plot(long long x, long long y) const {
+        if (!usable) return;
+        if (single) {
+            if (x >= 0 && x < width && y >= 0 && y < height) put(y * lineBytes + x * channels);
+            return;
+        }
+        plotSquare(x, y);
+    }
+
+  private:
+    unsigned char* data;
+    long long width, height, lineBytes, lastPixel;
+    int channels;
+    long long side, half;
+    const unsigned char* color;
+    bool usable, single;
+
+    void put(long long offset) const {
+        if (offset < 0 || offset > lastPixel) return;
+        unsigned char* pixel = data + offset;
+        if (channels == 3) {
+            pixel[0] = color[0];
+            pixel[1] = color[1];
+            pixel[2] = color[2];
+        } else {
+            for (int c = 0; c < channels; c++)
+                pixel[c] = color[3];
         }
     }
+
+    // The square is clipped as rows y - half .. and columns x - half .., side of each; counted
+    // row r is written on row y + (r - (y - half)), the kept columns from x - half on.
+    void plotSquare(long long x, long long y) const {
+        const long long rowFirst = y - half, colFirst = x - half;
+        const long long rowStart = rowFirst < 0 ? 0 : rowFirst;
+        const long long rowStop =
+            rowFirst + side - 1 < height - 1 ? rowFirst + side - 1 : height - 1;
+        const long long colStart = colFirst < 0 ? 0 : colFirst;
+        const long long colStop = colFirst + side - 1 < width - 1 ? colFirst + side - 1 : width - 1;
+        const long long columns = colStop - colStart + 1;
+        for (long long r = rowStart; r <= rowStop && columns > 0; r++) {
+            const long long row = y + (r - rowFirst);
+            if (row >= height) break;
+            if (row < 0) continue;
+            const long long rowOffset = row * lineBytes + colFirst * channels;
+            for (long long i = 0; i < columns; i++)
+                put(rowOffset + i * channels);
+        }
+    }
+};
+
+} // namespace
+
+void FlicGraphics::drawPixel(FlicImage& image, int x, int y) {
+    SquarePen(*this, image).plot(x, y);
 }
 
 void FlicGraphics::drawLine(FlicImage& image, int x0, int y0, int x1, int y1) {
     if (pixelWidth <= 0) return;
-    if (x1 < x0) {
-        int t = x0;
-        x0 = x1;
-        x1 = t;
-        t = y0;
-        y0 = y1;
-        y1 = t;
+    if (x1 < x0) { // walk with x never decreasing
+        std::swap(x0, x1);
+        std::swap(y0, y1);
     }
     const long long dx = static_cast<long long>(x1) - x0;
     const long long dy = llabs(static_cast<long long>(y1) - y0);
@@ -165,7 +192,8 @@ void FlicGraphics::drawLine(FlicImage& image, int x0, int y0, int x1, int y1) {
     const long long straight = 2 * minor;
     const long long diagonal = 2 * (minor - major);
 
-    drawPixel(image, static_cast<int>(x), static_cast<int>(y));
+    const SquarePen pen(*this, image);
+    pen.plot(x, y);
     for (long long k = kFirst; k < kLast; k++) {
         if (decision <= 0) {
             decision += straight;
@@ -179,7 +207,7 @@ void FlicGraphics::drawLine(FlicImage& image, int x0, int y0, int x1, int y1) {
             y += ystep;
             x += 1;
         }
-        drawPixel(image, static_cast<int>(x), static_cast<int>(y));
+        pen.plot(x, y);
     }
 }
 

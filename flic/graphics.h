@@ -46,7 +46,7 @@ int check_cmd(const char* word, const char* command);
 int read_char(FILE* file);
 // Reads the next word of white-space separated text into `word` (room for maxlen + 1 chars),
 // splitting words longer than maxlen. endOfLine tells whether the word ended its line.
-// Returns 0 at the end of the file when no word was found, else 1.
+// Returns 0 at the end of the file when no word was found (or when maxlen is below 1), else 1.
 int read_word(FILE* file, int maxlen, char* word, int& endOfLine);
 // Reads n numbers, one word each, all on one line. Returns 1 when all were read; 0 at the end
 // of the file or when the line ends early. endOfLine tells whether the last one ended it.
