@@ -1,5 +1,7 @@
 // FlicVectorField container, utilities and "FLIC VECTOR" files.
 #include "vectorfield.h"
+#include "image.h"
+#include "scalarfield.h"
 #include "testutil.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 using testutil::MessageCapture;
 using testutil::readFile;
@@ -304,4 +307,205 @@ TEST(VectorFieldDerived, ResampleIsCellCentredBilinear) {
     testutil::MessageCapture capture;
     target.resample(100000, 100000);
     EXPECT_EQ(target.width, 2);
+}
+
+namespace {
+
+void expectVector(const FlicVectorField& field, int i, int j, float x, float y) {
+    const Vec2f& v = field.vectors()[j * field.width + i];
+    EXPECT_FLOAT_EQ(v.x, x) << "node " << i << "," << j;
+    EXPECT_FLOAT_EQ(v.y, y) << "node " << i << "," << j;
+}
+
+std::vector<int> pixelBytes(const FlicImage& image) {
+    std::vector<int> out;
+    for (int y = 0; y < image.height; y++)
+        for (int i = 0; i < 3 * image.width; i++)
+            out.push_back(image.data[y * image.bytesPerLine + i]);
+    return out;
+}
+
+} // namespace
+
+TEST(VectorFieldSynthetic, LinearCircleBrusselatorSaddle) {
+    FlicVectorField field(5, 5);
+    const float identity[2][2] = {{1, 0}, {0, 1}};
+    const float zero[2] = {0, 0};
+    field.setLinear(identity, zero);
+    expectVector(field, 0, 0, -2, -2);
+    expectVector(field, 4, 4, 2, 2);
+    expectVector(field, 2, 2, 0, 0);
+    expectVector(field, 1, 3, -1, 1);
+    const float matrix[2][2] = {{1, 2}, {3, 4}};
+    const float offset[2] = {0.5f, -1};
+    field.setLinear(matrix, offset);
+    expectVector(field, 4, 0, 2 - 4 + 0.5f, 6 - 8 - 1.0f);
+    EXPECT_EQ(field.width, 5); // the generators keep the size
+
+    FlicVectorField circle(3, 3);
+    circle.setCircle(0);
+    expectVector(circle, 0, 0, 0.5f, -0.5f);
+    expectVector(circle, 1, 1, 0, 0);
+    expectVector(circle, 2, 1, 0, 0.5f); // counter-clockwise
+    circle.setCircle(1.5707964f);        // pointing away from the centre
+    EXPECT_FLOAT_EQ(circle.vectors()[8].x, 0.5f);
+    EXPECT_FLOAT_EQ(circle.vectors()[8].y, 0.5f);
+    EXPECT_NEAR(circle.vectors()[5].y, 0.0f, 1e-7f);
+
+    FlicVectorField bruss(3, 4);
+    bruss.setBrusselator(2, 3, 1, 2);
+    expectVector(bruss, 0, 0, 1 / 2.0f, 0);
+    expectVector(bruss, 2, 3, (4 * 3 + 1 - 3 * 2) / 2.0f, (2 * 2 - 4 * 3) / 3.0f);
+    expectVector(bruss, 1, 1, (1 + 1 - 3) / 2.0f, (2 - 1) / 3.0f); // X = 1, Y = 1
+
+    FlicVectorField saddle(7, 7);
+    saddle.setSaddle();
+    EXPECT_EQ(saddle.width, 2);
+    EXPECT_EQ(saddle.height, 2);
+    expectVector(saddle, 0, 0, -1, 1);
+    expectVector(saddle, 1, 0, 1, 1);
+    expectVector(saddle, 0, 1, -1, -1);
+    expectVector(saddle, 1, 1, 1, -1);
+
+    // A single row or column sits at the start of its range, without NaN.
+    FlicVectorField line(3, 1);
+    line.setLinear(identity, zero);
+    expectVector(line, 2, 0, 2, -2);
+    line.setCircle(0);
+    expectVector(line, 0, 0, 0.5f, -0.5f);
+    line.setBrusselator(1, 1, 1, 1);
+    expectVector(line, 0, 0, 1, 0);
+    FlicVectorField empty;
+    empty.setCircle(0); // nothing to write
+    EXPECT_EQ(empty.data, nullptr);
+}
+
+TEST(VectorFieldDerived, FromScalarFieldAndImage) {
+    FlicScalarField ramp(4, 3);
+    for (int k = 0; k < 12; k++)
+        ramp.data[k] = static_cast<float>(k % 4); // grows by 1 per column
+    FlicVectorField field;
+    field.fromScalarField(ramp, 1.5707964f); // the gradient
+    ASSERT_EQ(field.width, 4);
+    ASSERT_EQ(field.height, 3);
+    for (int k = 0; k < 12; k++) {
+        EXPECT_FLOAT_EQ(field.vectors()[k].x, 2.0f) << k; // borders doubled like the inside
+        EXPECT_NEAR(field.vectors()[k].y, 0.0f, 2e-7f) << k;
+    }
+    field.fromScalarField(ramp, 0); // along the iso-lines
+    expectVector(field, 3, 2, 0, 2);
+
+    FlicScalarField rows(2, 3);
+    float values[6] = {0, 0, 1, 1, 5, 5}; // rows 0, 1, 5
+    memcpy(rows.data, values, sizeof values);
+    field.fromScalarField(rows, 0);
+    expectVector(field, 0, 0, -2, 0); // 2 * (1 - 0)
+    expectVector(field, 1, 1, -5, 0); // 5 - 0
+    expectVector(field, 0, 2, -8, 0); // 2 * (5 - 1)
+
+    FlicScalarField column(1, 3); // one node wide: no difference across
+    memcpy(column.data, values + 3, 3 * sizeof(float));
+    field.fromScalarField(column, 0);
+    expectVector(field, 0, 1, -4, 0);
+
+    testutil::MessageCapture capture;
+    float unattached = 0;
+    FlicScalarField noValues(3, 3, &unattached);
+    field.fromScalarField(noValues, 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: scalar field 3 x 3 has no values");
+    EXPECT_EQ(field.width, 1);
+
+    // Image bytes, differences in integers (also negative ones).
+    FlicImage image(3, 2, 1);
+    unsigned char bytes[6] = {200, 100, 0, 200, 130, 60};
+    memcpy(image.data, bytes, 6);
+    field.fromImage(image, 1.5707964f);
+    ASSERT_EQ(field.width, 3);
+    EXPECT_FLOAT_EQ(field.vectors()[0].x, -200);
+    EXPECT_FLOAT_EQ(field.vectors()[1].x, -200);
+    EXPECT_FLOAT_EQ(field.vectors()[4].x, -140);
+    EXPECT_FLOAT_EQ(field.vectors()[1].y, 60);  // 2 * (130 - 100)
+    EXPECT_FLOAT_EQ(field.vectors()[5].y, 120); // 2 * (60 - 0)
+
+    // An RGB image is taken through its grey values.
+    FlicImage rgb(2, 2, 3);
+    unsigned char colours[12] = {0, 0, 0, 255, 0, 0, 0, 0, 0, 0, 255, 0};
+    memcpy(rgb.data, colours, 12);
+    field.fromImage(rgb, 0);
+    expectVector(field, 0, 0, 0, 2 * 76);
+    expectVector(field, 0, 1, 0, 2 * 150);
+    expectVector(field, 1, 0, -2 * (150 - 76), 2 * 76);
+    EXPECT_EQ(rgb.nChannels, 3);
+}
+
+TEST(VectorFieldDerived, VecToColorHues) {
+    FlicVectorField field(3, 2);
+    Vec2f directions[6] = {{-1, 0}, {1, 0}, {0, 1}, {0, -1}, {-1, -0.0f}, {0, 0}};
+    memcpy(field.data, directions, sizeof directions);
+    FlicImage image;
+    field.vecToColor(image, 1);
+    EXPECT_EQ(image.width, 3);
+    EXPECT_EQ(image.nChannels, 3);
+    EXPECT_EQ(pixelBytes(image), (std::vector<int>{255, 0, 0,      // hue 1 (atan2 = pi): red
+                                                   0, 255, 255,    // hue 0.5: cyan
+                                                   127, 0, 255,    // hue 0.75
+                                                   127, 255, 0,    // hue 0.25
+                                                   255, 0, 0,      // hue 0 (atan2 = -pi)
+                                                   0, 255, 255})); // zero vector: hue 0.5
+
+    // Stretch sampling onto a grey 3 x 2 image, which becomes RGB; columns at 0, 0.4995,
+    // 0.999 between (1, 0) and (-1, 0).
+    FlicVectorField pair(2, 2);
+    Vec2f across[4] = {{1, 0}, {-1, 0}, {1, 0}, {-1, 0}};
+    memcpy(pair.data, across, sizeof across);
+    FlicImage grey(3, 2, 1);
+    pair.vecToColor(grey, 0);
+    EXPECT_EQ(grey.width, 3);
+    EXPECT_EQ(grey.nChannels, 3);
+    std::vector<int> row = {0, 255, 255, 0, 255, 255, 255, 0, 0};
+    std::vector<int> both(row);
+    both.insert(both.end(), row.begin(), row.end());
+    EXPECT_EQ(pixelBytes(grey), both);
+
+    // Rows of a wrapped image are written by its bytesPerLine; gaps stay.
+    unsigned char memory[14];
+    memset(memory, 9, sizeof memory);
+    FlicImage wrapped(2, 2, 3, 7, memory);
+    pair.vecToColor(wrapped, 0);
+    EXPECT_EQ(memory[6], 9);
+    EXPECT_EQ(memory[13], 9);
+    EXPECT_EQ(memory[7], 0);
+    EXPECT_EQ(memory[3], 255); // (-0.999, 0): red
+
+    FlicImage dot(1, 1, 3);
+    FlicVectorField().vecToColor(dot, 0); // no nodes: left alone
+    dot.clear(4);
+    pair.vecToColor(dot, 0); // one pixel: position 0
+    EXPECT_EQ(pixelBytes(dot), (std::vector<int>{0, 255, 255}));
+}
+
+TEST(VectorFieldDerived, Magnitude) {
+    FlicVectorField field(2, 2);
+    Vec2f values[4] = {{0, 0}, {3, 4}, {0, 0}, {3, 4}};
+    memcpy(field.data, values, sizeof values);
+    FlicScalarField lengths;
+    field.magnitude(lengths, 1);
+    ASSERT_EQ(lengths.width, 2);
+    EXPECT_EQ(lengths.data[1], 5.0f);
+    EXPECT_EQ(lengths.data[2], 0.0f);
+
+    FlicScalarField stretched(3, 2);
+    field.magnitude(stretched, 0);
+    EXPECT_EQ(stretched.width, 3);
+    EXPECT_FLOAT_EQ(stretched.data[0], 0);
+    EXPECT_FLOAT_EQ(stretched.data[1], 5 * 0.4995f);
+    EXPECT_FLOAT_EQ(stretched.data[5], 5 * 0.999f);
+
+    // A result with a recorded size but no storage gets storage of that size.
+    float unattached = 0;
+    FlicScalarField recorded(2, 1, &unattached);
+    field.magnitude(recorded, 0);
+    ASSERT_NE(recorded.data, nullptr);
+    EXPECT_FLOAT_EQ(recorded.data[1], 5 * 0.999f);
+    EXPECT_EQ(unattached, 0.0f);
 }
