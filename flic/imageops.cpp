@@ -319,7 +319,7 @@ int FlicImage::mix(const FlicImage& other, FlicImage* result) {
 
 // This image's channel count becomes 2 (grey) or 4 (RGB) even when a separate result is given.
 // Its owned block then grows to match that count, so loops over the claimed channels stay
-// inside it.
+// inside it. Other channel counts get no room for an alpha byte: their pixels are copied.
 int FlicImage::applyMask(const FlicImage& mask, FlicImage* result) {
     if (!same_size(*this, mask)) return report("Images must have same size.\n");
     if (mask.nChannels != 1) return report("mask must only have one component.\n");
@@ -341,7 +341,7 @@ int FlicImage::applyMask(const FlicImage& mask, FlicImage* result) {
         unsigned char* out = row_of(masked, y);
         for (int x = 0; x < width; x++) {
             memcpy(out, in + x * c, c);
-            out[c] = alpha[x] ? 255 : 0;
+            if (nChannels > c) out[c] = alpha[x] ? 255 : 0;
             out += nChannels;
         }
     }

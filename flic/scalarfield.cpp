@@ -258,10 +258,11 @@ void FlicScalarField::getRange(float& min, float& max) const {
 }
 
 // Without `resize` the image keeps its width and height (made RGB if it is not) and the field
-// is stretch-sampled onto it, rows written 3 * width bytes apart. A field without values
-// leaves the image alone.
+// is stretch-sampled onto it, rows written 3 * width bytes apart. A field that records a size
+// but holds no values leaves the image alone.
 void FlicScalarField::pseudoColor(const FlicColormap& colormap, FlicImage& image,
                                   int resize) const {
+    if (!data && width > 0 && height > 0) return; // a recorded size without values
     long nodes = node_count(*this);
     if (resize) {
         if (!image.setSize(width, height, 3) || nodes == 0) return;

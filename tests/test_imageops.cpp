@@ -217,10 +217,10 @@ TEST(ImageOps, ApplyMask) {
     EXPECT_EQ(rgb.nChannels, 4);
     EXPECT_EQ(bytesOf(rgb), (std::vector<int>{1, 2, 3, 0, 4, 5, 6, 255}));
 
-    FlicImage two(2, 1, 2); // other counts are left as they are
-    two.clear(8);
+    FlicImage two = makeImage(2, 1, 2, {1, 2, 3, 4}); // other counts: no room for alpha
     ASSERT_EQ(two.applyMask(mask), 1);
     EXPECT_EQ(two.nChannels, 2);
+    EXPECT_EQ(bytesOf(two), (std::vector<int>{1, 2, 3, 4}));
 
     FlicImage wide = makeImage(3, 1, 1, {0, 0, 0});
     FlicImage rgbMask(2, 1, 3);
