@@ -173,6 +173,22 @@ TEST(Colormap, IcolWriteLayoutAndRoundTrip) {
     EXPECT_EQ(read.min, -2.5f);
     EXPECT_EQ(read.max, 100.0f);
     EXPECT_FLOAT_EQ(read.scale, 1 / 102.5f);
+
+    // Components outside 0..1 are written as they truncate; infinite ones at the int limits,
+    // NaN as 0.
+    map.createGreyRamp();
+    map.colors[0][0] = -1;
+    map.colors[0][1] = std::numeric_limits<float>::infinity();
+    map.colors[0][2] = std::numeric_limits<float>::quiet_NaN();
+    ASSERT_EQ(map.writeIcol(path.c_str()), 1);
+    EXPECT_EQ(readFile(path).substr(0, 24), "   0-2552147483647   0  ");
+    // Numbers wider than four columns run into their neighbours: the file no longer reads.
+    EXPECT_EQ(stderrOf([&] { EXPECT_EQ(read.readIcol(path.c_str()), 0); }),
+              "Illegal format in " + path + ".\n");
+    map.colors[0][1] = 0;
+    ASSERT_EQ(map.writeIcol(path.c_str()), 1);
+    ASSERT_EQ(read.readIcol(path.c_str()), 1);
+    EXPECT_EQ(read.colors[0][0], -1.0f);
 }
 
 TEST(Colormap, IcolPlainLayoutAndFailures) {
