@@ -7,5 +7,6 @@
 #include "image.h"
 #include "vectorfield.h"
 #include "scalarfield.h"
+#include "integrator.h"
 
 #endif
