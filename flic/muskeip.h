@@ -8,5 +8,7 @@
 #include "vectorfield.h"
 #include "scalarfield.h"
 #include "integrator.h"
+#include "compute.h"
+#include "sobol.h"
 
 #endif
