@@ -10,5 +10,8 @@
 #include "colormap.h"
 #include "scanconvert.h"
 #include "graphics.h"
+#include "integrator.h"
+#include "compute.h"
+#include "sobol.h"
 
 #endif
