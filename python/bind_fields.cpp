@@ -1,0 +1,403 @@
+// muskeip.VectorField and muskeip.ScalarField: regular-grid fields of float32, viewed by numpy
+// without copying, with their files, generators and colourings.
+#include "support.h"
+
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <string>
+
+using namespace mp;
+
+namespace {
+
+const char kGridMessage[] = "a field needs at least 2 x 2 nodes";
+
+void checkGrid(long long width, long long height) {
+    if (width < 2 || height < 2) throw py::value_error(kGridMessage);
+    if (width > 1000000 || height > 1000000)
+        throw py::value_error("a field may have at most 1000000 nodes per direction");
+}
+
+// Reads a field file with the GIL released; failures become OSError with the library's text.
+template <class Field>
+void readField(Field& field, const std::string& path) {
+    MessageScope scope;
+    int ok = withoutGil([&] { return field.read(path.c_str()); });
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    scope.deliverInfo();
+}
+
+template <class Field>
+void writeField(const Field& field, const std::string& path, bool ascii) {
+    MessageScope scope;
+    int ok = withoutGil([&] { return field.write(path.c_str(), ascii ? 1 : 0); });
+    if (!ok) raiseOSError(scope.errors(), "can't write " + path, path);
+    scope.deliverInfo();
+}
+
+// --- VectorField -------------------------------------------------------------------------------
+
+std::unique_ptr<VectorFieldObject> blankVectorField(long long width, long long height) {
+    checkGrid(width, height);
+    auto object = std::make_unique<VectorFieldObject>();
+    MessageScope scope;
+    if (!object->field.setSize(static_cast<int>(width), static_cast<int>(height)) ||
+        !object->field.data)
+        raiseValueError(scope.errors(), "vector field too large");
+    memset(object->field.data, 0, static_cast<size_t>(width) * height * 2 * sizeof(float));
+    return object;
+}
+
+// Copies float components into a new field: either one (H, W, 2) array or two (H, W) arrays.
+std::unique_ptr<VectorFieldObject> vectorFieldFromArrays(py::handle first, py::handle second) {
+    py::array a = asArray(first, second.is_none() ? "the field array" : "u");
+    if (second.is_none()) {
+        if (a.ndim() != 3 || a.shape(2) != 2)
+            throw py::value_error("the field array must have the shape (H, W, 2)");
+        auto values = floatArray(a, "the field array");
+        auto object = blankVectorField(a.shape(1), a.shape(0));
+        memcpy(object->field.data, values.data(), static_cast<size_t>(values.nbytes()));
+        return object;
+    }
+    py::array b = asArray(second, "v");
+    if (a.ndim() != 2 || b.ndim() != 2) throw py::value_error("u and v must be 2-D arrays");
+    if (a.shape(0) != b.shape(0) || a.shape(1) != b.shape(1))
+        throw py::value_error("u and v must have the same shape");
+    auto u = floatArray(a, "u");
+    auto v = floatArray(b, "v");
+    auto object = blankVectorField(a.shape(1), a.shape(0));
+    const float* pu = u.data();
+    const float* pv = v.data();
+    float* out = object->field.data;
+    size_t nodes = static_cast<size_t>(a.shape(0)) * a.shape(1);
+    for (size_t k = 0; k < nodes; k++) {
+        out[2 * k] = pu[k];
+        out[2 * k + 1] = pv[k];
+    }
+    return object;
+}
+
+py::object readVectorField(py::handle pathObject) {
+    std::string path = pathArgument(pathObject);
+    FlicVectorField field;
+    readField(field, path);
+    return newVectorField(field);
+}
+
+py::object readVectorUCD(py::handle pathObject, int width, int height, py::object bbox) {
+    std::string path = pathArgument(pathObject);
+    checkGrid(width, height);
+    std::vector<float> box;
+    if (!bbox.is_none()) {
+        box = py::cast<std::vector<float>>(bbox);
+        if (box.size() != 4) throw py::value_error("bbox must be (xmin, xmax, ymin, ymax)");
+    }
+    FlicVectorField field;
+    MessageScope scope;
+    int ok = withoutGil([&] {
+        return box.empty() ? field.readUCD(path.c_str(), width, height)
+                           : field.readUCD(path.c_str(), width, height, box.data());
+    });
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    scope.deliverInfo();
+    return newVectorField(field);
+}
+
+py::object saddle() {
+    FlicVectorField field;
+    field.setSaddle();
+    return newVectorField(field);
+}
+
+py::object fromScalarField(const ScalarFieldObject& source, float angle) {
+    FlicVectorField field;
+    withoutGil([&] { field.fromScalarField(source.field, angle); });
+    return newVectorField(field);
+}
+
+py::object fromImage(const ImageObject& source, float angle) {
+    if (source.image.width < 2 || source.image.height < 2)
+        throw py::value_error("the image needs at least 2 x 2 pixels");
+    FlicVectorField field;
+    withoutGil([&] { field.fromImage(source.image, angle); });
+    return newVectorField(field);
+}
+
+void setLinear(VectorFieldObject& self, const std::vector<std::vector<float>>& matrix,
+               const std::vector<float>& offset) {
+    if (matrix.size() != 2 || matrix[0].size() != 2 || matrix[1].size() != 2)
+        throw py::value_error("matrix must be 2 x 2");
+    if (offset.size() != 2) throw py::value_error("offset must have two values");
+    const float m[2][2] = {{matrix[0][0], matrix[0][1]}, {matrix[1][0], matrix[1][1]}};
+    const float b[2] = {offset[0], offset[1]};
+    self.field.setLinear(m, b);
+}
+
+// Direction colours: the field's own size, or stretched onto size = (W, H).
+py::object vecToColor(const VectorFieldObject& self, py::object size) {
+    FlicImage image;
+    if (size.is_none()) {
+        withoutGil([&] { self.field.vecToColor(image, 1); });
+    } else {
+        int width = 0, height = 0;
+        parseSize(size, "size", width, height, 2);
+        if (!image.setSize(width, height, 3) || !image.data)
+            throw py::value_error("size too large for an image");
+        withoutGil([&] { self.field.vecToColor(image, 0); });
+    }
+    return newImage(image);
+}
+
+py::object magnitude(const VectorFieldObject& self, py::object size) {
+    FlicScalarField result;
+    if (size.is_none()) {
+        withoutGil([&] { self.field.magnitude(result, 1); });
+    } else {
+        int width = 0, height = 0;
+        parseSize(size, "size", width, height, 2);
+        if (!result.setSize(width, height) || !result.data)
+            throw py::value_error("size too large for a scalar field");
+        withoutGil([&] { self.field.magnitude(result, 0); });
+    }
+    return newScalarField(result);
+}
+
+py::object resample(VectorFieldObject& self, int width, int height) {
+    checkGrid(width, height);
+    FlicVectorField result;
+    MessageScope scope;
+    withoutGil([&] { self.field.resample(width, height, &result); });
+    if (!result.data) raiseValueError(scope.errors(), "resampled field too large");
+    return newVectorField(result);
+}
+
+py::object copyVectorField(const VectorFieldObject& self) {
+    FlicVectorField copy(self.field);
+    return newVectorField(copy);
+}
+
+py::array vectorValues(const VectorFieldObject& self) {
+    py::array_t<float> values({self.field.height, self.field.width, 2});
+    memcpy(values.mutable_data(), self.field.data, static_cast<size_t>(values.nbytes()));
+    return values;
+}
+
+// --- ScalarField ----------------------------------------------------------------------------
+
+std::unique_ptr<ScalarFieldObject> blankScalarField(long long width, long long height) {
+    checkGrid(width, height);
+    auto object = std::make_unique<ScalarFieldObject>();
+    MessageScope scope;
+    if (!object->field.setSize(static_cast<int>(width), static_cast<int>(height)) ||
+        !object->field.data)
+        raiseValueError(scope.errors(), "scalar field too large");
+    memset(object->field.data, 0, static_cast<size_t>(width) * height * sizeof(float));
+    return object;
+}
+
+std::unique_ptr<ScalarFieldObject> scalarFieldFromArray(py::handle source) {
+    py::array a = asArray(source, "the field array");
+    if (a.ndim() != 2) throw py::value_error("the field array must have the shape (H, W)");
+    auto values = floatArray(a, "the field array");
+    auto object = blankScalarField(a.shape(1), a.shape(0));
+    memcpy(object->field.data, values.data(), static_cast<size_t>(values.nbytes()));
+    return object;
+}
+
+py::object readScalarField(py::handle pathObject) {
+    std::string path = pathArgument(pathObject);
+    FlicScalarField field;
+    readField(field, path);
+    return newScalarField(field);
+}
+
+py::object readScalarUCD(py::handle pathObject, int width, int height) {
+    std::string path = pathArgument(pathObject);
+    checkGrid(width, height);
+    FlicScalarField field;
+    MessageScope scope;
+    int ok = withoutGil([&] { return field.readUCD(path.c_str(), width, height); });
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    scope.deliverInfo();
+    return newScalarField(field);
+}
+
+// Colours through the map: the field's own size, or stretched onto size = (W, H).
+py::object pseudoColor(const ScalarFieldObject& self, const ColormapObject& colormap,
+                       py::object size) {
+    FlicImage image;
+    if (size.is_none()) {
+        withoutGil([&] { self.field.pseudoColor(colormap.colormap, image, 1); });
+    } else {
+        int width = 0, height = 0;
+        parseSize(size, "size", width, height, 2);
+        if (!image.setSize(width, height, 3) || !image.data)
+            throw py::value_error("size too large for an image");
+        withoutGil([&] { self.field.pseudoColor(colormap.colormap, image, 0); });
+    }
+    return newImage(image);
+}
+
+py::object copyScalarField(const ScalarFieldObject& self) {
+    FlicScalarField copy(self.field);
+    return newScalarField(copy);
+}
+
+py::array scalarValues(const ScalarFieldObject& self) {
+    py::array_t<float> values({self.field.height, self.field.width});
+    memcpy(values.mutable_data(), self.field.data, static_cast<size_t>(values.nbytes()));
+    return values;
+}
+
+void bindVectorField(py::module_& m) {
+    py::class_<VectorFieldObject> cls(m, "VectorField", R"doc(A 2-D vector field on a grid.
+
+numpy.asarray(field) is a writable float32 view of shape (H, W, 2) holding (x, y) per node;
+row 0 is the bottom row, and a positive y component points up the picture.
+VectorField(width, height) is zero; VectorField(array) copies an (H, W, 2) array and
+VectorField(u, v) two (H, W) arrays of the x and y components.)doc");
+    enableCountedBuffer<VectorFieldObject>(cls);
+    cls.def(py::init(&blankVectorField), py::arg("width"), py::arg("height"))
+        .def(py::init([](py::array values) { return vectorFieldFromArrays(values, py::none()); }),
+             py::arg("array"))
+        .def(py::init([](py::handle u, py::handle v) {
+                 if (v.is_none()) throw py::type_error("v must be an array, not None");
+                 return vectorFieldFromArrays(u, v);
+             }),
+             py::arg("u"), py::arg("v"))
+        .def_property_readonly("width", [](const VectorFieldObject& s) { return s.field.width; })
+        .def_property_readonly("height", [](const VectorFieldObject& s) { return s.field.height; })
+        .def_property_readonly("shape",
+                               [](const VectorFieldObject& s) {
+                                   return py::make_tuple(s.field.height, s.field.width, 2);
+                               })
+        .def("__repr__",
+             [](const VectorFieldObject& s) {
+                 return "muskeip.VectorField(width=" + std::to_string(s.field.width) +
+                        ", height=" + std::to_string(s.field.height) + ")";
+             })
+        .def("copy", &copyVectorField)
+        .def("__copy__", &copyVectorField)
+        .def("__deepcopy__",
+             [](const VectorFieldObject& s, py::handle) { return copyVectorField(s); })
+        .def(py::pickle([](const VectorFieldObject& s) { return py::make_tuple(vectorValues(s)); },
+                        [](py::tuple state) {
+                            if (state.size() != 1) throw py::value_error("bad VectorField state");
+                            return vectorFieldFromArrays(state[0], py::none());
+                        }))
+        .def_static("read", &readVectorField, py::arg("path"),
+                    "Reads a 'FLIC VECTOR' file (binary data big-endian). OSError on failure.")
+        .def(
+            "write",
+            [](const VectorFieldObject& s, py::handle path, bool ascii) {
+                writeField(s.field, pathArgument(path), ascii);
+            },
+            py::arg("path"), py::arg("ascii") = false,
+            "Writes a 'FLIC VECTOR' file; binary data in the host's byte order.")
+        .def_static("readUCD", &readVectorUCD, py::arg("path"), py::arg("width"), py::arg("height"),
+                    py::arg("bbox") = py::none(),
+                    "Rasterizes a UCD triangle mesh with vertex vectors into a width x height "
+                    "field; bbox = (xmin, xmax, ymin, ymax) or None for the mesh's own box.")
+        .def(
+            "getMax", [](const VectorFieldObject& s) { return s.field.getMax(); },
+            "Largest vector length.")
+        .def(
+            "normalize", [](VectorFieldObject& s) { s.field.normalize(); },
+            "Scales every non-zero vector to length 1, in place.")
+        .def("setLinear", &setLinear, py::arg("matrix"), py::arg("offset"),
+             "M (u, v) + b over [-2, 2]^2, in place.")
+        .def(
+            "setBrusselator",
+            [](VectorFieldObject& s, float xmax, float ymax, float a, float b) {
+                s.field.setBrusselator(xmax, ymax, a, b);
+            },
+            py::arg("xmax"), py::arg("ymax"), py::arg("a"), py::arg("b"),
+            "The Brusselator system over [0, xmax] x [0, ymax], in place.")
+        .def(
+            "setCircle", [](VectorFieldObject& s, float angle) { s.field.setCircle(angle); },
+            py::arg("angle") = 0.0f,
+            "Circles about the centre (angle 0: counter-clockwise), turned by angle, in place.")
+        .def_static("saddle", &saddle, "A saddle on a 2 x 2 grid.")
+        .def_static("fromScalarField", &fromScalarField, py::arg("field"), py::arg("angle") = 0.0f,
+                    "Gradient turned by 90 degrees minus angle (0: along the iso-lines).")
+        .def_static("fromImage", &fromImage, py::arg("image"), py::arg("angle") = 0.0f,
+                    "The same for an image's grey values.")
+        .def("vecToColor", &vecToColor, py::arg("size") = py::none(),
+             "Directions as hues: an RGB Image of the field's size, or stretched to size (W, H).")
+        .def("magnitude", &magnitude, py::arg("size") = py::none(),
+             "Vector lengths as a ScalarField, of the field's size or stretched to size (W, H).")
+        .def("resample", &resample, py::arg("width"), py::arg("height"),
+             "Cell-centred bilinear resampling (new VectorField).");
+}
+
+void bindScalarField(py::module_& m) {
+    py::class_<ScalarFieldObject> cls(m, "ScalarField", R"doc(A 2-D scalar field on a grid.
+
+numpy.asarray(field) is a writable float32 view of shape (H, W), row 0 the bottom row.
+ScalarField(width, height) is zero; ScalarField(array) copies an (H, W) float array.)doc");
+    enableCountedBuffer<ScalarFieldObject>(cls);
+    cls.def(py::init(&blankScalarField), py::arg("width"), py::arg("height"))
+        .def(py::init(&scalarFieldFromArray), py::arg("array"))
+        .def_property_readonly("width", [](const ScalarFieldObject& s) { return s.field.width; })
+        .def_property_readonly("height", [](const ScalarFieldObject& s) { return s.field.height; })
+        .def_property_readonly("shape",
+                               [](const ScalarFieldObject& s) {
+                                   return py::make_tuple(s.field.height, s.field.width);
+                               })
+        .def("__repr__",
+             [](const ScalarFieldObject& s) {
+                 return "muskeip.ScalarField(width=" + std::to_string(s.field.width) +
+                        ", height=" + std::to_string(s.field.height) + ")";
+             })
+        .def("copy", &copyScalarField)
+        .def("__copy__", &copyScalarField)
+        .def("__deepcopy__",
+             [](const ScalarFieldObject& s, py::handle) { return copyScalarField(s); })
+        .def(py::pickle([](const ScalarFieldObject& s) { return py::make_tuple(scalarValues(s)); },
+                        [](py::tuple state) {
+                            if (state.size() != 1) throw py::value_error("bad ScalarField state");
+                            return scalarFieldFromArray(state[0]);
+                        }))
+        .def_static("read", &readScalarField, py::arg("path"),
+                    "Reads a 'FLIC SCALAR' file. OSError with the library's message on failure.")
+        .def(
+            "write",
+            [](const ScalarFieldObject& s, py::handle path, bool ascii) {
+                writeField(s.field, pathArgument(path), ascii);
+            },
+            py::arg("path"), py::arg("ascii") = false, "Writes a 'FLIC SCALAR' file.")
+        .def_static("readUCD", &readScalarUCD, py::arg("path"), py::arg("width"), py::arg("height"),
+                    "Rasterizes a UCD triangle mesh with vertex values into a width x height "
+                    "field.")
+        .def(
+            "createDipole",
+            [](ScalarFieldObject& s, float extent, float phase) {
+                s.field.createDipole(extent, phase);
+            },
+            py::arg("extent"), py::arg("phase") = 0.0f,
+            "Radiation pattern of an oscillating dipole over [-extent, extent]^2, in place.")
+        .def(
+            "createCircle", [](ScalarFieldObject& s) { s.field.createCircle(); },
+            "Squared distance from the centre over [-0.5, 0.5]^2, in place.")
+        .def(
+            "getRange",
+            [](const ScalarFieldObject& s) {
+                float low = 0.0f, high = 0.0f;
+                s.field.getRange(low, high);
+                return py::make_tuple(low, high);
+            },
+            "(smallest, largest) value.")
+        .def("pseudoColor", &pseudoColor, py::arg("colormap"), py::arg("size") = py::none(),
+             "Colours the values through the map's range: an RGB Image of the field's size, "
+             "or stretched to size (W, H).");
+}
+
+} // namespace
+
+void bindFields(py::module_& m) {
+    bindVectorField(m);
+    bindScalarField(m);
+}

@@ -1,0 +1,252 @@
+// muskeip.lic: one call from numpy arrays to a LIC picture. Every argument is checked with the
+// GIL held; the noise and the computation then run without it, so threads can compute many
+// pictures at once.
+#include "support.h"
+
+#include "compute.h"
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+
+using namespace mp;
+
+namespace {
+
+// Looks a keyword up in a table of choices; ValueError lists the accepted words.
+int choose(const std::string& word, const std::map<std::string, int>& choices, const char* what) {
+    auto found = choices.find(word);
+    if (found != choices.end()) return found->second;
+    std::string accepted;
+    for (const auto& choice : choices)
+        accepted += (accepted.empty() ? "'" : ", '") + choice.first + "'";
+    throw py::value_error(std::string(what) + " must be one of " + accepted + ", not '" + word +
+                          "'");
+}
+
+float finiteNonNegative(double value, const char* what) {
+    if (!std::isfinite(value) || value < 0.0 || value > 1.0e6)
+        throw py::value_error(std::string(what) + " must be a finite number from 0 to 1e6");
+    return static_cast<float>(value);
+}
+
+// The vector field of the call: borrowed from a VectorField, wrapped over a float32 (H, W, 2)
+// array, or interleaved from two (H, W) arrays. `keep` holds converted arrays alive.
+struct FieldInput {
+    FlicVectorField owned;
+    std::unique_ptr<FlicVectorField> wrapped;
+    FlicVectorField* field = nullptr;
+    py::object keep;
+};
+
+void checkFieldShape(py::ssize_t height, py::ssize_t width) {
+    if (height < 2 || width < 2) throw py::value_error("the field needs at least 2 x 2 nodes");
+    if (height > 1000000 || width > 1000000)
+        throw py::value_error("the field may have at most 1000000 nodes per direction");
+}
+
+void readFieldInput(py::handle u, py::handle v, FieldInput& input) {
+    if (py::isinstance<VectorFieldObject>(u)) {
+        if (!v.is_none()) throw py::type_error("v must be omitted when u is a VectorField");
+        input.field = &py::cast<VectorFieldObject&>(u).field;
+        return;
+    }
+    py::array a = asArray(u, v.is_none() ? "the field" : "u");
+    if (v.is_none()) {
+        if (a.ndim() != 3 || a.shape(2) != 2)
+            throw py::value_error("with v omitted, u must hold both components in the shape "
+                                  "(H, W, 2)");
+        checkFieldShape(a.shape(0), a.shape(1));
+        auto values = floatArray(a, "the field");
+        input.wrapped = std::make_unique<FlicVectorField>(static_cast<int>(a.shape(1)),
+                                                          static_cast<int>(a.shape(0)),
+                                                          const_cast<float*>(values.data()));
+        input.field = input.wrapped.get();
+        input.keep = values;
+        return;
+    }
+    py::array b = asArray(v, "v");
+    if (a.ndim() != 2 || b.ndim() != 2)
+        throw py::value_error("u and v must be 2-D arrays of the x and y components");
+    if (a.shape(0) != b.shape(0) || a.shape(1) != b.shape(1))
+        throw py::value_error("u and v must have the same shape");
+    checkFieldShape(a.shape(0), a.shape(1));
+    auto x = floatArray(a, "u");
+    auto y = floatArray(b, "v");
+    int width = static_cast<int>(a.shape(1)), height = static_cast<int>(a.shape(0));
+    MessageScope scope;
+    if (!input.owned.setSize(width, height) || !input.owned.data)
+        raiseValueError(scope.errors(), "the vector field is too large");
+    const float* px = x.data();
+    const float* py_ = y.data();
+    float* out = input.owned.data;
+    size_t nodes = static_cast<size_t>(width) * height;
+    for (size_t k = 0; k < nodes; k++) {
+        out[2 * k] = px[k];
+        out[2 * k + 1] = py_[k];
+    }
+    input.field = &input.owned;
+}
+
+// An image argument as a FlicImage over C-ordered uint8 memory (the caller's, when it is
+// already C-ordered). `keep` holds that memory alive.
+struct ImageInput {
+    std::unique_ptr<FlicImage> image;
+    py::object keep;
+};
+
+void readImageInput(py::handle object, const char* what, ImageInput& input) {
+    py::array array = asArray(object, what);
+    int channels = imageChannels(array, what);
+    auto compact = py::array_t<uint8_t, py::array::c_style>::ensure(array);
+    if (!compact) throw py::error_already_set();
+    if (array.shape(0) > 1000000 || array.shape(1) > 1000000)
+        throw py::value_error(std::string(what) + " is too large");
+    int width = static_cast<int>(array.shape(1)), height = static_cast<int>(array.shape(0));
+    input.image = std::make_unique<FlicImage>(width, height, channels, width * channels,
+                                              const_cast<uint8_t*>(compact.data()));
+    input.keep = compact;
+}
+
+struct LicSettings {
+    float length = 20.0f;
+    int kernel = FlicCompute::TRIANGLE;
+    int integrator = 0; // 0 RK43, 1 the fixed-step pair installed by useEuler
+    int subpixels = 1;
+    int seeding = 1;
+    int interpolation = FlicCompute::BILINEAR;
+    float normalization = 0.0f;
+};
+
+// Runs the engine; returns its result. Called without the GIL.
+int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* texture,
+              FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
+    FlicCompute engine;
+    engine.setFilterLength(settings.length);
+    engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(settings.kernel));
+    engine.setNumSubPixels(settings.subpixels);
+    engine.setInterpolationMethod(
+        static_cast<FlicCompute::InterpolationMethod>(settings.interpolation));
+    engine.seedingMethod = settings.seeding;
+    if (settings.integrator == 1) engine.useEuler();
+    engine.setNormalization(settings.normalization);
+    return engine.compute(field, texture, output, mask, seedMap);
+}
+
+py::object lic(py::object u, py::object v, py::object texture, py::object size, double length,
+               const std::string& kernel, const std::string& integrator, long long subpixels,
+               const std::string& seeding, const std::string& interpolation, double normalization,
+               const std::string& noise, py::object seed, py::object mask, bool returnSeedmap) {
+    LicSettings settings;
+    settings.length = finiteNonNegative(length, "length");
+    settings.normalization = finiteNonNegative(normalization, "normalization");
+    settings.kernel = choose(kernel,
+                             {{"box", FlicCompute::BOX},
+                              {"triangle", FlicCompute::TRIANGLE},
+                              {"cubic", FlicCompute::CUBIC}},
+                             "kernel");
+    settings.integrator =
+        choose(integrator, {{"rk43", 0}, {"euler", 1}, {"midpoint", 1}}, "integrator");
+    settings.seeding = choose(seeding, {{"raster", 0}, {"pattern", 1}, {"sobol", 2}}, "seeding");
+    settings.interpolation = choose(
+        interpolation, {{"constant", FlicCompute::CONSTANT}, {"bilinear", FlicCompute::BILINEAR}},
+        "interpolation");
+    if (subpixels < 1 || subpixels > 16) throw py::value_error("subpixels must be 1 .. 16");
+    settings.subpixels = static_cast<int>(subpixels);
+    int binaryNoise = choose(noise, {{"uniform", 0}, {"binary", 1}}, "noise");
+    int seedValue = 0;
+    if (!seed.is_none()) {
+        long long value = py::cast<long long>(seed);
+        if (value < 1 || value > INT32_MAX)
+            throw py::value_error("seed must be between 1 and 2147483647, or None");
+        seedValue = static_cast<int>(value);
+    }
+
+    FieldInput field;
+    readFieldInput(u, v, field);
+    int fieldWidth = field.field->width, fieldHeight = field.field->height;
+
+    int outWidth = fieldWidth, outHeight = fieldHeight;
+    bool sized = !size.is_none();
+    if (sized) parseSize(size, "size", outWidth, outHeight, 2);
+
+    ImageInput textureInput;
+    FlicImage noiseTexture;
+    FlicImage* textureImage = nullptr;
+    if (texture.is_none()) {
+        if (!noiseTexture.setSize(outWidth, outHeight, 1) || !noiseTexture.data)
+            throw py::value_error("size too large for a texture");
+        textureImage = &noiseTexture;
+    } else {
+        readImageInput(texture, "texture", textureInput);
+        textureImage = textureInput.image.get();
+        if (textureImage->width < 2 || textureImage->height < 2)
+            throw py::value_error("texture needs at least 2 x 2 pixels");
+        if (sized && (outWidth != textureImage->width || outHeight != textureImage->height))
+            throw py::value_error("size (" + std::to_string(outWidth) + ", " +
+                                  std::to_string(outHeight) + ") differs from the texture's (" +
+                                  std::to_string(textureImage->width) + ", " +
+                                  std::to_string(textureImage->height) + ")");
+    }
+
+    ImageInput maskInput;
+    if (!mask.is_none()) {
+        readImageInput(mask, "mask", maskInput);
+        if (maskInput.image->nChannels != 1) throw py::value_error("mask must be a 2-D array");
+        if (maskInput.image->width != fieldWidth || maskInput.image->height != fieldHeight)
+            throw py::value_error("mask must have the field's shape (" +
+                                  std::to_string(fieldHeight) + ", " + std::to_string(fieldWidth) +
+                                  ")");
+    } else if (returnSeedmap) {
+        throw py::value_error("return_seedmap needs a mask: the seed map records the mask's "
+                              "values at the seeds");
+    }
+
+    FlicImage output, seedMap;
+    MessageScope scope;
+    int ok = withoutGil([&] {
+        if (textureImage == &noiseTexture) {
+            std::lock_guard<std::mutex> lock(libraryMutex());
+            noiseTexture.createRandom(binaryNoise, seedValue);
+        }
+        return runEngine(settings, field.field, textureImage, &output, maskInput.image.get(),
+                         returnSeedmap ? &seedMap : nullptr);
+    });
+    if (!ok) raiseValueError(scope.errors(), "the LIC computation failed");
+    scope.deliverInfo();
+
+    py::array picture = adoptImage(output);
+    if (!returnSeedmap) return std::move(picture);
+    return py::make_tuple(picture, adoptImage(seedMap));
+}
+
+} // namespace
+
+void bindLic(py::module_& m) {
+    m.def("lic", &lic, py::arg("u"), py::arg("v") = py::none(), py::arg("texture") = py::none(),
+          py::kw_only(), py::arg("size") = py::none(), py::arg("length") = 20.0,
+          py::arg("kernel") = "triangle", py::arg("integrator") = "rk43", py::arg("subpixels") = 1,
+          py::arg("seeding") = "pattern", py::arg("interpolation") = "bilinear",
+          py::arg("normalization") = 0.0, py::arg("noise") = "uniform", py::arg("seed") = 1,
+          py::arg("mask") = py::none(), py::arg("return_seedmap") = false,
+          R"doc(Line integral convolution of a vector field: a uint8 picture as a numpy array.
+
+u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
+components, row 0 the bottom row; or u alone as an (H, W, 2) array or a VectorField.
+texture: uint8 (h, w) or (h, w, 3) input texture; the picture has its size and channels.
+Without a texture, white noise of size (W, H) (default: the field's) is made from `noise`
+('uniform' or 'binary') and `seed` (None continues the generator's sequence).
+length: filter half-length L in pixels. kernel: 'box', 'triangle' or 'cubic'.
+integrator: 'rk43' (adaptive) or 'euler' / 'midpoint' (the engine's fixed-step pair, which
+uses the midpoint rule). subpixels: S, seeds and coverage per S x S cell of a pixel.
+seeding: 'pattern' (interleaved 4 x 4), 'raster' or 'sobol'. interpolation: 'bilinear' or
+'constant' texture lookup. normalization: speed below which vectors are not normalized.
+mask: uint8 (H, W) array of the field's shape; with return_seedmap=True the result is
+(picture, seedmap), the seed map holding the mask's value at each pixel's last seed and 1
+where no seed was placed.
+
+The picture's row 0 is its bottom row: show it with imshow(picture, origin="lower").
+The GIL is released while the picture is computed.)doc");
+}
