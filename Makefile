@@ -4,7 +4,8 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev
+TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev \
+                pybind11-dev python3-dev python3-numpy python3-pytest
 
 .PHONY: all build test deps-test bench clean
 

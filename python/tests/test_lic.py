@@ -1,0 +1,219 @@
+"""muskeip.lic: streaks along the field, identity with the C++ engine, parameters, errors."""
+import logging
+import os
+import subprocess
+
+import numpy as np
+import pytest
+
+import muskeip
+from conftest import big_endian_vector_file, circle_components
+
+
+def mean_square_step(picture, dx, dy, where):
+    """Mean squared grey difference between each selected pixel and its (dx, dy) neighbour."""
+    h, w = picture.shape
+    y, x = np.nonzero(where)
+    nx = np.clip(np.rint(x + dx[y, x]).astype(int), 0, w - 1)
+    ny = np.clip(np.rint(y + dy[y, x]).astype(int), 0, h - 1)
+    d = picture[ny, nx].astype(float) - picture[y, x].astype(float)
+    return np.mean(d * d)
+
+
+class TestStreaks:
+    def test_circular_field_smears_along_circles(self):
+        u, v = circle_components(256, 256)
+        picture = muskeip.lic(u, v)
+        r = np.hypot(u, v)
+        ring = (r > 30) & (r < 110)
+        tangent_x, tangent_y = 3 * u / np.maximum(r, 1), 3 * v / np.maximum(r, 1)
+        along = mean_square_step(picture, tangent_x, tangent_y, ring)
+        across = mean_square_step(picture, tangent_y, -tangent_x, ring)
+        assert along < 0.25 * across
+        # the input noise has no preferred direction
+        noise = muskeip.lic(u, v, length=0)
+        assert mean_square_step(noise, tangent_x, tangent_y, ring) > 0.8 * mean_square_step(
+            noise, tangent_y, -tangent_x, ring)
+
+    @pytest.mark.parametrize("u, v, smooth_axis", [(0.0, 1.0, 0), (1.0, 0.0, 1)])
+    def test_rows_are_y_and_columns_x(self, u, v, smooth_axis):
+        shape = (64, 80)
+        picture = muskeip.lic(np.full(shape, u), np.full(shape, v), length=10).astype(float)
+        steps = [np.mean(np.diff(picture, axis=a) ** 2) for a in (0, 1)]
+        assert steps[smooth_axis] < 0.1 * steps[1 - smooth_axis]
+
+    def test_zero_field_gives_black_and_seeds_everywhere(self):
+        zero = np.zeros((20, 30), np.float32)
+        mask = np.full((20, 30), 77, np.uint8)
+        picture, seeds = muskeip.lic(zero, zero, mask=mask, return_seedmap=True)
+        assert not picture.any()
+        assert (seeds == 77).all()
+
+
+REFERENCE = os.environ.get("MUSKEIP_LIC_REFERENCE")
+
+SETTINGS = [
+    ({}, []),
+    ({"length": 5.0, "kernel": "box"}, ["length=5", "kernel=0"]),
+    ({"length": 9.0, "kernel": "cubic"}, ["length=9", "kernel=2"]),
+    ({"integrator": "euler"}, ["euler=1"]),
+    ({"subpixels": 2, "length": 8.0}, ["subpixels=2", "length=8"]),
+    ({"seeding": "raster"}, ["seeding=0"]),
+    ({"seeding": "sobol", "subpixels": 2}, ["seeding=2", "subpixels=2"]),
+    ({"interpolation": "constant"}, ["interpolation=0"]),
+    ({"normalization": 0.5}, ["normalization=0.5"]),
+    ({"length": 0.4}, ["length=0.4"]),
+]
+
+
+@pytest.mark.skipif(not REFERENCE, reason="MUSKEIP_LIC_REFERENCE (set by CTest) not given")
+class TestSameBytesAsCpp:
+    @pytest.mark.parametrize("channels", [1, 3])
+    @pytest.mark.parametrize("options, arguments", SETTINGS)
+    def test_picture_equals_the_cpp_engine(self, tmp_path, options, arguments, channels):
+        u, v = circle_components(40, 30)
+        u = u + 0.3 * v * v / 20  # not symmetric, so mirrored rows would show
+        big_endian_vector_file(tmp_path / "field.vec", u, v)
+        rng = np.random.default_rng(channels)
+        shape = (45, 70) if channels == 1 else (45, 70, 3)
+        muskeip.Image(rng.integers(0, 256, shape, dtype=np.uint8)).writePNM(tmp_path / "tex.pnm")
+        subprocess.run([REFERENCE, str(tmp_path / "field.vec"), str(tmp_path / "tex.pnm"),
+                        str(tmp_path / "cpp.pnm")] + arguments, check=True)
+
+        field = muskeip.VectorField.read(tmp_path / "field.vec")
+        texture = np.asarray(muskeip.Image.readPNM(tmp_path / "tex.pnm"))
+        picture = muskeip.lic(field, texture=texture, **options)
+        muskeip.Image(picture).writePNM(tmp_path / "python.pnm")
+        assert (tmp_path / "python.pnm").read_bytes() == (tmp_path / "cpp.pnm").read_bytes()
+        assert picture.shape == shape
+
+
+class TestFieldForms:
+    def test_every_form_of_the_field_gives_the_same_picture(self, circle, noise):
+        u, v = circle
+        expected = muskeip.lic(u, v, noise)
+        stacked = np.stack([u, v], axis=-1)
+        same = [
+            muskeip.lic(u.astype(np.float64), v.astype(np.float64), noise),
+            muskeip.lic(np.asfortranarray(u), np.asfortranarray(v), noise),
+            muskeip.lic(u.astype(np.longdouble), v.astype(np.float16).astype(np.float32), noise),
+            muskeip.lic(stacked, texture=noise),
+            muskeip.lic(stacked[::-1][::-1], texture=np.asfortranarray(noise)),
+            muskeip.lic(muskeip.VectorField(u, v), texture=noise),
+            muskeip.lic(u.tolist(), v.tolist(), noise),
+        ]
+        for picture in same:
+            np.testing.assert_array_equal(picture, expected)
+
+    def test_float64_is_rounded_to_float32(self, circle, noise):
+        u, v = circle
+        nudged = u.astype(np.float64) + 1e-12
+        np.testing.assert_array_equal(muskeip.lic(nudged, v, noise), muskeip.lic(u, v, noise))
+
+
+class TestParameters:
+    def test_kernel_integrator_seeding_and_interpolation_change_the_picture(self, circle, noise):
+        u, v = circle
+        base = muskeip.lic(u, v, noise, length=10)
+        for options in [{"kernel": "box"}, {"kernel": "cubic"}, {"integrator": "euler"},
+                        {"seeding": "raster"}, {"seeding": "sobol"}, {"subpixels": 2},
+                        {"interpolation": "constant"}, {"normalization": 40.0}]:
+            other = muskeip.lic(u, v, noise, length=10, **options)
+            assert other.shape == base.shape and other.dtype == np.uint8
+            assert not np.array_equal(other, base), options
+
+    def test_euler_and_midpoint_name_the_same_integrators(self, circle, noise):
+        u, v = circle
+        np.testing.assert_array_equal(muskeip.lic(u, v, noise, integrator="euler"),
+                                      muskeip.lic(u, v, noise, integrator="midpoint"))
+
+    def test_short_filter_returns_the_texture(self, circle, noise):
+        u, v = circle
+        np.testing.assert_array_equal(muskeip.lic(u, v, noise, length=0.4), noise)
+        rgb = np.dstack([noise, noise[::-1], 255 - noise])
+        np.testing.assert_array_equal(muskeip.lic(u, v, rgb, length=0), rgb)
+
+    def test_noise_and_seed(self, circle):
+        u, v = circle
+        binary = muskeip.lic(u, v, noise="binary", length=0)
+        assert set(np.unique(binary)) == {0, 255}
+        uniform = muskeip.lic(u, v, seed=7, length=0)
+        assert len(np.unique(uniform)) > 200
+        np.testing.assert_array_equal(uniform, muskeip.lic(u, v, seed=7, length=0))
+        assert not np.array_equal(uniform, muskeip.lic(u, v, seed=8, length=0))
+        continued = muskeip.lic(u, v, seed=None, length=0)
+        assert not np.array_equal(continued, muskeip.lic(u, v, seed=None, length=0))
+        reference = muskeip.Image(64, 48)
+        reference.createRandom(False, 7)
+        np.testing.assert_array_equal(uniform, np.asarray(reference))
+
+    def test_size_sets_the_noise_and_picture_size(self, circle):
+        u, v = circle
+        picture = muskeip.lic(u, v, size=(200, 150))
+        assert picture.shape == (150, 200)
+        assert picture.std() > 3
+
+    def test_seed_map_holds_mask_values_at_seeds_and_1_elsewhere(self, circle, noise):
+        u, v = circle
+        mask = np.full(u.shape, 200, np.uint8)
+        picture, seeds = muskeip.lic(u, v, noise, mask=mask, return_seedmap=True)
+        np.testing.assert_array_equal(picture, muskeip.lic(u, v, noise))
+        assert seeds.shape == noise.shape and seeds.dtype == np.uint8
+        assert set(np.unique(seeds)) == {1, 200}
+
+    def test_messages_go_to_logging_not_stderr(self, circle, noise, caplog, capfd):
+        u, v = circle
+        with caplog.at_level(logging.INFO, logger="muskeip"):
+            muskeip.lic(u, v, noise, length=7, kernel="box", subpixels=2)
+        texts = [r.getMessage() for r in caplog.records if r.name == "muskeip"]
+        assert texts[0] == "computing LIC image (L=7, filter=box, mask=2x2)"
+        assert texts[1].startswith("total number of field lines = ")
+        assert texts[2].startswith("average number of hits per pixel = ")
+        assert capfd.readouterr().err == ""
+
+
+F = np.zeros((20, 30), np.float32)
+T = np.zeros((20, 30), np.uint8)
+
+BAD_CALLS = [
+    (TypeError, "floating-point", lambda: muskeip.lic(F.astype(int), F)),
+    (TypeError, "floating-point", lambda: muskeip.lic(F, F.astype(complex))),
+    (TypeError, "uint8", lambda: muskeip.lic(F, F, T.astype(np.float32))),
+    (TypeError, "uint8", lambda: muskeip.lic(F, F, mask=T.astype(np.int8))),
+    (TypeError, "must be an array", lambda: muskeip.lic(None, F)),
+    (TypeError, "omitted", lambda: muskeip.lic(muskeip.VectorField(30, 20), F)),
+    (ValueError, "2-D", lambda: muskeip.lic(F[0], F[0])),
+    (ValueError, "same shape", lambda: muskeip.lic(F, F[:, :-1])),
+    (ValueError, "(H, W, 2)", lambda: muskeip.lic(np.zeros((20, 30, 3)))),
+    (ValueError, "(H, W, 2)", lambda: muskeip.lic(F)),
+    (ValueError, "2 x 2", lambda: muskeip.lic(F[:1], F[:1])),
+    (ValueError, "(H, W) or (H, W, 3)", lambda: muskeip.lic(F, F, np.zeros((20, 30, 4), np.uint8))),
+    (ValueError, "2 x 2", lambda: muskeip.lic(F, F, T[:, :1])),
+    (ValueError, "field's shape", lambda: muskeip.lic(F, F, mask=T[1:])),
+    (ValueError, "2-D", lambda: muskeip.lic(F, F, mask=np.zeros((20, 30, 3), np.uint8))),
+    (ValueError, "needs a mask", lambda: muskeip.lic(F, F, return_seedmap=True)),
+    (ValueError, "kernel must be one of", lambda: muskeip.lic(F, F, kernel="gauss")),
+    (ValueError, "integrator", lambda: muskeip.lic(F, F, integrator="rk4")),
+    (ValueError, "seeding", lambda: muskeip.lic(F, F, seeding="random")),
+    (ValueError, "interpolation", lambda: muskeip.lic(F, F, interpolation="cubic")),
+    (ValueError, "noise", lambda: muskeip.lic(F, F, noise="gaussian")),
+    (ValueError, "length", lambda: muskeip.lic(F, F, length=-1)),
+    (ValueError, "length", lambda: muskeip.lic(F, F, length=float("nan"))),
+    (ValueError, "normalization", lambda: muskeip.lic(F, F, normalization=float("inf"))),
+    (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=0)),
+    (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=17)),
+    (ValueError, "seed", lambda: muskeip.lic(F, F, seed=0)),
+    (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 5))),
+    (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 2, 3))),
+    (TypeError, "size", lambda: muskeip.lic(F, F, size=(10.5, 5))),
+    (TypeError, "incompatible", lambda: muskeip.lic(F, F, F, T)),
+]
+
+
+@pytest.mark.parametrize("error, text, call", BAD_CALLS)
+def test_bad_arguments_raise_before_any_work(error, text, call, caplog):
+    with caplog.at_level(logging.INFO, logger="muskeip"):
+        with pytest.raises(error) as raised:
+            call()
+    assert text in str(raised.value)
+    assert not caplog.records  # the engine never started
