@@ -37,7 +37,7 @@ py::object readIcol(py::handle pathObject) {
         capture.finish();
         errText = capture.errText;
     });
-    if (!ok) raiseOSError(errText, "can't read " + path, path);
+    if (!ok) raiseOSError(errText, "can't read " + path);
     return wrapColormap(colormap);
 }
 
@@ -51,7 +51,7 @@ void writeIcol(const ColormapObject& self, py::handle pathObject) {
         capture.finish();
         errText = capture.errText;
     });
-    if (!ok) raiseOSError(errText, "can't write " + path, path);
+    if (!ok) raiseOSError(errText, "can't write " + path);
 }
 
 py::array coloursCopy(const ColormapObject& self) {

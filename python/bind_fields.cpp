@@ -26,7 +26,7 @@ template <class Field>
 void readField(Field& field, const std::string& path) {
     MessageScope scope;
     int ok = withoutGil([&] { return field.read(path.c_str()); });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
     scope.deliverInfo();
 }
 
@@ -34,7 +34,7 @@ template <class Field>
 void writeField(const Field& field, const std::string& path, bool ascii) {
     MessageScope scope;
     int ok = withoutGil([&] { return field.write(path.c_str(), ascii ? 1 : 0); });
-    if (!ok) raiseOSError(scope.errors(), "can't write " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't write " + path);
     scope.deliverInfo();
 }
 
@@ -101,7 +101,7 @@ py::object readVectorUCD(py::handle pathObject, int width, int height, py::objec
         return box.empty() ? field.readUCD(path.c_str(), width, height)
                            : field.readUCD(path.c_str(), width, height, box.data());
     });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
     scope.deliverInfo();
     return newVectorField(field);
 }
@@ -220,7 +220,7 @@ py::object readScalarUCD(py::handle pathObject, int width, int height) {
     FlicScalarField field;
     MessageScope scope;
     int ok = withoutGil([&] { return field.readUCD(path.c_str(), width, height); });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
     scope.deliverInfo();
     return newScalarField(field);
 }

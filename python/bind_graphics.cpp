@@ -26,7 +26,7 @@ void drawFile(FlicGraphics& graphics, ImageObject& target, py::handle pathObject
         requireNoViews(target.layout, "drawFile turned the grey image into RGB");
         takeStorage(target.image, work);
     }
-    if (!ok) raiseOSError(scope.errors(), "can't draw " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't draw " + path);
     scope.deliverInfo();
 }
 
@@ -34,7 +34,7 @@ void drawUCD(FlicGraphics& graphics, ImageObject& target, py::handle pathObject)
     std::string path = pathArgument(pathObject);
     MessageScope scope;
     int ok = withoutGil([&] { return graphics.drawUCD(target.image, path.c_str()); });
-    if (!ok) raiseOSError(scope.errors(), "can't draw " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't draw " + path);
     scope.deliverInfo();
 }
 

@@ -56,7 +56,7 @@ void writeCaptured(const std::string& path, Write write) {
         outText = capture.outText;
     });
     if (!outText.empty()) logRecord("info", outText);
-    if (!ok) raiseOSError(errText, "can't write " + path, path);
+    if (!ok) raiseOSError(errText, "can't write " + path);
 }
 
 py::object readPNM(py::handle pathObject) {
@@ -64,7 +64,7 @@ py::object readPNM(py::handle pathObject) {
     FlicImage image;
     MessageScope scope;
     int ok = withoutGil([&] { return image.readPNM(path.c_str()); });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path, path);
+    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
     scope.deliverInfo();
     if (image.nChannels != 1 && image.nChannels != 3)
         throw py::value_error(path + ": unsupported channel count");

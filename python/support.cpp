@@ -92,14 +92,10 @@ void MessageScope::deliverInfo(bool deliverErrorsAsWarnings) {
         logRecord("warning", withoutPrefix(text, kErrorPrefix));
 }
 
-[[noreturn]] void raiseOSError(const std::string& text, const std::string& fallback,
-                               const std::string& filename) {
-    const std::string& message = text.empty() ? fallback : text;
-    py::object error = py::reinterpret_steal<py::object>(
-        PyObject_CallFunction(PyExc_OSError, "s", message.c_str()));
-    if (!error) throw py::error_already_set();
-    error.attr("filename") = py::str(filename);
-    PyErr_SetObject(PyExc_OSError, error.ptr());
+[[noreturn]] void raiseOSError(const std::string& text, const std::string& fallback) {
+    // The text alone: with a filename attribute, str() of OSError would no longer be the
+    // library's message.
+    PyErr_SetString(PyExc_OSError, (text.empty() ? fallback : text).c_str());
     throw py::error_already_set();
 }
 
@@ -296,7 +292,7 @@ py::array asArray(py::handle object, const char* what) {
 }
 
 int imageChannels(const py::array& array, const char* what) {
-    if (!array.dtype().is(py::dtype::of<uint8_t>()))
+    if (array.dtype().kind() != 'u' || array.dtype().itemsize() != 1)
         throw py::type_error(std::string(what) + " must hold uint8 values, not " +
                              std::string(py::str(array.dtype())));
     if (array.ndim() == 2) return 1;

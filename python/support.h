@@ -86,9 +86,8 @@ class StdioCapture {
     bool active;
 };
 
-// Raises OSError with `text` (or `fallback` when empty) and sets its filename attribute.
-[[noreturn]] void raiseOSError(const std::string& text, const std::string& fallback,
-                               const std::string& filename);
+// Raises OSError whose text is `text` (or `fallback` when that is empty).
+[[noreturn]] void raiseOSError(const std::string& text, const std::string& fallback);
 // Raises ValueError with `text`, or `fallback` when `text` is empty.
 [[noreturn]] void raiseValueError(const std::string& text, const std::string& fallback);
 
