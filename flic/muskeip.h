@@ -7,5 +7,7 @@
 #include "image.h"
 #include "vectorfield.h"
 #include "scalarfield.h"
+#include "convolve.h"
+#include "zoom.h"
 
 #endif
