@@ -9,5 +9,6 @@
 #include "scalarfield.h"
 #include "convolve.h"
 #include "zoom.h"
+#include "emboss.h"
 
 #endif
