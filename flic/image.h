@@ -68,27 +68,34 @@ class FlicImage {
 
     // --- Arithmetic and compositing -------------------------------------------------------
 
-    // Linear stretch of the non-zero bytes to the wanted mean and standard deviation.
+    // Linear stretch of the non-zero bytes to the wanted mean and standard deviation. With a
+    // separate result, the statistics are this image's but the bytes adjusted are the result's.
     void autoAdjust(float mean, float sdev, FlicImage* result = nullptr);
-    // Maps `low` to 0 and `high` to 255, clamped.
+    // Maps `low` to 0 and `high` to 255, clamped; high equal to low leaves the bytes as they are.
     void brighten(int low, int high, FlicImage* result = nullptr);
     // RGB to one-channel luminance 0.3 R + 0.59 G + 0.11 B.
     void colorToGrey(FlicImage* result = nullptr);
     // Extracts one channel as a grey image.
     void oneband(int band, FlicImage* result = nullptr);
-    // Builds this image as RGB from three grey images. Returns 1, or 0 if sizes differ.
+    // Builds this image as RGB from three grey images. Returns 1, or 0 with a message on
+    // standard error if sizes differ.
     int glue(const FlicImage& r, const FlicImage& g, const FlicImage& b);
-    // Gives the colour image of the pair the lightness of the grey one. Returns 1 or 0.
+    // Gives the colour image of the pair the lightness of the grey one. Returns 1, or 0 with a
+    // message on standard error (sizes differ, not one grey and one RGB image).
     int mix(const FlicImage& other, FlicImage* result = nullptr);
-    // Appends an alpha channel from a one-channel mask. Returns 1 or 0.
+    // Appends an alpha channel from a one-channel mask; this image's nChannels becomes 2 or 4
+    // even with a separate result. Returns 1, or 0 with a message on standard error.
     int applyMask(const FlicImage& mask, FlicImage* result = nullptr);
-    // Product of two images scaled by 1/255. Returns 1 or 0.
+    // Product of two images scaled by 1/255. Returns 1, or 0 with a message on standard error.
     int multiply(const FlicImage& other, FlicImage* result = nullptr);
-    // Difference of two images around 128. Returns 1 or 0.
+    // Difference of two images around 128. Returns 1, or 0 with a message on standard error.
     int subtract(const FlicImage& other, FlicImage* result = nullptr);
-    // Cuts out (or pads to) the rectangle with inclusive corners. Returns 1.
+    // Cuts out (or pads with black to) the rectangle with inclusive corners; a colour pixel
+    // repeats the source row's byte at x in all its channels. Returns 1, or 0 with a message
+    // when the rectangle is too large for an image.
     int crop(int x0, int y0, int x1, int y1, FlicImage* result = nullptr);
-    // Scan-line seed fill of the connected region of equal value. Returns the pixels filled.
+    // Scan-line seed fill of the connected region of equal value (one byte per pixel, at most
+    // 10000 pending spans), writing the bounding box to `bbox`. Returns the pixels filled.
     int floodFill(int x, int y, int value, int* bbox = nullptr, FlicImage* result = nullptr);
 
     // --- Filters ----------------------------------------------------------------------------

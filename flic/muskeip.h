@@ -7,6 +7,7 @@
 #include "image.h"
 #include "vectorfield.h"
 #include "scalarfield.h"
+#include "colormap.h"
 #include "convolve.h"
 #include "zoom.h"
 #include "emboss.h"

@@ -1,5 +1,7 @@
-// FlicVectorField container, utilities and "FLIC VECTOR" files.
+// FlicVectorField container, utilities, "FLIC VECTOR" files, synthetic and derived fields.
 #include "vectorfield.h"
+#include "image.h"
+#include "scalarfield.h"
 #include "testutil.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 using testutil::MessageCapture;
 using testutil::readFile;
@@ -230,4 +233,180 @@ TEST(VectorFieldFiles, DimensionLimitsAndFailures) {
     EXPECT_EQ(field.write("/nonexistent-dir/f.vec", 1), 0);
     EXPECT_EQ(capture.errors().back(),
               "FLIC error: can't open /nonexistent-dir/f.vec (No such file or directory)");
+}
+
+namespace {
+
+typedef std::vector<float> Floats;
+
+// The components x0, y0, x1, y1, ... of a field.
+Floats componentsOf(const FlicVectorField& field) {
+    return Floats(field.data, field.data + 2 * field.width * field.height);
+}
+
+FlicVectorField fieldOf(int width, int height, const Floats& components) {
+    FlicVectorField field(width, height);
+    memcpy(field.data, components.data(), components.size() * sizeof(float));
+    return field;
+}
+
+std::vector<int> pixelBytes(const FlicImage& image) {
+    std::vector<int> out;
+    for (int y = 0; y < image.height; y++)
+        for (int i = 0; i < 3 * image.width; i++)
+            out.push_back(image.data[y * image.bytesPerLine + i]);
+    return out;
+}
+
+const float kHalfPi = 1.5707964f;
+
+} // namespace
+
+TEST(VectorFieldSynthetic, Generators) {
+    FlicVectorField field(5, 5);
+    const float identity[2][2] = {{1, 0}, {0, 1}}, matrix[2][2] = {{1, 2}, {3, 4}};
+    const float zero[2] = {0, 0}, offset[2] = {0.5f, -1};
+    field.setLinear(identity, zero);
+    EXPECT_EQ(field.vectors()[0].x + field.vectors()[0].y, -4.0f);
+    EXPECT_EQ(field.vectors()[24].x + field.vectors()[24].y, 4.0f);
+    EXPECT_EQ(field.vectors()[12].x + field.vectors()[12].y, 0.0f);
+    EXPECT_EQ(field.vectors()[16].x, -1.0f); // (1, 3): u = -1
+    field.setLinear(matrix, offset);         // (4, 0): u = 2, v = -2
+    EXPECT_EQ(field.vectors()[4].x, 2 - 4 + 0.5f);
+    EXPECT_EQ(field.vectors()[4].y, 6 - 8 - 1.0f);
+
+    FlicVectorField circle(3, 3);
+    circle.setCircle(0);
+    EXPECT_EQ(componentsOf(circle), (Floats{0.5f, -0.5f, 0.5f, 0, 0.5f, 0.5f, 0, -0.5f, 0, 0, 0,
+                                            0.5f, -0.5f, -0.5f, -0.5f, 0, -0.5f, 0.5f}));
+    circle.setCircle(kHalfPi); // away from the centre
+    EXPECT_FLOAT_EQ(circle.vectors()[8].x, 0.5f);
+    EXPECT_FLOAT_EQ(circle.vectors()[8].y, 0.5f);
+
+    FlicVectorField bruss(3, 4);
+    bruss.setBrusselator(2, 3, 1, 2);
+    EXPECT_EQ(bruss.vectors()[0].x, 0.5f); // (a / xmax, 0) at the origin
+    EXPECT_EQ(bruss.vectors()[0].y, 0.0f);
+    EXPECT_FLOAT_EQ(bruss.vectors()[11].x, (4 * 3 + 1 - 3 * 2) / 2.0f); // X = 2, Y = 3
+    EXPECT_FLOAT_EQ(bruss.vectors()[11].y, (2 * 2 - 4 * 3) / 3.0f);
+
+    field.setSaddle();
+    EXPECT_EQ(field.width * field.height, 4);
+    EXPECT_EQ(componentsOf(field), (Floats{-1, 1, 1, 1, -1, -1, 1, -1}));
+
+    FlicVectorField line(3, 1); // a single row sits at the start of its range
+    line.setLinear(identity, zero);
+    EXPECT_EQ(componentsOf(line), (Floats{-2, -2, 0, -2, 2, -2}));
+    line.setBrusselator(1, 1, 1, 1);
+    EXPECT_EQ(line.vectors()[0].x, 1.0f);
+}
+
+TEST(VectorFieldDerived, FromScalarFieldAndImage) {
+    FlicScalarField ramp(4, 3);
+    for (int k = 0; k < 12; k++)
+        ramp.data[k] = static_cast<float>(k % 4); // grows by 1 per column
+    FlicVectorField field;
+    field.fromScalarField(ramp, kHalfPi); // the gradient, borders doubled like the inside
+    ASSERT_EQ(field.width * field.height, 12);
+    for (int k = 0; k < 12; k++) {
+        EXPECT_EQ(field.vectors()[k].x, 2.0f) << k;
+        EXPECT_NEAR(field.vectors()[k].y, 0.0f, 2e-7f) << k;
+    }
+    FlicScalarField rows(1, 3); // one node wide: no difference across
+    rows.data[0] = 0;
+    rows.data[1] = 1;
+    rows.data[2] = 5;
+    field.fromScalarField(rows, 0); // along the iso-lines: (-dy, dx)
+    EXPECT_EQ(componentsOf(field), (Floats{-2, 0, -5, 0, -8, 0}));
+
+    MessageCapture capture;
+    float unattached = 0;
+    field.fromScalarField(FlicScalarField(3, 3, &unattached), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: scalar field 3 x 3 has no values");
+    EXPECT_EQ(field.width, 1);
+
+    FlicImage image(3, 2, 1); // differences in integers, negative ones too
+    unsigned char bytes[6] = {200, 100, 0, 200, 130, 60};
+    memcpy(image.data, bytes, 6);
+    field.fromImage(image, kHalfPi);
+    EXPECT_FLOAT_EQ(field.vectors()[1].x, -200.0f);
+    EXPECT_FLOAT_EQ(field.vectors()[4].x, -140.0f);
+    EXPECT_FLOAT_EQ(field.vectors()[5].y, 120.0f); // 2 * (60 - 0)
+    FlicImage rgb(2, 2, 3);                        // through the grey values: 0, 76 / 0, 150
+    unsigned char colours[12] = {0, 0, 0, 255, 0, 0, 0, 0, 0, 0, 255, 0};
+    memcpy(rgb.data, colours, 12);
+    field.fromImage(rgb, 0);
+    EXPECT_EQ(componentsOf(field), (Floats{0, 152, -148, 152, 0, 300, -148, 300}));
+    EXPECT_EQ(rgb.nChannels, 3);
+}
+
+TEST(VectorFieldDerived, ColoursAndMagnitudes) {
+    FlicVectorField field = fieldOf(3, 2, {-1, 0, 1, 0, 0, 1, 0, -1, -1, -0.0f, 0, 0});
+    FlicImage image;
+    field.vecToColor(image, 1);
+    EXPECT_EQ(pixelBytes(image), (std::vector<int>{255, 0, 0,      // atan2 = pi: hue 1, red
+                                                   0, 255, 255,    // hue 0.5
+                                                   127, 0, 255,    // hue 0.75
+                                                   127, 255, 0,    // hue 0.25
+                                                   255, 0, 0,      // atan2 = -pi: hue 0
+                                                   0, 255, 255})); // zero vector: hue 0.5
+
+    // Stretch sampling: columns at 0, 0.4995, 0.999 between (1, 0) and (-1, 0). A grey image
+    // becomes RGB; a wrapped one is written by its rows.
+    FlicVectorField across = fieldOf(2, 2, {1, 0, -1, 0, 1, 0, -1, 0});
+    FlicImage grey(3, 1, 1);
+    across.vecToColor(grey, 0);
+    EXPECT_EQ(pixelBytes(grey), (std::vector<int>{0, 255, 255, 0, 255, 255, 255, 0, 0}));
+    unsigned char memory[14];
+    memset(memory, 9, sizeof memory);
+    FlicImage wrapped(2, 2, 3, 7, memory);
+    across.vecToColor(wrapped, 0);
+    EXPECT_EQ(memory[3] + memory[6] + memory[13], 255 + 9 + 9);
+
+    FlicVectorField lengths = fieldOf(2, 2, {0, 0, 3, 4, 0, 0, 3, 4});
+    FlicScalarField result;
+    lengths.magnitude(result, 1);
+    EXPECT_EQ(Floats(result.data, result.data + 4), (Floats{0, 5, 0, 5}));
+    FlicScalarField stretched(3, 1);
+    lengths.magnitude(stretched, 0);
+    EXPECT_FLOAT_EQ(stretched.data[1], 5 * 0.4995f);
+    EXPECT_FLOAT_EQ(stretched.data[2], 5 * 0.999f);
+    float unattached = 0;
+    FlicScalarField recorded(2, 1, &unattached); // gets storage of its recorded size
+    lengths.magnitude(recorded, 0);
+    ASSERT_NE(recorded.data, nullptr);
+    EXPECT_FLOAT_EQ(recorded.data[1], 5 * 0.999f);
+}
+
+TEST(VectorFieldDerived, ResampleIsCellCentredBilinear) {
+    // x = column + 2 * row, y = 10 x: samples at 0.25 and 0.75 each way.
+    FlicVectorField field = fieldOf(2, 2, {0, 0, 1, 10, 2, 20, 3, 30}), target;
+    field.resample(2, 2, &target);
+    EXPECT_EQ(componentsOf(target),
+              (Floats{0.75f, 7.5f, 1.25f, 12.5f, 1.75f, 17.5f, 2.25f, 22.5f}));
+    EXPECT_EQ(field.vectors()[3].x, 3.0f);
+    // Past the last column the neighbour is mirrored: 0, 1, 4 sampled at 1.25 and 1.75.
+    FlicVectorField ramp = fieldOf(3, 1, {0, 0, 1, 0, 4, 0});
+    ramp.resample(4, 1, &target);
+    EXPECT_EQ(componentsOf(target), (Floats{0.25f, 0, 0.75f, 0, 1.75f, 0, 3.25f, 0}));
+
+    // In place the field owns the new storage; a caller's buffer is left alone.
+    float caller[8] = {0, 0, 1, 10, 2, 20, 3, 30};
+    FlicVectorField wrapped(2, 2, caller);
+    wrapped.resample(1, 1);
+    EXPECT_EQ(wrapped.data, wrapped.buffer);
+    EXPECT_EQ(componentsOf(wrapped), (Floats{1.5f, 15}));
+    EXPECT_EQ(caller[7], 30.0f);
+    field.resample(4, 3);
+    EXPECT_EQ(field.width * field.height, 12);
+    EXPECT_FLOAT_EQ(field.vectors()[0].x, 0.125f + 2 * (1.0f / 6));
+
+    FlicVectorField single = fieldOf(1, 1, {4, 5}); // degenerate sources stay in bounds
+    single.resample(3, 2, &target);
+    EXPECT_EQ(componentsOf(target), (Floats{4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5}));
+    FlicVectorField().resample(2, 1, &target);
+    EXPECT_EQ(componentsOf(target), (Floats{0, 0, 0, 0}));
+    MessageCapture capture;
+    target.resample(100000, 100000);
+    EXPECT_EQ(target.width, 2);
 }

@@ -1,0 +1,164 @@
+// FlicScalarField container, generators, "FLIC SCALAR" files, range and pseudo-colouring.
+#include "scalarfield.h"
+#include "colormap.h"
+#include "image.h"
+#include "testutil.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+using testutil::MessageCapture;
+using testutil::readFile;
+using testutil::TempDir;
+using testutil::writeFile;
+
+namespace {
+
+typedef std::vector<float> Floats;
+
+FlicScalarField makeField(int width, int height, const Floats& values) {
+    FlicScalarField field(width, height);
+    for (int k = 0; k < width * height; k++)
+        field.data[k] = values[k];
+    return field;
+}
+
+Floats valuesOf(const FlicScalarField& field) {
+    return Floats(field.data, field.data + field.width * field.height);
+}
+
+std::string bytesOf(const Floats& values) {
+    return std::string(reinterpret_cast<const char*>(values.data()), 4 * values.size());
+}
+
+std::vector<int> pixelsOf(const FlicImage& image) {
+    return std::vector<int>(image.data, image.data + 3 * image.width * image.height);
+}
+
+} // namespace
+
+TEST(ScalarField, ContainerAndCallback) {
+    float caller[4] = {1, 2, 3, 4};
+    FlicScalarField recorded(2, 3, caller); // size only: no storage attached
+    EXPECT_EQ(recorded.width * recorded.height, 6);
+    EXPECT_EQ(recorded.data, nullptr);
+    recorded.setSize(2, 2);
+    EXPECT_EQ(recorded.data, recorded.buffer);
+
+    FlicScalarField field = makeField(3, 2, {1, 2, 3, 4, 5, 6});
+    FlicScalarField copy(field);
+    EXPECT_NE(copy.data, field.data);
+    EXPECT_EQ(valuesOf(copy), valuesOf(field));
+    float values[2] = {7.5f, 99};
+    FlicScalarField::pixelCallback(2, 1, values, &copy);
+    EXPECT_EQ(valuesOf(copy), (Floats{1, 2, 3, 4, 5, 7.5f}));
+    copy.setSize(0, 5);
+    EXPECT_EQ(copy.width + copy.height, 5);
+
+    MessageCapture capture;
+    EXPECT_EQ(field.setSize(100000, 100000), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: scalar field size 100000 x 100000 is too large");
+    EXPECT_EQ(field.setSize(-1, 4), 0);
+    EXPECT_EQ(capture.errors().back(), "FLIC error: illegal scalar field size -1 x 4");
+    EXPECT_EQ(valuesOf(field), (Floats{1, 2, 3, 4, 5, 6}));
+}
+
+TEST(ScalarField, GeneratorsAndRange) {
+    FlicScalarField field(3, 3);
+    field.createCircle();
+    EXPECT_EQ(valuesOf(field), (Floats{0.5f, 0.25f, 0.5f, 0.25f, 0, 0.25f, 0.5f, 0.25f, 0.5f}));
+    field.createDipole(1, 0);
+    EXPECT_EQ(field.data[4], 0.0f); // X = Y = 0: r = 1, theta = 0
+    double r = std::sqrt(2.0);
+    EXPECT_FLOAT_EQ(field.data[0], 0.5 * (std::cos(r) - std::sin(r) / r));
+    EXPECT_FLOAT_EQ(field.data[5], std::cos(1.0) - std::sin(1.0)); // on the x axis
+    EXPECT_NEAR(field.data[1], 0.0f, 1e-12f);                      // on the y axis
+    field.createDipole(2, 0.25f);                                  // a quarter cycle
+    EXPECT_FLOAT_EQ(field.data[5], std::cos(2 - 1.5707964) - std::sin(2 - 1.5707964) / 2);
+    FlicScalarField row(3, 1); // a single row sits at position 0
+    row.createCircle();
+    EXPECT_EQ(valuesOf(row), (Floats{0.5f, 0.25f, 0.5f}));
+
+    float low = 9, high = 9;
+    makeField(5, 1, {5, 1, 3, -2, 4}).getRange(low, high); // first element the largest
+    EXPECT_EQ(low + high, 3.0f);
+    FlicScalarField().getRange(low, high);
+    EXPECT_EQ(low + high, 0.0f);
+}
+
+TEST(ScalarFieldFiles, RoundTripsAndLayout) {
+    TempDir dir;
+    std::string path = dir.path("s.sca");
+    Floats values = {1.0f, -0.1f, 3.4e38f, 1e-42f, -0.0f, std::numeric_limits<float>::quiet_NaN()};
+    FlicScalarField field = makeField(3, 2, values), read;
+    ASSERT_EQ(field.write(path.c_str(), 0), 1);
+    EXPECT_EQ(bytesOf(valuesOf(field)), bytesOf(values)); // unchanged by the write
+    std::string bytes = readFile(path);
+    EXPECT_EQ(bytes.substr(0, 27), std::string("FLIC SCALAR BINARY\n3 2\n\x3f\x80\0\0", 27));
+    ASSERT_EQ(read.read(path.c_str()), 1);
+    EXPECT_EQ(bytesOf(valuesOf(read)), bytesOf(values)); // bit-exact
+    writeFile(path, bytes.substr(0, 23 + 8));            // short: zeros where it ends
+    ASSERT_EQ(read.read(path.c_str()), 1);
+    EXPECT_EQ(valuesOf(read), (Floats{1, -0.1f, 0, 0, 0, 0}));
+
+    field = makeField(2, 2, {1.5f, -2, 1e-7f, 123456789.0f});
+    ASSERT_EQ(field.write(path.c_str(), 1), 1);
+    EXPECT_EQ(readFile(path), "FLIC SCALAR ASCII\n2 2\n1.5\n-2\n1e-07\n1.23457e+08\n");
+    ASSERT_EQ(read.read(path.c_str()), 1);
+    EXPECT_EQ(valuesOf(read), (Floats{1.5f, -2, 1e-7f, 123457000.0f}));
+    writeFile(path, "x FLIC SCALAR\n2  2\n1 2\n3\n\n4"); // free layout
+    ASSERT_EQ(read.read(path.c_str()), 1);
+    EXPECT_EQ(valuesOf(read), (Floats{1, 2, 3, 4}));
+}
+
+TEST(ScalarFieldFiles, Rejections) {
+    TempDir dir;
+    std::string path = dir.path("r.sca");
+    FlicScalarField field = makeField(2, 2, {1, 2, 3, 4});
+    MessageCapture capture;
+    auto expectError = [&](const std::string& contents, const std::string& reason) {
+        writeFile(path, contents);
+        EXPECT_EQ(field.read(path.c_str()), 0) << contents;
+        EXPECT_EQ(capture.errors().back(), "FLIC error: can't open " + path + " (" + reason + ")");
+    };
+    for (std::string dims : {"1 5", "5 1", "10001 2", "2 10001", "3", ""})
+        expectError("FLIC SCALAR ASCII\n" + dims + "\n1 2 3 4 5 6 7 8 9 10\n",
+                    "illegal scalar field dimensions");
+    EXPECT_EQ(valuesOf(field), (Floats{1, 2, 3, 4})); // not resized
+    expectError("FLIC VECTOR ASCII\n2 2\n1 2 3 4\n", "header string 'FLIC SCALAR' not found");
+    expectError("FLIC SCALAR ASCII\n3 2\n9 8 x", "illegal or missing scalar values");
+    EXPECT_EQ(valuesOf(field), (Floats{9, 8, 0, 0, 0, 0})); // resized, values so far kept
+    EXPECT_EQ(field.write("/nonexistent-dir/f.sca", 0), 0);
+    EXPECT_EQ(capture.errors().back(),
+              "FLIC error: can't open /nonexistent-dir/f.sca (No such file or directory)");
+}
+
+TEST(ScalarField, PseudoColor) {
+    FlicColormap map;
+    map.createHotIron();
+    map.setMinMax(-1, 1);
+    FlicImage image;
+    makeField(3, 1, {0.5f, -3, -0.6f}).pseudoColor(map, image, 1);
+    // t = 0.75: blue 63.25 / 127 (126.998 truncated); t <= 0: red; t = 0.2: green 51 / 127.
+    EXPECT_EQ(pixelsOf(image), (std::vector<int>{255, 255, 126, 255, 0, 0, 255, 102, 0}));
+
+    // A grey 3 x 2 image becomes RGB of its size; columns at 0, 0.4995 and 0.999.
+    map.createGreyRamp();
+    map.setMinMax(0, 1);
+    FlicImage grey(3, 2, 1);
+    makeField(2, 2, {0, 1, 0, 1}).pseudoColor(map, grey, 0);
+    EXPECT_EQ(grey.width * grey.height * grey.nChannels, 18);
+    std::vector<int> row = {0, 0, 0, 127, 127, 127, 254, 254, 254};
+    row.insert(row.end(), row.begin(), row.end());
+    EXPECT_EQ(pixelsOf(grey), row);
+
+    FlicImage dot(1, 1, 3); // one pixel: position 0
+    makeField(2, 2, {1, 0, 0, 0}).pseudoColor(map, dot, 0);
+    float unattached = 0;
+    FlicScalarField(4, 4, &unattached).pseudoColor(map, dot, 1); // no values: image alone
+    FlicScalarField().pseudoColor(map, dot, 0);
+    EXPECT_EQ(pixelsOf(dot), (std::vector<int>{255, 255, 255}));
+}
