@@ -139,3 +139,87 @@ int emboss2(float elevation, int width45, const unsigned char* bump, const unsig
     shade_image(bump, texture, dst, width, height, nz, lightAt);
     return 1;
 }
+
+namespace {
+
+// Elevation of the light in the field form: 0.2 pi, computed in double.
+const float kFieldElevation = static_cast<float>(0.2 * M_PI);
+const int kFieldWidth45 = 3;
+
+// The height map and texture of an image, rows contiguous as the kernels read them: a grey
+// image is its own height map; a colour image is the texture and its grey copy the height
+// map. Images with padding between rows are read through a compact copy.
+class ShadingInputs {
+  public:
+    explicit ShadingInputs(FlicImage& image) {
+        FlicImage* source = &image;
+        if (image.bytesPerLine != image.width * image.nChannels) {
+            compact = image;
+            source = &compact;
+        }
+        if (image.nChannels < 3) {
+            bump = source->data;
+            return;
+        }
+        source->colorToGrey(&grey);
+        bump = grey.data;
+        texture = source->data;
+    }
+    const unsigned char* bump = nullptr;
+    const unsigned char* texture = nullptr;
+
+  private:
+    FlicImage compact, grey;
+};
+
+// Sizes the output like `image`. Bytes the kernels do not write (images of other than one or
+// three channels) are cleared.
+bool prepare_output(const FlicImage& image, FlicImage& output) {
+    if (!output.setSize(image.width, image.height, image.nChannels)) return false;
+    if (image.nChannels != 1 && image.nChannels != 3) output.clear(0);
+    return true;
+}
+
+} // namespace
+
+int FlicImage::emboss(float azimuth, float elevation, int width45, FlicImage* result) {
+    if (result == this) result = nullptr;
+    if (width45 <= 0) return flic_error("emboss: width45 must be positive, not %d", width45);
+    ShadingInputs inputs(*this);
+    FlicImage temporary;
+    FlicImage& output = result ? *result : temporary;
+    if (!prepare_output(*this, output)) return 0;
+    ::emboss(azimuth, elevation, width45, inputs.bump, inputs.texture, output.data, width, height);
+    if (!result) *this = temporary;
+    return 1;
+}
+
+int FlicImage::emboss(FlicVectorField& field, FlicImage* result) {
+    if (result == this) result = nullptr;
+    bool hasPixels = width > 0 && height > 0;
+    if (hasPixels && (field.width < 1 || field.height < 1 || !field.data))
+        return flic_error("emboss: the vector field has no values");
+    // A field of another size is resampled to the image's size first.
+    FlicVectorField resampled;
+    const FlicVectorField* light = &field;
+    if (field.width != width || field.height != height) {
+        field.resample(width, height, &resampled);
+        if (resampled.width != width || resampled.height != height) return 0;
+        light = &resampled;
+    }
+    ShadingInputs inputs(*this);
+    FlicImage temporary;
+    FlicImage& output = result ? *result : temporary;
+    if (!prepare_output(*this, output)) return 0;
+    const float(*vectors)[2] = reinterpret_cast<const float(*)[2]>(light->data);
+    ::emboss2(kFieldElevation, kFieldWidth45, inputs.bump, inputs.texture, output.data, width,
+              height, vectors);
+    // Grey pictures show regions without flow in black; colour pictures are left unmasked.
+    if (nChannels == 1 && hasPixels) {
+        long count = static_cast<long>(width) * height;
+        for (long i = 0; i < count; i++)
+            if (vectors[i][0] == 0.0f && vectors[i][1] == 0.0f) output.data[i] = 0;
+    }
+    if (!result) *this = temporary;
+    return 1;
+}

@@ -1,5 +1,7 @@
 // Relief shading: the emboss and emboss2 kernels.
 #include "emboss.h"
+#include "image.h"
+#include "vectorfield.h"
 #include "testutil.h"
 
 #include <gtest/gtest.h>
@@ -199,6 +201,165 @@ TEST(EmbossKernel, LongLinesMatchShortLines) {
             return window;
         };
         EXPECT_EQ(shade(longSide, offset), shade(patternLength + 2 * margin, margin))
+            << (horizontal ? "horizontal" : "vertical");
+    }
+}
+
+namespace {
+
+std::vector<int> bytesOf(const FlicImage& image) {
+    std::vector<int> out;
+    for (int y = 0; y < image.height; y++)
+        for (int x = 0; x < image.nChannels * image.width; x++)
+            out.push_back(image.data[y * image.bytesPerLine + x]);
+    return out;
+}
+
+// Per pixel: `inside` for interior pixels, `border` for the frame, repeated per channel.
+std::vector<int> framed(int width, int height, std::vector<int> inside, std::vector<int> border) {
+    std::vector<int> out;
+    for (int y = 0; y < height; y++)
+        for (int x = 0; x < width; x++) {
+            bool edge = x == 0 || y == 0 || x == width - 1 || y == height - 1;
+            const std::vector<int>& value = edge ? border : inside;
+            out.insert(out.end(), value.begin(), value.end());
+        }
+    return out;
+}
+
+FlicVectorField uniformField(int width, int height, float vx, float vy) {
+    FlicVectorField field(width, height);
+    for (int i = 0; i < width * height; i++)
+        field.vectors()[i] = {vx, vy};
+    return field;
+}
+
+} // namespace
+
+TEST(EmbossImage, SingleLightOnGreyAndColourImages) {
+    FlicImage grey(6, 5);
+    grey.clear(90);
+    FlicImage result;
+    EXPECT_EQ(grey.emboss(0.3f, kPi / 2, 3, &result), 1);
+    EXPECT_EQ(bytesOf(result), framed(6, 5, {255}, {128}));
+    EXPECT_EQ(bytesOf(grey), std::vector<int>(30, 90));
+    EXPECT_EQ(grey.emboss(0.3f, 0.0f, 3), 1);
+    EXPECT_EQ(bytesOf(grey), framed(6, 5, {0}, {128}));
+
+    // A colour image keeps its hues: every channel is scaled by the same shade (255 / 256).
+    FlicImage rgb(4, 4, 3);
+    for (int i = 0; i < 16; i++) {
+        rgb.data[3 * i] = 200;
+        rgb.data[3 * i + 1] = 100;
+        rgb.data[3 * i + 2] = 50;
+    }
+    EXPECT_EQ(rgb.emboss(1.0f, kPi / 2, 3), 1);
+    EXPECT_EQ(rgb.nChannels, 3);
+    EXPECT_EQ(bytesOf(rgb), framed(4, 4, {199, 99, 49}, {128, 128, 128}));
+
+    // The relief comes from the grey copy: a right column of red 100 is grey 30 (Nx = -90,
+    // shade 145 under azimuth 0, elevation pi/4), the colours from the image itself.
+    FlicImage relief(3, 3, 3);
+    relief.clear(0);
+    for (int y = 0; y < 3; y++)
+        relief.data[y * 9 + 6] = 100;
+    relief.data[12] = 200;
+    relief.data[13] = 100;
+    relief.data[14] = 10;
+    relief.emboss(0.0f, kPi / 4, 3, &result);
+    EXPECT_EQ(bytesOf(result), framed(3, 3, {113, 56, 5}, {128, 128, 128}));
+
+    // Rows with padding between them are read by bytesPerLine.
+    unsigned char memory[4 * 7];
+    for (int i = 0; i < 28; i++)
+        memory[i] = static_cast<unsigned char>(i % 7 < 4 ? 90 : 250);
+    FlicImage wrapped(4, 4, 7, memory);
+    wrapped.emboss(0.3f, kPi / 2, 3, &result);
+    EXPECT_EQ(bytesOf(result), framed(4, 4, {255}, {128}));
+
+    MessageCapture capture;
+    FlicImage untouched(3, 3);
+    untouched.clear(5);
+    FlicImage noResult;
+    EXPECT_EQ(untouched.emboss(0.0f, 1.0f, 0, &noResult), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: emboss: width45 must be positive, not 0");
+    EXPECT_EQ(bytesOf(untouched), std::vector<int>(9, 5));
+    EXPECT_EQ(noResult.width, 0);
+}
+
+TEST(EmbossImage, LightFromAFieldAndTheZeroVectorMask) {
+    // Elevation 0.2 pi: Lz = trunc(sin(0.2 pi) * 255.9) = 150 on flat ground.
+    FlicImage grey(5, 4);
+    grey.clear(40);
+    FlicVectorField along = uniformField(5, 4, 1.0f, 0.0f);
+    FlicImage result;
+    EXPECT_EQ(grey.emboss(along, &result), 1);
+    EXPECT_EQ(bytesOf(result), framed(5, 4, {150}, {128}));
+
+    // A zero field blacks out a grey image completely, border included.
+    FlicVectorField still = uniformField(5, 4, 0.0f, 0.0f);
+    grey.emboss(still, &result);
+    EXPECT_EQ(bytesOf(result), std::vector<int>(20, 0));
+    // Only the pixels without flow.
+    FlicVectorField partly = uniformField(5, 4, 0.0f, 2.0f);
+    partly.vectors()[0] = {0.0f, 0.0f};
+    partly.vectors()[7] = {0.0f, 0.0f};
+    grey.emboss(partly, &result);
+    std::vector<int> expected = framed(5, 4, {150}, {128});
+    expected[0] = 0;
+    expected[7] = 0;
+    EXPECT_EQ(bytesOf(result), expected);
+
+    // Colour output is not masked: texture * 150 >> 8.
+    FlicImage rgb(3, 3, 3);
+    rgb.clear(200);
+    FlicVectorField still3 = uniformField(3, 3, 0.0f, 0.0f);
+    EXPECT_EQ(rgb.emboss(still3), 1);
+    EXPECT_EQ(bytesOf(rgb), framed(3, 3, {117, 117, 117}, {128, 128, 128}));
+
+    // A field of another size is resampled to the image first; the field keeps its size.
+    FlicVectorField coarse = uniformField(2, 2, 0.0f, 0.0f);
+    grey.emboss(coarse);
+    EXPECT_EQ(coarse.width, 2);
+    EXPECT_EQ(grey.width, 5);
+    EXPECT_EQ(bytesOf(grey), std::vector<int>(20, 0));
+
+    MessageCapture capture;
+    FlicVectorField empty;
+    FlicImage kept(3, 3);
+    kept.clear(9);
+    EXPECT_EQ(kept.emboss(empty), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: emboss: the vector field has no values");
+    EXPECT_EQ(bytesOf(kept), std::vector<int>(9, 9));
+}
+
+TEST(EmbossImage, LargeImagesMatchSmallImages) {
+    // A relief pattern inside a 16400-pixel row band and inside a short one.
+    const int longSide = 16400, shortSide = 4, length = 30, offset = 9000;
+    for (bool horizontal : {true, false}) {
+        auto shadeWindow = [&](int size, int start) {
+            FlicImage image =
+                horizontal ? FlicImage(size, shortSide, 3) : FlicImage(shortSide, size, 3);
+            image.clear(60);
+            for (int s = 0; s < shortSide; s++)
+                for (int i = 0; i < length; i++) {
+                    int x = horizontal ? start + i : s, y = horizontal ? s : start + i;
+                    unsigned char* pixel = image.data + y * image.bytesPerLine + 3 * x;
+                    pixel[0] = static_cast<unsigned char>(i * 7 + s * 40);
+                    pixel[1] = static_cast<unsigned char>(i * i + s);
+                }
+            FlicVectorField field = uniformField(image.width, image.height, 0.3f, -0.8f);
+            image.emboss(field);
+            std::vector<int> window;
+            for (int s = 0; s < shortSide; s++)
+                for (int i = start - 1; i < start + length + 1; i++) {
+                    int x = horizontal ? i : s, y = horizontal ? s : i;
+                    for (int c = 0; c < 3; c++)
+                        window.push_back(image.data[y * image.bytesPerLine + 3 * x + c]);
+                }
+            return window;
+        };
+        EXPECT_EQ(shadeWindow(longSide, offset), shadeWindow(length + 4, 2))
             << (horizontal ? "horizontal" : "vertical");
     }
 }
