@@ -61,17 +61,22 @@ std::vector<unsigned char>& padded_line_buffer() {
 void build_padded_line(const unsigned char* src, int n, int stride, int pad,
                        unsigned char* padded) {
     memset(padded, src[0], pad);
-    long offset = 0;
-    for (int i = 0; i < n; i++, offset += stride)
-        padded[pad + i] = src[offset];
+    if (stride == 1) {
+        memcpy(padded + pad, src, n);
+    } else {
+        long offset = 0;
+        for (int i = 0; i < n; i++, offset += stride)
+            padded[pad + i] = src[offset];
+    }
     memset(padded + pad + n, src[static_cast<long>(n - 1) * stride], pad);
 }
 
-// Final rounding: S is four times the filtered value plus 2; clamped to a byte.
+// Final rounding: S is four times the filtered value plus 2; clamped to a byte (written as
+// selections, which compile without branches).
 inline unsigned char packed_result(int sum) {
     int value = sum >> 2;
-    if (value <= 0) return 0;
-    if (value > 255) return 255;
+    value = value < 0 ? 0 : value;
+    value = value > 255 ? 255 : value;
     return static_cast<unsigned char>(value);
 }
 
