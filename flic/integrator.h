@@ -1,0 +1,182 @@
+// Field-line integrators: trace a line through a FlicVectorField one output point per call of
+// `next`, at equal arc-length spacing `stepLength` (grid units).
+//
+//   FlicIntegrator (abstract)
+//     FixedIntegrator (abstract) -> Euler, Midpoint
+//     AdaptiveIntegrator (abstract) -> RK43, RKDP, RKCK
+//
+// Status of a line: 0 running, 1 left the domain, 2 critical point or invalid field value. A
+// non-zero status is final until the next `init`; later calls still return points, continuing
+// the line straight along its last tangent.
+#ifndef MUSKEIP_INTEGRATOR_H
+#define MUSKEIP_INTEGRATOR_H
+
+#include "vectorfield.h"
+
+#include <csetjmp>
+
+class FlicIntegrator {
+  public:
+    float stepLength;    // arc length advanced by each `next`, in grid units (set by the owner)
+    int status;          // 0 running, 1 left the domain, 2 critical point / invalid value
+    float direction;     // +1 follows the field, -1 runs against it
+    int width;           // columns of the bound field
+    int height;          // rows of the bound field
+    float xMax;          // largest admissible x: width - 1.001
+    float yMax;          // largest admissible y: height - 1.001
+    Vec2f* field;        // the bound field's values, row-major; not owned
+    float speed;         // field magnitude at the most recent sample (before scaling)
+    float normalization; // vectors slower than this are divided by it instead of their length
+
+    virtual ~FlicIntegrator();
+    // Starts a line at point p with the (already scaled) field direction v at p.
+    virtual void init(const Vec2f& p, const Vec2f& v) = 0;
+    // Advances one step; reports the status; returns the new point (valid until the next call).
+    virtual const Vec2f& next(int& statusOut) = 0;
+    // As init(p, v), also setting `speed` to s.
+    virtual void init(const Vec2f& p, const Vec2f& v, float s) = 0;
+    // As next(status), also reporting a speed for the new point.
+    virtual const Vec2f& next(float& speedOut, int& statusOut) = 0;
+
+    // Binds the integrator to a field of width x height values (not copied, not owned) and
+    // derives the admissible domain [0, xMax] x [0, yMax].
+    void setField(int width, int height, Vec2f* field);
+
+  protected:
+    // Direction +1 or -1; normalization and speed 0; no field bound (every point is outside).
+    explicit FlicIntegrator(int direction);
+};
+
+// Common state of the fixed-step methods.
+class FixedIntegrator : public FlicIntegrator {
+  public:
+    Vec2f position; // the current point; `next` returns a reference to it
+    Vec2f tangent;  // scaled field vector with which the next step is taken
+
+    ~FixedIntegrator() override;
+    // position = p, tangent = direction * v, status = 0.
+    void init(const Vec2f& p, const Vec2f& v) override;
+    // As above, and speed = s.
+    void init(const Vec2f& p, const Vec2f& v, float s) override;
+
+  protected:
+    explicit FixedIntegrator(int direction);
+};
+
+// Explicit Euler: one field sample per step, taken at the end of the step.
+class Euler : public FixedIntegrator {
+  public:
+    explicit Euler(int direction);
+    ~Euler() override;
+    const Vec2f& next(int& statusOut) override;
+    const Vec2f& next(float& speedOut, int& statusOut) override;
+
+  private:
+    void advance();
+};
+
+// Midpoint method: samples the field half a step ahead, then at the end of the step.
+class Midpoint : public FixedIntegrator {
+  public:
+    explicit Midpoint(int direction);
+    ~Midpoint() override;
+    const Vec2f& next(int& statusOut) override;
+    const Vec2f& next(float& speedOut, int& statusOut) override;
+
+  private:
+    void advance();
+};
+
+// Embedded Runge-Kutta integration with adaptive internal steps and equally spaced output
+// points on the cubic Hermite curve of the last accepted step (forward differencing).
+// Failures inside a step are signalled by longjmp to `jumpBuffer` (set only by `next`):
+// 1 a point outside the domain, 2 invalid field data, 3 a rejected step below minStep.
+class AdaptiveIntegrator : public FlicIntegrator {
+  public:
+    Vec2f p0, p1;              // ends of the last accepted step
+    Vec2f d0, d1;              // scaled field vectors at p0 and p1
+    Vec2f m0, m1;              // Hermite tangents: d0, d1 times the step's length
+    float t0, t1;              // arc-length parameters of p0 and p1
+    float t;                   // arc-length parameter of the current output point
+    float speed0;              // speed at p0
+    float speedInterp;         // speed interpolated at the current output point
+    float speedStep;           // change of speedInterp per output point
+    Vec2f ca, cb, cc, cd;      // output cubic ((ca u + cb) u + cc) u + cd, u in [0, 1]
+    Vec2f position;            // the current output point
+    Vec2f diff1, diff2, diff3; // forward differences of the cubic for the output spacing
+    float tolerance;           // bound on the error estimate of one step
+    float initialStep;         // trial step size at the start of every line
+    float stepSize;            // current trial step size
+    float minStep;             // a rejected step smaller than this ends the line
+    float maxStep;             // upper bound of the step size
+    int fallback;              // 1 once the line continues with Euler steps
+    jmp_buf jumpBuffer;        // jump target of the steppers, set by `next`
+
+    ~AdaptiveIntegrator() override;
+    // p1 = position = p, d1 = direction * v, t = t1 = 0, stepSize = initialStep, status and
+    // fallback 0.
+    void init(const Vec2f& p, const Vec2f& v) override;
+    // As above, and speed = s.
+    void init(const Vec2f& p, const Vec2f& v, float s) override;
+    // One output point; the reported status is 1 on every call after the line has ended.
+    const Vec2f& next(int& statusOut) override;
+    // The same with the speed linearly interpolated along the step.
+    const Vec2f& next(float& speedOut, int& statusOut) override;
+    // From y0 with scaled field vector dydx0, takes one accepted step with trial size h (in/out):
+    // y1 and dydx1 the new point and its scaled field vector, hdid the accepted size, h the
+    // proposal for the next step. Does not return on failure (jumps with code 1, 2 or 3).
+    virtual void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
+                      Vec2f& dydx1) = 0;
+
+  protected:
+    AdaptiveIntegrator(float tolerance, float initialStep, float minStep, float maxStep,
+                       int direction);
+
+    // Scaled field vector at (x, y); jumps with code 1 outside the domain, 2 on invalid data.
+    Vec2f derivative(float x, float y);
+    // The same for the end point of a step, written into dydx1 with the end-point rules: the
+    // unscaled vector first, (0, 0) when a component is NaN.
+    void endDerivative(const Vec2f& y1, Vec2f& dydx1);
+    // Step-size control after one trial step with error vector err: returns true when the step
+    // is accepted (hdid, h updated); else halves h or jumps with code 3.
+    bool controlStep(const Vec2f& err, float& h, float& hdid);
+
+  private:
+    void eulerStep();
+    void endStraight();
+    bool integrateTo(bool trackSpeed);
+    void buildCubic();
+};
+
+// Classical fourth-order Runge-Kutta with an embedded third-order error estimate.
+class RK43 : public AdaptiveIntegrator {
+  public:
+    RK43(float tolerance, float initialStep, float minStep, float maxStep, int direction);
+    ~RK43() override;
+    void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
+              Vec2f& dydx1) override;
+    // One step of size h: y1, its scaled field vector dydx1 and the error estimate err.
+    void rkstep(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& dydx1, Vec2f& err);
+};
+
+// Dormand-Prince 5(4) pair; the fifth-order solution is carried forward.
+class RKDP : public AdaptiveIntegrator {
+  public:
+    RKDP(float tolerance, float initialStep, float minStep, float maxStep, int direction);
+    ~RKDP() override;
+    void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
+              Vec2f& dydx1) override;
+    void rkdp(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& dydx1, Vec2f& err);
+};
+
+// Cash-Karp 5(4) pair; the end point is tested and sampled only after acceptance.
+class RKCK : public AdaptiveIntegrator {
+  public:
+    RKCK(float tolerance, float initialStep, float minStep, float maxStep, int direction);
+    ~RKCK() override;
+    void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
+              Vec2f& dydx1) override;
+    void rkck(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& err);
+};
+
+#endif
