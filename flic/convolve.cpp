@@ -173,30 +173,30 @@ void flic_initPackedLuts(const float* kernel, int n) {
         float sum = full_filter_sum(kernel, n);
         if (std::fabs(sum - 1.0f) > 0.001) fprintf(stderr, "Warning: filter sum != 1 (=%f)\n", sum);
     }
-    int bias = 0;
-    int g = 0;
-    for (; 3 * g < n; g++) {
-        float a = kernel[3 * g];
-        float b = 3 * g + 1 < n ? kernel[3 * g + 1] : 0.0f;
-        float c = 3 * g + 2 < n ? kernel[3 * g + 2] : 0.0f;
+    uint32_t bias = 0;
+    uint32_t g = 0;
+    for (long long tap = 0; tap < n; tap += 3, g++) {
+        float a = kernel[tap];
+        float b = tap + 1 < n ? kernel[tap + 1] : 0.0f;
+        float c = tap + 2 < n ? kernel[tap + 2] : 0.0f;
         if (g == 0) a = a * 0.5f;
         if (std::fabs(a) + std::fabs(b) + std::fabs(c) > 1.0f) {
             fprintf(stderr, "|%f|+|%f|+|%f| > 1\n", a, b, c);
             exit(1);
         }
         if (std::isnan(a) || std::isnan(b) || std::isnan(c)) {
-            flic_error("convolution kernel weight %d is not a number", 3 * g);
+            flic_error("convolution kernel weight %lld is not a number", tap);
             luts[FLIC_LUT_BIAS] = 0;
             luts[FLIC_LUT_GROUPS] = 0;
             return;
         }
         int oa = field_offset(a), ob = field_offset(b), oc = field_offset(c);
-        bias += 2 * (oa + ob + oc);
-        int table = g < 3 ? g : 2;
+        bias += static_cast<uint32_t>(2 * (oa + ob + oc));
+        uint32_t table = g < 3 ? g : 2;
         fill_table(luts + table * FLIC_LUT_ENTRIES, a, b, c, oa, ob, oc);
     }
-    luts[FLIC_LUT_BIAS] = static_cast<uint32_t>(bias);
-    luts[FLIC_LUT_GROUPS] = static_cast<uint32_t>(g);
+    luts[FLIC_LUT_BIAS] = bias;
+    luts[FLIC_LUT_GROUPS] = g;
 }
 
 namespace {
