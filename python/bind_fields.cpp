@@ -2,7 +2,6 @@
 // without copying, with their files, generators and colourings.
 #include "support.h"
 
-#include <pybind11/stl.h>
 
 #include <cmath>
 #include <cstring>

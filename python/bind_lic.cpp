@@ -175,6 +175,8 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     ImageInput textureInput;
     FlicImage noiseTexture;
     FlicImage* textureImage = nullptr;
+    FlicImage zoomedTexture; // the texture resampled to `size`
+    bool zoomTexture = false;
     if (texture.is_none()) {
         if (!noiseTexture.setSize(outWidth, outHeight, 1) || !noiseTexture.data)
             throw py::value_error("size too large for a texture");
@@ -184,11 +186,8 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
         textureImage = textureInput.image.get();
         if (textureImage->width < 2 || textureImage->height < 2)
             throw py::value_error("texture needs at least 2 x 2 pixels");
-        if (sized && (outWidth != textureImage->width || outHeight != textureImage->height))
-            throw py::value_error("size (" + std::to_string(outWidth) + ", " +
-                                  std::to_string(outHeight) + ") differs from the texture's (" +
-                                  std::to_string(textureImage->width) + ", " +
-                                  std::to_string(textureImage->height) + ")");
+        zoomTexture =
+            sized && (outWidth != textureImage->width || outHeight != textureImage->height);
     }
 
     ImageInput maskInput;
@@ -207,9 +206,14 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     FlicImage output, seedMap;
     MessageScope scope;
     int ok = withoutGil([&] {
-        if (textureImage == &noiseTexture) {
+        if (textureImage == &noiseTexture || zoomTexture) {
             std::lock_guard<std::mutex> lock(libraryMutex());
-            noiseTexture.createRandom(binaryNoise, seedValue);
+            if (zoomTexture) {
+                if (!textureImage->zoom(outWidth, outHeight, &zoomedTexture)) return 0;
+                textureImage = &zoomedTexture;
+            } else {
+                noiseTexture.createRandom(binaryNoise, seedValue);
+            }
         }
         return runEngine(settings, field.field, textureImage, &output, maskInput.image.get(),
                          returnSeedmap ? &seedMap : nullptr);
@@ -235,7 +239,8 @@ void bindLic(py::module_& m) {
 
 u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
 components, row 0 the bottom row; or u alone as an (H, W, 2) array or a VectorField.
-texture: uint8 (h, w) or (h, w, 3) input texture; the picture has its size and channels.
+texture: uint8 (h, w) or (h, w, 3) input texture; the picture has its size and channels,
+or the size (W, H) given as `size`, to which the texture is then resampled (Image.zoom).
 Without a texture, white noise of size (W, H) (default: the field's) is made from `noise`
 ('uniform' or 'binary') and `seed` (None continues the generator's sequence).
 length: filter half-length L in pixels. kernel: 'box', 'triangle' or 'cubic'.

@@ -12,6 +12,7 @@ Failures raise exceptions (OSError for files, with the library's message; ValueE
 TypeError for bad arguments); informational messages go to logging.getLogger("muskeip").)doc";
     mp::installMessageHandlers();
     bindImage(m);
+    bindFilters(m);
     bindColormap(m);
     bindFields(m);
     bindGraphics(m);

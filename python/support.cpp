@@ -4,7 +4,6 @@
 
 #include "messages.h"
 
-#include <pybind11/stl.h>
 
 #include <cstdlib>
 #include <cstring>

@@ -6,6 +6,7 @@
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include "colormap.h"
 #include "image.h"
@@ -168,5 +169,6 @@ void bindFields(py::module_& m);
 void bindColormap(py::module_& m);
 void bindGraphics(py::module_& m);
 void bindLic(py::module_& m);
+void bindFilters(py::module_& m);
 
 #endif
