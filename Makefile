@@ -7,7 +7,7 @@ CMAKE_FLAGS ?=
 TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev \
                 pybind11-dev python3-dev python3-numpy python3-pytest
 
-.PHONY: all build test deps-test bench clean
+.PHONY: all build test deps-test bench bench-python clean
 
 all: build
 
@@ -30,6 +30,10 @@ bench: deps-test
 	cmake --build $(BUILD_DIR) -j $(JOBS)
 	@for program in $(BUILD_DIR)/bench/bench_*; do \
 	    [ -x "$$program" ] || continue; echo "== $$program"; "$$program" || exit 1; done
+
+# muskeip.lic against a numpy per-pixel LIC (bench/README.md, "Python module").
+bench-python: build
+	PYTHONPATH=$(BUILD_DIR)/python/module /usr/bin/python3 bench/bench_python.py
 
 clean:
 	rm -rf $(BUILD_DIR)

@@ -14,6 +14,7 @@ std::unique_ptr<ColormapObject> colormapFromArray(py::handle source, float low, 
     if (a.ndim() != 2 || a.shape(0) != 256 || a.shape(1) != 3)
         throw py::value_error("the colour array must have the shape (256, 3)");
     auto values = floatArray(a, "the colour array");
+    if (!(low != high)) throw py::value_error("min and max must differ");
     auto object = std::make_unique<ColormapObject>();
     memcpy(object->colormap.colors, values.data(), sizeof(object->colormap.colors));
     object->colormap.setMinMax(low, high);

@@ -2,7 +2,6 @@
 // without copying, with their files, generators and colourings.
 #include "support.h"
 
-
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -91,7 +90,11 @@ py::object readVectorUCD(py::handle pathObject, int width, int height, py::objec
     checkGrid(width, height);
     std::vector<float> box;
     if (!bbox.is_none()) {
-        box = py::cast<std::vector<float>>(bbox);
+        try {
+            box = py::cast<std::vector<float>>(bbox);
+        } catch (py::cast_error&) {
+            throw py::type_error("bbox must be four numbers (xmin, xmax, ymin, ymax)");
+        }
         if (box.size() != 4) throw py::value_error("bbox must be (xmin, xmax, ymin, ymax)");
     }
     FlicVectorField field;

@@ -5,6 +5,7 @@
 #include "graphics.h"
 
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 using namespace mp;
@@ -45,6 +46,16 @@ void setColor(FlicGraphics& graphics, int r, int g, int b) {
     graphics.setColor(r, g, b);
 }
 
+// Lines are walked point by point, also outside the image: coordinates are kept within a
+// range whose longest line takes a fraction of a second.
+const int kCoordinateLimit = 1 << 24;
+
+void checkCoordinates(std::initializer_list<int> coordinates) {
+    for (int c : coordinates)
+        if (c < -kCoordinateLimit || c > kCoordinateLimit)
+            throw py::value_error("coordinates must lie within -16777216 .. 16777216");
+}
+
 void setPixelWidth(FlicGraphics& graphics, int width) {
     if (width < 0 || width > 10000) throw py::value_error("pixel width must be 0 .. 10000");
     graphics.setPixelWidth(width);
@@ -73,12 +84,14 @@ place (and every numpy view of it). Starts black with a pixel width of 1.)doc")
         .def(
             "drawPixel",
             [](FlicGraphics& g, ImageObject& image, int x, int y) {
+                checkCoordinates({x, y});
                 g.drawPixel(image.image, x, y);
             },
             py::arg("image"), py::arg("x"), py::arg("y"), "Draws one square point.")
         .def(
             "drawLine",
             [](FlicGraphics& g, ImageObject& image, int x0, int y0, int x1, int y1) {
+                checkCoordinates({x0, y0, x1, y1});
                 withoutGil([&] { g.drawLine(image.image, x0, y0, x1, y1); });
             },
             py::arg("image"), py::arg("x0"), py::arg("y0"), py::arg("x1"), py::arg("y1"),

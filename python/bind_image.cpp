@@ -127,13 +127,7 @@ py::object copyImage(const ImageObject& self) {
 }
 
 void createRandom(ImageObject& self, bool binary, py::object seed) {
-    int seedValue = 0; // continue the generator's sequence
-    if (!seed.is_none()) {
-        long long value = py::cast<long long>(seed);
-        if (value < 1 || value > INT32_MAX)
-            throw py::value_error("seed must be between 1 and 2147483647, or None");
-        seedValue = static_cast<int>(value);
-    }
+    int seedValue = seedArgument(seed);
     serialised([&] { self.image.createRandom(binary ? 1 : 0, seedValue); });
 }
 

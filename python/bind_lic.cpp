@@ -156,13 +156,7 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     if (subpixels < 1 || subpixels > 16) throw py::value_error("subpixels must be 1 .. 16");
     settings.subpixels = static_cast<int>(subpixels);
     int binaryNoise = choose(noise, {{"uniform", 0}, {"binary", 1}}, "noise");
-    int seedValue = 0;
-    if (!seed.is_none()) {
-        long long value = py::cast<long long>(seed);
-        if (value < 1 || value > INT32_MAX)
-            throw py::value_error("seed must be between 1 and 2147483647, or None");
-        seedValue = static_cast<int>(value);
-    }
+    int seedValue = seedArgument(seed);
 
     FieldInput field;
     readFieldInput(u, v, field);

@@ -4,7 +4,6 @@
 
 #include "messages.h"
 
-
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -387,6 +386,20 @@ std::string pathArgument(py::handle path) {
     if (name.find('\0') != std::string::npos)
         throw py::value_error("a file name must not contain NUL characters");
     return name;
+}
+
+int seedArgument(py::handle seed) {
+    if (seed.is_none()) return 0;
+    if (!py::isinstance<py::int_>(seed)) throw py::type_error("seed must be an int or None");
+    long long value = 0;
+    try {
+        value = py::cast<long long>(seed);
+    } catch (py::cast_error&) {
+        value = -1;
+    }
+    if (value < 1 || value > INT32_MAX)
+        throw py::value_error("seed must be between 1 and 2147483647, or None");
+    return static_cast<int>(value);
 }
 
 void parseSize(py::handle size, const char* what, int& width, int& height, int minimum) {

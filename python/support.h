@@ -158,6 +158,9 @@ void takeStorage(FlicScalarField& to, FlicScalarField& from);
 // A file name from str, bytes or os.PathLike, in the file system's encoding.
 std::string pathArgument(py::handle path);
 
+// A seed argument: None (0: continue the generator's sequence) or an int 1 .. 2^31 - 1.
+int seedArgument(py::handle seed);
+
 // Size argument (W, H) as two positive ints; raises ValueError naming `what`.
 void parseSize(py::handle size, const char* what, int& width, int& height, int minimum);
 

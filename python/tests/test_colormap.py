@@ -60,3 +60,5 @@ def test_array_construction():
     assert colormap.getMinMax() == (1, 2)
     with pytest.raises(ValueError, match=r"\(256, 3\)"):
         muskeip.Colormap(colors[:255])
+    with pytest.raises(ValueError, match="differ"):
+        muskeip.Colormap(colors, min=1, max=1)

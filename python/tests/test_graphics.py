@@ -76,3 +76,5 @@ def test_bad_colour_and_width():
         pen.setColor(256, 0, 0)
     with pytest.raises(ValueError):
         pen.pixelWidth = -1
+    with pytest.raises(ValueError, match="coordinates"):
+        pen.drawLine(muskeip.Image(4, 4), 0, 0, 2_000_000_000, 0)

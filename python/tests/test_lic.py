@@ -203,6 +203,7 @@ BAD_CALLS = [
     (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=0)),
     (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=17)),
     (ValueError, "seed", lambda: muskeip.lic(F, F, seed=0)),
+    (TypeError, "seed", lambda: muskeip.lic(F, F, seed=1.5)),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 5))),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 2, 3))),
     (TypeError, "size", lambda: muskeip.lic(F, F, size=(10.5, 5))),
