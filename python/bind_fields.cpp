@@ -146,8 +146,9 @@ py::object vecToColor(const VectorFieldObject& self, py::object size) {
     } else {
         int width = 0, height = 0;
         parseSize(size, "size", width, height, 2);
+        MessageScope scope;
         if (!image.setSize(width, height, 3) || !image.data)
-            throw py::value_error("size too large for an image");
+            raiseValueError(scope.errors(), "size too large for an image");
         withoutGil([&] { self.field.vecToColor(image, 0); });
     }
     return newImage(image);
@@ -160,8 +161,9 @@ py::object magnitude(const VectorFieldObject& self, py::object size) {
     } else {
         int width = 0, height = 0;
         parseSize(size, "size", width, height, 2);
+        MessageScope scope;
         if (!result.setSize(width, height) || !result.data)
-            throw py::value_error("size too large for a scalar field");
+            raiseValueError(scope.errors(), "size too large for a scalar field");
         withoutGil([&] { self.field.magnitude(result, 0); });
     }
     return newScalarField(result);
@@ -236,8 +238,9 @@ py::object pseudoColor(const ScalarFieldObject& self, const ColormapObject& colo
     } else {
         int width = 0, height = 0;
         parseSize(size, "size", width, height, 2);
+        MessageScope scope;
         if (!image.setSize(width, height, 3) || !image.data)
-            throw py::value_error("size too large for an image");
+            raiseValueError(scope.errors(), "size too large for an image");
         withoutGil([&] { self.field.pseudoColor(colormap.colormap, image, 0); });
     }
     return newImage(image);

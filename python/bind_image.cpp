@@ -15,12 +15,13 @@ std::unique_ptr<ImageObject> blankImage(long long width, long long height, long 
     if (width < 1 || height < 1 || width > INT32_MAX || height > INT32_MAX)
         throw py::value_error("an image needs a width and height of at least 1");
     auto object = std::make_unique<ImageObject>();
+    MessageScope scope;
     if (!object->image.setSize(static_cast<int>(width), static_cast<int>(height),
                                static_cast<int>(channels)) ||
         !object->image.data)
-        throw py::value_error("image size " + std::to_string(width) + " x " +
-                              std::to_string(height) + " x " + std::to_string(channels) +
-                              " is too large");
+        raiseValueError(scope.errors(), "image size " + std::to_string(width) + " x " +
+                                            std::to_string(height) + " x " +
+                                            std::to_string(channels) + " is too large");
     object->image.clear(0);
     return object;
 }

@@ -172,8 +172,9 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     FlicImage zoomedTexture; // the texture resampled to `size`
     bool zoomTexture = false;
     if (texture.is_none()) {
+        MessageScope scope;
         if (!noiseTexture.setSize(outWidth, outHeight, 1) || !noiseTexture.data)
-            throw py::value_error("size too large for a texture");
+            raiseValueError(scope.errors(), "size too large for a texture");
         textureImage = &noiseTexture;
     } else {
         readImageInput(texture, "texture", textureInput);

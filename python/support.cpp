@@ -308,8 +308,9 @@ void copyArrayToImage(const py::array& array, const char* what, FlicImage& image
     auto compact = py::array_t<uint8_t, py::array::c_style>::ensure(array);
     if (!compact) throw py::error_already_set();
     int width = static_cast<int>(array.shape(1)), height = static_cast<int>(array.shape(0));
+    MessageScope scope;
     if (!image.setSize(width, height, channels) || !image.data)
-        throw py::value_error(std::string(what) + " is too large for an image");
+        raiseValueError(scope.errors(), std::string(what) + " is too large for an image");
     memcpy(image.data, compact.data(), static_cast<size_t>(compact.nbytes()));
 }
 

@@ -206,6 +206,8 @@ BAD_CALLS = [
     (TypeError, "seed", lambda: muskeip.lic(F, F, seed=1.5)),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 5))),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 2, 3))),
+    (ValueError, "FLIC error: image size 100000 x 100000 x 1 exceeds the 32-bit byte count",
+     lambda: muskeip.lic(F, F, size=(100000, 100000))),
     (TypeError, "size", lambda: muskeip.lic(F, F, size=(10.5, 5))),
     (TypeError, "incompatible", lambda: muskeip.lic(F, F, F, T)),
 ]
