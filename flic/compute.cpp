@@ -167,6 +167,7 @@ enum LookupKind {
 
 template <int KIND>
 struct Lookup {
+    static const bool prefetches = KIND != LOOKUP_POINTER;
     static FLIC_ALWAYS_INLINE void fetch(FlicCompute::TextureLookup pointer, FlicImage* texture,
                                          float x, float y, int* out) {
         switch (KIND) {
@@ -269,7 +270,7 @@ FlicCompute::FlicCompute()
       fieldMaxY(0), scaleX(0), scaleY(0), kernelSteps(0), extensionSteps(0), lengthBias(0),
       maxSteps(0), recordStride(0), numSubCells(0), totalHits(0), numFieldLines(0), field(nullptr),
       texture(nullptr), forward(nullptr), backward(nullptr), accum(nullptr), samples(nullptr),
-      sums(nullptr), points(nullptr), getPixel(nullptr) {
+      sums(nullptr), points(nullptr), getPixel(nullptr), positions(nullptr) {
     memset(zaehlrohr, 0, sizeof zaehlrohr);
     forward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, 1);
     backward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1);
@@ -341,12 +342,7 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
     recordStride = numSubCells + texChannels;
 
     // A second start without stop does not leak the previous buffers.
-    free(points);
-    free(accum);
-    free(samples);
-    free(sums);
-    points = nullptr;
-    accum = samples = sums = nullptr;
+    freeBuffers();
     long long lineLength = 2LL * maxSteps + 1;
     long long records = static_cast<long long>(texWidth) * texHeight;
     if (kernelSteps >= 0 && extensionSteps >= 0 && records > 0 && recordStride > 0) {
@@ -354,6 +350,7 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
         accum = static_cast<int*>(calloc(static_cast<size_t>(records) * recordStride, sizeof(int)));
         samples = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
         sums = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
+        positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
     }
     totalHits = 0;
     numFieldLines = 0;
@@ -364,13 +361,19 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
         getPixel = texChannels == 1 ? getPixelBilinear1 : getPixelBilinearN;
 }
 
-void FlicCompute::stop() {
+void FlicCompute::freeBuffers() {
     free(points);
     free(accum);
     free(samples);
     free(sums);
+    free(positions);
     points = nullptr;
     accum = samples = sums = nullptr;
+    positions = nullptr;
+}
+
+void FlicCompute::stop() {
+    freeBuffers();
     float average = static_cast<float>(totalHits) / static_cast<float>(texWidth * texHeight);
     flic_info("total number of field lines = %d", numFieldLines);
     flic_info("average number of hits per pixel = %.2f", average);
@@ -417,7 +420,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
     if (!checkInputs(field, texture, output, mask, seedMap)) return 0;
 
     start(field, texture);
-    if (!points || !accum || !samples || !sums) {
+    if (!points || !accum || !samples || !sums || !positions) {
         stop();
         return flic_error("LIC: no memory for the work buffers");
     }
@@ -544,8 +547,8 @@ Vec2f FlicCompute::seedVector(const Vec2f& seed) const {
 }
 
 void FlicCompute::sample(const Vec2f& seed) {
-    if (!points || !accum || !samples || !sums || !field || !texture || !forward || !backward ||
-        kernelSteps < 1)
+    if (!points || !accum || !samples || !sums || !positions || !field || !texture || !forward ||
+        !backward || kernelSteps < 1)
         return;
     // Seeds outside the field would read beyond its nodes.
     if (!(seed.x >= 0.0f && seed.x < field->width && seed.y >= 0.0f && seed.y < field->height))
@@ -608,27 +611,48 @@ FLIC_ALWAYS_INLINE void FlicCompute::recordPoint(int index, float x, float y) {
     record.cell = static_cast<int>(cx) % s + (static_cast<int>(cy) % s) * s;
 }
 
-// Traces one side of the line (sign +1 forward, -1 backward): N core steps whatever the status,
-// then extension steps while the status N - 1 places behind the newest point is 0. Returns the
-// last index written.
-template <class L>
+// Traces one side of the line (sign +1 forward, -1 backward) into `positions`: N core steps
+// whatever the status, then extension steps while the status N - 1 places behind the newest
+// point is 0. Returns the last index written.
 FLIC_ALWAYS_INLINE int FlicCompute::traceSide(FlicIntegrator* integrator, int sign) {
     int c = maxSteps, n = kernelSteps, m = extensionSteps;
     int index = c;
     for (int k = 1; k <= n; k++) {
         index = c + sign * k;
-        const Vec2f& p = integrator->next(points[index].status);
-        recordPoint<L>(index, p.x, p.y);
+        positions[index] = integrator->next(points[index].status);
     }
     if (m > 0 && points[c + sign].status == 0) {
         for (int j = 0;; j++) {
             index = c + sign * (n + 1 + j);
-            const Vec2f& p = integrator->next(points[index].status);
-            recordPoint<L>(index, p.x, p.y);
+            positions[index] = integrator->next(points[index].status);
             if (j + 1 == m || points[c + sign * (2 + j)].status != 0) break;
         }
     }
     return index;
+}
+
+// Samples and records the points lo .. hi of the traced line. The texels a few points ahead
+// are prefetched (at their unwrapped position, which is the wrapped one for points over the
+// texture): the line wanders through the texture and each lookup would otherwise wait for
+// memory.
+template <class L>
+FLIC_ALWAYS_INLINE void FlicCompute::recordRange(int lo, int hi) {
+    const int ahead = 6;
+    const unsigned char* data = texture->data;
+    int bytesPerLine = texture->bytesPerLine, channels = texture->nChannels;
+    int columns = texture->width, rows = texture->height - 1;
+    for (int i = lo; i <= hi; i++) {
+        if (L::prefetches && i + ahead <= hi) {
+            float px = positions[i + ahead].x * scaleX, py = positions[i + ahead].y * scaleY;
+            if (px >= 0.0f && py >= 0.0f && px < columns && py < rows) {
+                const unsigned char* p = data + static_cast<std::ptrdiff_t>(py) * bytesPerLine +
+                                         static_cast<std::ptrdiff_t>(px) * channels;
+                __builtin_prefetch(p);
+                __builtin_prefetch(p + bytesPerLine);
+            }
+        }
+        recordPoint<L>(i, positions[i].x, positions[i].y);
+    }
 }
 
 template <class L>
@@ -636,9 +660,10 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
     forward->init(seed, v);
     backward->init(seed, v);
     int c = maxSteps;
-    recordPoint<L>(c, seed.x, seed.y);
-    int hi = traceSide<L>(forward, 1);
-    int lo = traceSide<L>(backward, -1);
+    positions[c] = seed;
+    int hi = traceSide(forward, 1);
+    int lo = traceSide(backward, -1);
+    recordRange<L>(lo, hi);
     convolve(lo, hi);
 }
 
@@ -669,7 +694,11 @@ void FlicCompute::convolve(int lo, int hi) {
     const int far = N * C, near = N / 3 * C;
     unsigned pixels = static_cast<unsigned>(texWidth) * static_cast<unsigned>(texHeight);
     unsigned cells = static_cast<unsigned>(numSubCells);
+    const int ahead = 8;
     for (int k = lo + N; k <= hi - N; k++) {
+        if (k + ahead <= hi - N && static_cast<unsigned>(points[k + ahead].pixel) < pixels)
+            __builtin_prefetch(
+                accum + static_cast<std::ptrdiff_t>(points[k + ahead].pixel) * recordStride, 1);
         const PointRecord& point = points[k];
         if (static_cast<unsigned>(point.pixel) >= pixels ||
             static_cast<unsigned>(point.cell) >= cells)

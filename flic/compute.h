@@ -141,7 +141,11 @@ class FlicCompute {
     template <class Lookup>
     void recordPoint(int index, float x, float y);
     template <class Lookup>
+    void recordRange(int lo, int hi);
     int traceSide(FlicIntegrator* integrator, int sign);
+    void freeBuffers();
+
+    Vec2f* positions; // the points of the current line as the integrators returned them
     void runningSums(const int* in, int* out, int lo, int hi) const;
     void convolve(int lo, int hi);
 };
