@@ -43,14 +43,14 @@ FlicImage whiteNoise(int size) {
 }
 
 template <class Work>
-double medianMs(int repeats, Work work) {
-    std::vector<double> times;
-    for (int r = 0; r < repeats; r++) {
-        auto begin = std::chrono::steady_clock::now();
-        work();
-        auto end = std::chrono::steady_clock::now();
-        times.push_back(std::chrono::duration<double, std::milli>(end - begin).count());
-    }
+double timeMs(Work work) {
+    auto begin = std::chrono::steady_clock::now();
+    work();
+    auto end = std::chrono::steady_clock::now();
+    return std::chrono::duration<double, std::milli>(end - begin).count();
+}
+
+double median(std::vector<double> times) {
     std::sort(times.begin(), times.end());
     return times[times.size() / 2];
 }
@@ -84,11 +84,17 @@ int main(int argc, char** argv) {
             FlicImage output;
             FlicCompute engine;
             engine.setFilterLength(static_cast<float>(length));
-            double flic = medianMs(flicRepeats, [&] { engine.compute(&field, &noise, &output); });
-            float hits = static_cast<float>(engine.totalHits) / static_cast<float>(pixels);
             FlicImage baseline;
-            double naive =
-                medianMs(naiveRepeats, [&] { naiveLic(field, noise, length, baseline); });
+            // The two are timed in alternation, so that both see the same machine load.
+            std::vector<double> flicTimes, naiveTimes;
+            for (int r = 0; r < std::max(flicRepeats, naiveRepeats); r++) {
+                if (r < flicRepeats)
+                    flicTimes.push_back(timeMs([&] { engine.compute(&field, &noise, &output); }));
+                if (r < naiveRepeats)
+                    naiveTimes.push_back(timeMs([&] { naiveLic(field, noise, length, baseline); }));
+            }
+            double flic = median(flicTimes), naive = median(naiveTimes);
+            float hits = static_cast<float>(engine.totalHits) / static_cast<float>(pixels);
             if (length == 10) flicAt10 = flic;
             printf("%6d %4d | %10.1f %9.1f %7.2f | %10.1f %9.1f | %7.1fx\n", size, length, flic,
                    flic * 1e6 / pixels, hits, naive, naive * 1e6 / pixels, naive / flic);
