@@ -11,6 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <typeinfo>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <unistd.h>
 
 #if defined(__GNUC__)
@@ -668,6 +671,57 @@ int FlicCompute::traceAdaptiveSide(AdaptiveIntegrator* integrator, int sign) {
 
 namespace {
 
+#if defined(__SSE2__)
+// Four single-channel bilinear lookups at once, for points all inside the texture's periods
+// (no wrapping): per lane exactly the single-precision operations of bilinearTexel, in the same
+// order; only the texel reads are scalar. Returns false, having written nothing, when a point
+// needs wrapping.
+FLIC_ALWAYS_INLINE bool bilinearFour(const TexelSource& source, const Vec2f* at, float scaleX,
+                                     float scaleY, int* out) {
+    __m128 first = _mm_loadu_ps(&at[0].x);  // x0 y0 x1 y1
+    __m128 second = _mm_loadu_ps(&at[2].x); // x2 y2 x3 y3
+    __m128 x =
+        _mm_mul_ps(_mm_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0)), _mm_set1_ps(scaleX));
+    __m128 y =
+        _mm_mul_ps(_mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1)), _mm_set1_ps(scaleY));
+    __m128 zero = _mm_setzero_ps();
+    __m128 inside =
+        _mm_and_ps(_mm_and_ps(_mm_cmpge_ps(x, zero), _mm_cmplt_ps(x, _mm_set1_ps(source.periodX))),
+                   _mm_and_ps(_mm_cmpge_ps(y, zero), _mm_cmplt_ps(y, _mm_set1_ps(source.periodY))));
+    if (_mm_movemask_ps(inside) != 15) return false;
+    __m128i ix = _mm_cvttps_epi32(x), iy = _mm_cvttps_epi32(y);
+    __m128 fx = _mm_sub_ps(x, _mm_cvtepi32_ps(ix));
+    __m128 fy = _mm_sub_ps(y, _mm_cvtepi32_ps(iy));
+    alignas(16) int column[4], row[4], a[4], b[4], c[4], d[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(column), ix);
+    _mm_store_si128(reinterpret_cast<__m128i*>(row), iy);
+    const std::ptrdiff_t up = source.bytesPerLine;
+    for (int lane = 0; lane < 4; lane++) {
+        const unsigned char* p = source.data + row[lane] * up + column[lane];
+        a[lane] = p[0];
+        b[lane] = p[1];
+        c[lane] = p[up];
+        d[lane] = p[up + 1];
+    }
+    __m128i va = _mm_load_si128(reinterpret_cast<const __m128i*>(a));
+    __m128i vb = _mm_load_si128(reinterpret_cast<const __m128i*>(b));
+    __m128i vc = _mm_load_si128(reinterpret_cast<const __m128i*>(c));
+    __m128i vd = _mm_load_si128(reinterpret_cast<const __m128i*>(d));
+    __m128 ba = _mm_cvtepi32_ps(_mm_sub_epi32(vb, va));
+    __m128 ca = _mm_cvtepi32_ps(_mm_sub_epi32(vc, va));
+    __m128 cross = _mm_cvtepi32_ps(_mm_add_epi32(_mm_sub_epi32(_mm_sub_epi32(va, vc), vb), vd));
+    __m128 v = _mm_add_ps(_mm_cvtepi32_ps(va), _mm_mul_ps(ba, fx));
+    v = _mm_add_ps(v, _mm_mul_ps(ca, fy));
+    v = _mm_add_ps(v, _mm_mul_ps(_mm_mul_ps(fx, fy), cross));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_cvttps_epi32(v));
+    return true;
+}
+#endif
+
+} // namespace
+
+namespace {
+
 // Records the points of a line: texture sample, output pixel and sub-pixel cell. The engine's
 // values are copied once per line so that they stay in registers.
 template <int KIND>
@@ -789,7 +843,17 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
     // Sampling after tracing, in a loop of its own, lets the texture reads of many points be
     // under way at once. Pixels and cells are needed only where values are accumulated.
     const PointRecorder<KIND> recorder(*this);
-    for (int i = lo; i <= hi; i++)
+    int i = lo;
+#if defined(__SSE2__)
+    if (KIND == LOOKUP_BILINEAR1 && recorder.source.channels == 1) {
+        for (; i + 3 <= hi; i += 4) {
+            if (bilinearFour(recorder.source, positions + i, scaleX, scaleY, samples + i)) continue;
+            for (int lane = 0; lane < 4; lane++)
+                recorder.sampleTexture(i + lane, positions[i + lane].x, positions[i + lane].y);
+        }
+    }
+#endif
+    for (; i <= hi; i++)
         recorder.sampleTexture(i, positions[i].x, positions[i].y);
     for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
         recorder.locatePixel(i, positions[i].x, positions[i].y);
