@@ -266,7 +266,12 @@ FlicCompute::FlicCompute()
       sums(nullptr), points(nullptr), getPixel(nullptr), positions(nullptr) {
     memset(zaehlrohr, 0, sizeof zaehlrohr);
     forward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, 1);
-    backward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1);
+    try {
+        backward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1);
+    } catch (...) {
+        delete forward; // the exception passes on; the watch is destroyed with the object
+        throw;
+    }
 }
 
 FlicCompute::~FlicCompute() {
