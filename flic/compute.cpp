@@ -26,8 +26,11 @@ namespace {
 
 const char* const kernelNames[3] = {"box", "triangle", "cubic"};
 
-// Kernel and extension step counts beyond this are refused: they would overflow the integer
-// arithmetic of the convolution and the work arrays long before they make sense.
+// Kernel and extension step counts beyond this are refused: the work arrays of a line would
+// grow absurdly. The running sums wrap instead of overflowing, so a convolution value stays
+// exact as long as value times divisor fits an int: up to about 300 kernel steps for the cubic
+// kernel and 2900 for the triangle, whatever the line length; longer kernels give meaningless
+// values, without undefined behaviour.
 const int maxLineSteps = 1 << 19;
 
 // Coordinates farther than this many periods from the texture are reduced with fmodf before
