@@ -3,8 +3,8 @@
 // lengths 10, 20, 40 and 80, printed side by side with the ratio baseline / FLIC.
 //
 // Usage: bench_lic [--quick] [--repeats N]
-//   Each time is the median of N runs (default 5 for FLIC, 3 for the baseline; --quick: one
-//   run each and no 2048^2 row).
+//   Each time is the median of N runs (default 7 for FLIC, 3 for the baseline; --quick: one
+//   run each and no 2048^2 row). The runs of one output size are interleaved.
 #include "compute.h"
 #include "naive_lic.h"
 
@@ -59,13 +59,14 @@ double median(std::vector<double> times) {
 
 int main(int argc, char** argv) {
     bool quick = false;
-    int flicRepeats = 5, naiveRepeats = 3;
+    int flicRepeats = 7, naiveRepeats = 3;
     for (int i = 1; i < argc; i++) {
         if (!strcmp(argv[i], "--quick")) {
             quick = true;
             flicRepeats = naiveRepeats = 1;
         } else if (!strcmp(argv[i], "--repeats") && i + 1 < argc) {
-            flicRepeats = naiveRepeats = std::max(1, atoi(argv[++i]));
+            naiveRepeats = std::max(1, atoi(argv[++i]));
+            flicRepeats = naiveRepeats + 4;
         }
     }
     const int sizes[] = {512, 1024, 2048};
@@ -79,28 +80,32 @@ int main(int argc, char** argv) {
         FlicVectorField field = vortexSaddle(size / 4 + 1);
         FlicImage noise = whiteNoise(size);
         double pixels = static_cast<double>(size) * size;
-        double flicAt10 = 0;
-        for (int length : lengths) {
-            FlicImage output;
-            FlicCompute engine;
-            engine.setFilterLength(static_cast<float>(length));
-            FlicImage baseline;
-            // The two are timed in alternation, so that both see the same machine load.
-            std::vector<double> flicTimes, naiveTimes;
-            for (int r = 0; r < std::max(flicRepeats, naiveRepeats); r++) {
+        // All runs of one size are interleaved (round by round: every L, FLIC then baseline),
+        // so that the ratios, also L = 80 against L = 10, compare runs under the same load.
+        const int cases = sizeof lengths / sizeof lengths[0];
+        std::vector<double> flicTimes[cases], naiveTimes[cases];
+        float hits[cases];
+        FlicImage output, baseline;
+        for (int r = 0; r < std::max(flicRepeats, naiveRepeats); r++)
+            for (int c = 0; c < cases; c++) {
+                FlicCompute engine;
+                engine.setFilterLength(static_cast<float>(lengths[c]));
                 if (r < flicRepeats)
-                    flicTimes.push_back(timeMs([&] { engine.compute(&field, &noise, &output); }));
+                    flicTimes[c].push_back(
+                        timeMs([&] { engine.compute(&field, &noise, &output); }));
+                hits[c] = static_cast<float>(engine.totalHits) / static_cast<float>(pixels);
                 if (r < naiveRepeats)
-                    naiveTimes.push_back(timeMs([&] { naiveLic(field, noise, length, baseline); }));
+                    naiveTimes[c].push_back(
+                        timeMs([&] { naiveLic(field, noise, lengths[c], baseline); }));
             }
-            double flic = median(flicTimes), naive = median(naiveTimes);
-            float hits = static_cast<float>(engine.totalHits) / static_cast<float>(pixels);
-            if (length == 10) flicAt10 = flic;
-            printf("%6d %4d | %10.1f %9.1f %7.2f | %10.1f %9.1f | %7.1fx\n", size, length, flic,
-                   flic * 1e6 / pixels, hits, naive, naive * 1e6 / pixels, naive / flic);
-            if (length == 80) printf("%6s FLIC L=80 / L=10: %.2f\n", "", flic / flicAt10);
-            fflush(stdout);
+        for (int c = 0; c < cases; c++) {
+            double flic = median(flicTimes[c]), naive = median(naiveTimes[c]);
+            printf("%6d %4d | %10.1f %9.1f %7.2f | %10.1f %9.1f | %7.1fx\n", size, lengths[c], flic,
+                   flic * 1e6 / pixels, hits[c], naive, naive * 1e6 / pixels, naive / flic);
         }
+        printf("%6s FLIC L=80 / L=10: %.2f\n", "",
+               median(flicTimes[cases - 1]) / median(flicTimes[0]));
+        fflush(stdout);
     }
     return 0;
 }

@@ -680,10 +680,10 @@ int FlicCompute::traceAdaptiveSide(AdaptiveIntegrator* integrator, int sign) {
 namespace {
 
 #if defined(__SSE2__)
-// Four single-channel bilinear lookups at once, for points all inside the texture's periods
-// (no wrapping): per lane exactly the single-precision operations of bilinearTexel, in the same
-// order; only the texel reads are scalar. Returns false, having written nothing, when a point
-// needs wrapping.
+// Four single-channel bilinear lookups at once: per lane exactly the single-precision
+// operations of the wrap loops and of bilinearTexel, in the same order; only the texel reads
+// are scalar. Returns false, having written nothing, when a coordinate is NaN, infinite or far
+// (beyond farPeriods periods).
 FLIC_ALWAYS_INLINE bool bilinearFour(const TexelSource& source, const Vec2f* at, float scaleX,
                                      float scaleY, int* out) {
     __m128 first = _mm_loadu_ps(&at[0].x);  // x0 y0 x1 y1
@@ -693,10 +693,26 @@ FLIC_ALWAYS_INLINE bool bilinearFour(const TexelSource& source, const Vec2f* at,
     __m128 y =
         _mm_mul_ps(_mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1)), _mm_set1_ps(scaleY));
     __m128 zero = _mm_setzero_ps();
-    __m128 inside =
-        _mm_and_ps(_mm_and_ps(_mm_cmpge_ps(x, zero), _mm_cmplt_ps(x, _mm_set1_ps(source.periodX))),
-                   _mm_and_ps(_mm_cmpge_ps(y, zero), _mm_cmplt_ps(y, _mm_set1_ps(source.periodY))));
-    if (_mm_movemask_ps(inside) != 15) return false;
+    __m128 periodX = _mm_set1_ps(source.periodX), periodY = _mm_set1_ps(source.periodY);
+    __m128 inside = _mm_and_ps(_mm_and_ps(_mm_cmpge_ps(x, zero), _mm_cmplt_ps(x, periodX)),
+                               _mm_and_ps(_mm_cmpge_ps(y, zero), _mm_cmplt_ps(y, periodY)));
+    if (_mm_movemask_ps(inside) != 15) {
+        // Wrapped as the scalar loops do it, lane by lane (a lane that needs no more steps
+        // gets + 0, which leaves its value); NaN and far coordinates go the scalar way.
+        __m128 farX = _mm_set1_ps(source.farX), farY = _mm_set1_ps(source.farY);
+        __m128 near =
+            _mm_and_ps(_mm_and_ps(_mm_cmpgt_ps(x, _mm_sub_ps(zero, farX)), _mm_cmplt_ps(x, farX)),
+                       _mm_and_ps(_mm_cmpgt_ps(y, _mm_sub_ps(zero, farY)), _mm_cmplt_ps(y, farY)));
+        if (_mm_movemask_ps(near) != 15) return false;
+        for (__m128 below; _mm_movemask_ps(below = _mm_cmplt_ps(x, zero));)
+            x = _mm_add_ps(x, _mm_and_ps(below, periodX));
+        for (__m128 above; _mm_movemask_ps(above = _mm_cmpge_ps(x, periodX));)
+            x = _mm_sub_ps(x, _mm_and_ps(above, periodX));
+        for (__m128 below; _mm_movemask_ps(below = _mm_cmplt_ps(y, zero));)
+            y = _mm_add_ps(y, _mm_and_ps(below, periodY));
+        for (__m128 above; _mm_movemask_ps(above = _mm_cmpge_ps(y, periodY));)
+            y = _mm_sub_ps(y, _mm_and_ps(above, periodY));
+    }
     __m128i ix = _mm_cvttps_epi32(x), iy = _mm_cvttps_epi32(y);
     __m128 fx = _mm_sub_ps(x, _mm_cvtepi32_ps(ix));
     __m128 fy = _mm_sub_ps(y, _mm_cvtepi32_ps(iy));

@@ -515,6 +515,24 @@ TEST(Compute, MatchesTheLiteralComputationByteForByte) {
     EXPECT_EQ(cases, 135);
 }
 
+TEST(Compute, LinesFarBeyondTheTextureWrapLikeTheLiteralLoops) {
+    // Lines over a small texture run on for many texture periods past its border.
+    FlicVectorField field = uniformField(4, 4, 1.0f, 0.37f);
+    FlicVectorField swirl = circleField(5);
+    FlicImage texture = noise(12, 9, 1, 17), colour = noise(7, 11, 3, 18);
+    for (int integrator : {0, 1})
+        for (int interpolation : {0, 1}) {
+            reference::Settings s;
+            s.integrator = integrator;
+            s.interpolation = interpolation;
+            s.filterLength = 30;
+            s.extensionLength = 120;
+            expectSameAsReference(s, field, texture, "uniform grey");
+            expectSameAsReference(s, swirl, texture, "swirl grey");
+            expectSameAsReference(s, field, colour, "uniform colour");
+        }
+}
+
 TEST(Compute, AdaptiveLinesAreTheSameThroughTheVirtualInterface) {
     // The engine takes the points on an adaptive integrator's cubic in bulk; an integrator of a
     // type it does not know is called point by point. Both must trace the same lines.
