@@ -758,6 +758,9 @@ struct PointRecorder {
     int texWidth, subPixels, channels;
     int* samples;
     FlicCompute::PointRecord* points;
+    const int* accum;
+    std::ptrdiff_t recordStride;
+    unsigned pixels;
 
     explicit PointRecorder(const FlicCompute& engine)
         : source(engine.texture), texture(engine.texture), pointer(engine.getPixel),
@@ -766,7 +769,10 @@ struct PointRecorder {
           cellScaleX(engine.scaleX * static_cast<float>(engine.numSubPixels)),
           cellScaleY(engine.scaleY * static_cast<float>(engine.numSubPixels)),
           texWidth(engine.texWidth), subPixels(engine.numSubPixels), channels(engine.texChannels),
-          samples(engine.samples), points(engine.points) {}
+          samples(engine.samples), points(engine.points), accum(engine.accum),
+          recordStride(engine.recordStride),
+          pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)) {
+    }
 
     // The texture value(s) of point `index` at (x, y) in field coordinates, looked up at the
     // unwrapped position.
@@ -799,6 +805,9 @@ struct PointRecorder {
             return;
         }
         point.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
+        // The record will be updated once the line's sums are done: ask for it now.
+        if (static_cast<unsigned>(point.pixel) < pixels)
+            __builtin_prefetch(accum + point.pixel * recordStride, 1);
         if (subPixels == 1) {
             point.cell = 0;
             return;
@@ -825,11 +834,7 @@ void accumulateLine(const int* running, const FlicCompute::PointRecord* points, 
     const std::ptrdiff_t far = static_cast<std::ptrdiff_t>(N) * C;
     const std::ptrdiff_t near = static_cast<std::ptrdiff_t>(N / 3) * C;
     const unsigned cells = static_cast<unsigned>(numSubCells);
-    const int ahead = 8;
     for (int k = lo + N; k <= hi - N; k++) {
-        if (k + ahead <= hi - N && static_cast<unsigned>(points[k + ahead].pixel) < pixels)
-            __builtin_prefetch(
-                accum + static_cast<std::ptrdiff_t>(points[k + ahead].pixel) * recordStride, 1);
         const FlicCompute::PointRecord& point = points[k];
         if (static_cast<unsigned>(point.pixel) >= pixels ||
             static_cast<unsigned>(point.cell) >= cells)
