@@ -117,7 +117,7 @@ void addPostOptions(CLI::App& lic, LicOptions& o, CLI::Option*& emboss) {
         ->group(group);
     lic.add_option("--range", o.range,
                    "Magnitudes MIN,MAX spanned by the colour map "
-                   "(default: the field's range)")
+                   "(default: 1st to 99th percentile)")
         ->group(group);
     emboss = lic.add_option("--emboss", o.light,
                             "Relief shading; lit along the field, or from AZ,EL[,STEEPNESS] "
@@ -183,12 +183,33 @@ CLI::App* addInfo(CLI::App& app, Parsed& p) {
     return info;
 }
 
+// CLI11's reports in the program's own form.
+std::string usageMessage(const CLI::App*, const CLI::Error& error) {
+    return std::string("muskeip: usage: ") + error.what() +
+           "\nRun with --help for more information.\n";
+}
+
+// The first word that is not an option must name a subcommand (the program's own options are
+// all flags, so no option value can stand before it).
+bool unknownSubcommand(int argc, char** argv) {
+    for (int i = 1; i < argc; i++) {
+        std::string word = argv[i];
+        if (!word.empty() && word[0] == '-') continue;
+        if (word == "lic" || word == "field" || word == "info") return false;
+        usageError("unknown subcommand '%s' (use lic, field or info)", word.c_str());
+        return true;
+    }
+    return false;
+}
+
 } // namespace
 
 int runCommandLine(int argc, char** argv) {
+    if (unknownSubcommand(argc, argv)) return EXIT_USAGE;
     CLI::App app{"muskeip: pictures of planar vector fields by Fast Line Integral Convolution",
                  "muskeip"};
     app.option_defaults()->always_capture_default();
+    app.failure_message(usageMessage);
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", versionText);

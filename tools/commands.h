@@ -44,7 +44,7 @@ struct LicOptions {
     int blur = 0;
     bool median = false;
     std::string colour = "none";
-    std::string colormap = "hot-iron";
+    std::string colormap = "hue";
     std::string range;
     bool emboss = false;
     std::string light;

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "console.h"
 #include "field_source.h"
+#include "image_files.h"
 #include "parsing.h"
 #include "source_options.h"
 
@@ -62,6 +63,7 @@ int runField(const FieldOptions& options) {
     int status = buildFieldSpec(options.field, spec, kind);
     if (status == EXIT_OK) status = checkGridOptions(options, spec, kind);
     if (status != EXIT_OK) return status;
+    if (!checkWritable(options.output)) return EXIT_FAILED;
     defaultGrid(spec, 0, 0);
     bool noField = kind == SOURCE_UNKNOWN_FILE || kind == SOURCE_GRAPHICS_FILE;
     if (kind == SOURCE_MISSING_FILE || (noField && !spec.forceUCD)) {

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -102,6 +104,21 @@ int writePNG(const std::string& path, const FlicImage& image) {
         return pngFailure(path, png);
     if (fflush(closer.file) != 0) return flic_ioerror(path.c_str(), nullptr);
     return 1;
+}
+
+bool checkWritable(const std::string& path) {
+    struct stat info;
+    if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+        flic_ioerror(path.c_str(), "it is a folder");
+        return false;
+    }
+    size_t slash = path.find_last_of('/');
+    std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    if (access(folder.c_str(), W_OK) != 0) {
+        flic_ioerror(path.c_str(), nullptr);
+        return false;
+    }
+    return true;
 }
 
 int readImage(const std::string& path, FlicImage& image) {

@@ -21,6 +21,10 @@ int readPNG(const std::string& path, FlicImage& image);
 // flic_ioerror.
 int writePNG(const std::string& path, const FlicImage& image);
 
+// Whether a file can be created at `path` (its folder exists and is writable, and the path is
+// not a folder), checked before long work. False after a report through flic_ioerror.
+bool checkWritable(const std::string& path);
+
 // Reads a PNG or PNM file (told apart by their first bytes). Returns 1, or 0 with a report.
 int readImage(const std::string& path, FlicImage& image);
 // Writes the image in the format of the file name: PNG, PGM (grey, colours greyed), PPM

@@ -156,6 +156,9 @@ int runLic(const LicOptions& options) {
     LicSettings settings;
     int status = parseSettings(options, settings);
     if (status != EXIT_OK) return status;
+    if (!checkWritable(options.output) ||
+        (!options.seedmap.empty() && !checkWritable(options.seedmap)))
+        return EXIT_FAILED;
     LicInputs inputs;
     if (!loadInputs(options, settings, inputs)) return EXIT_FAILED;
     FlicImage picture;

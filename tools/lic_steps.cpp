@@ -10,7 +10,9 @@
 #include "graphics.h"
 #include "scalarfield.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -116,18 +118,23 @@ bool makeColormap(const std::string& name, FlicColormap& map) {
     return true;
 }
 
-// Smallest and largest finite value of a scalar field; 0 and 1 when it has none.
-void finiteRange(const FlicScalarField& field, float range[2]) {
-    bool any = false;
+// The 1st and 99th percentile of the finite values of a scalar field, so that a few extreme
+// values (near critical points, for instance) do not squeeze all colours into one end of the
+// map; 0 and 1 when there is no finite value.
+void robustRange(const FlicScalarField& field, float range[2]) {
+    std::vector<float> values;
     long long count = static_cast<long long>(field.width) * field.height;
-    for (long long i = 0; i < count; i++) {
-        float v = field.data[i];
-        if (!std::isfinite(v)) continue;
-        if (!any || v < range[0]) range[0] = v;
-        if (!any || v > range[1]) range[1] = v;
-        any = true;
-    }
-    if (!any) range[0] = 0.0f, range[1] = 1.0f;
+    values.reserve(static_cast<size_t>(count));
+    for (long long i = 0; i < count; i++)
+        if (std::isfinite(field.data[i])) values.push_back(field.data[i]);
+    range[0] = 0.0f;
+    range[1] = 1.0f;
+    if (values.empty()) return;
+    size_t low = values.size() / 100, high = values.size() - 1 - values.size() / 100;
+    std::nth_element(values.begin(), values.begin() + low, values.end());
+    range[0] = values[low];
+    std::nth_element(values.begin(), values.begin() + high, values.end());
+    range[1] = values[high];
     if (!(range[1] > range[0])) range[1] = range[0] + 1.0f;
 }
 
@@ -137,7 +144,7 @@ bool colourByMagnitude(const LicSettings& s, const FlicVectorField& field, FlicI
     FlicScalarField magnitude(colours.width, colours.height);
     field.magnitude(magnitude, 0);
     float range[2] = {s.range[0], s.range[1]};
-    if (!s.rangeGiven) finiteRange(magnitude, range);
+    if (!s.rangeGiven) robustRange(magnitude, range);
     note("magnitude colours span %g .. %g", range[0], range[1]);
     map.setMinMax(range[0], range[1]);
     magnitude.pseudoColor(map, colours, 1);
