@@ -6,6 +6,7 @@
 #include "image.h"
 #include "image_files.h"
 #include "messages.h"
+#include "parsing.h"
 
 #include <cctype>
 #include <cerrno>
@@ -48,6 +49,18 @@ bool readLine(FILE* file, std::string& line) {
         line += static_cast<char>(c);
     }
     return !line.empty();
+}
+
+// A file whose content is none of the known kinds is read as its extension suggests, so the
+// reader reports what is wrong with it.
+SourceKind kindByExtension(const std::string& path) {
+    std::string extension = lowerExtension(path);
+    if (extension == "vec" || extension == "vector") return SOURCE_VECTOR_FILE;
+    if (extension == "sca" || extension == "scalar") return SOURCE_SCALAR_FILE;
+    if (extension == "pgm" || extension == "ppm" || extension == "pnm" || extension == "png")
+        return SOURCE_IMAGE_FILE;
+    if (extension == "inp" || extension == "ucd") return SOURCE_UCD_FILE;
+    return SOURCE_UNKNOWN_FILE;
 }
 
 bool checkImageAsField(const std::string& path, const FlicImage& image) {
@@ -115,7 +128,7 @@ SourceKind classifySource(const std::string& source) {
     if (isPNMMagic(line)) return SOURCE_IMAGE_FILE;
     UCDHeader header;
     if (probeUCD(source, header)) return SOURCE_UCD_FILE;
-    return SOURCE_UNKNOWN_FILE;
+    return kindByExtension(source);
 }
 
 bool isBuiltIn(SourceKind kind) {
