@@ -99,18 +99,31 @@ class FlicImage {
     int floodFill(int x, int y, int value, int* bbox = nullptr, FlicImage* result = nullptr);
 
     // --- Filters ----------------------------------------------------------------------------
+    // The convolution filters read one byte per pixel (the first `width` bytes of each row).
 
-    // Separable convolution with a symmetric half-kernel of n taps (k[0] the centre).
+    // Separable convolution with a symmetric half-kernel of n taps (k[0] the centre), rows then
+    // columns, through the packed tables of flic_initPackedLuts (its warning and its exit(1)
+    // for weights that cannot be packed apply). A separate result becomes a grey image.
+    // Returns 1, or 0 when the kernel has no taps or more than nine (nothing is written; a
+    // separate result is only sized) or a missing kernel or a weight that is not a number
+    // (reported through flic_error).
     int convolve(int n, const float* kernel, FlicImage* result = nullptr);
-    // Gaussian blur with a kernel of n half-taps and standard deviation n pixels.
+    // Gaussian blur with a kernel of n half-taps and standard deviation n pixels (n = 1 is the
+    // identity). Returns 1, or 0 for n outside 1 to 9 as for convolve.
     int gaussBlur(int n, FlicImage* result = nullptr);
-    // 3 x 3 median filter with clamped borders.
+    // 3 x 3 median filter with clamped borders; further bytes of each row are kept. Returns 1.
     int medianFilter(FlicImage* result = nullptr);
-    // Resamples to newWidth x newHeight with the triangle filter.
+    // Resamples to newWidth x newHeight with the triangle filter, anchored at pixel 0; sums
+    // are truncated to their low 8 bits. Returns 1, or 0 through flic_error for a negative
+    // size, an image without pixels or a size beyond the byte count (image unchanged).
     int zoom(int newWidth, int newHeight, FlicImage* result = nullptr);
-    // Relief shading under one light direction (radians).
+    // Relief shading under one light direction (radians); a colour image is shaded by the
+    // relief of its grey copy. Returns 1, or 0 through flic_error when width45 is not positive
+    // (image and result unchanged).
     int emboss(float azimuth, float elevation, int width45, FlicImage* result = nullptr);
-    // Relief shading with the light's horizontal direction taken from a vector field.
+    // Relief shading with the light's horizontal direction taken from a vector field
+    // (resampled to the image's size when it differs); on a grey image, pixels whose vector is
+    // (0, 0) become black. Returns 1, or 0 through flic_error for an empty field.
     int emboss(FlicVectorField& field, FlicImage* result = nullptr);
 };
 

@@ -13,5 +13,8 @@
 #include "integrator.h"
 #include "compute.h"
 #include "sobol.h"
+#include "convolve.h"
+#include "zoom.h"
+#include "emboss.h"
 
 #endif

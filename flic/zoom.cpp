@@ -1,0 +1,156 @@
+// FlicImage::zoom: separable resampling, rows first into an intermediate image, then columns.
+// For every output position a list of source samples and weights is built once per pass and
+// applied to every row (or column) and channel.
+#include "zoom.h"
+
+#include "image.h"
+#include "messages.h"
+
+#include <climits>
+#include <cmath>
+#include <vector>
+
+float triangle_filter_function(float t) {
+    float a = std::fabs(t);
+    if (a < 1.0f) return 1.0f - a;
+    return 0.0f;
+}
+
+namespace {
+
+// The resampling filter and its support radius in source samples at scale 1.
+float (*filterf)(float) = triangle_filter_function;
+const float fwidth = 1.0f;
+
+struct Contributor {
+    int pixel;    // source index along the pass
+    float weight; // filter weight
+};
+
+// The contributor lists of one pass: list i holds entries first[i] .. first[i + 1] - 1.
+struct ContributorLists {
+    std::vector<Contributor> entries;
+    std::vector<int> first;
+};
+
+// Source index for filter position j: mirrored about sample 0 below the line (-1 -> 1) and
+// about the outer edge of the last sample above it (size -> size - 1). Lines too short for
+// one mirroring are clamped; the weights at such positions are zero.
+int mirrored_index(int j, int size) {
+    if (j < 0)
+        j = -j;
+    else if (j >= size)
+        j = 2 * size - 1 - j;
+    if (j < 0) return 0;
+    if (j >= size) return size - 1;
+    return j;
+}
+
+// Builds the lists for resampling a line of `size` samples to `newSize`. Positions are
+// anchored at index 0: output i sits at source position i / scale.
+void build_contributors(int size, int newSize, ContributorLists& lists) {
+    float scale = static_cast<float>(newSize) / static_cast<float>(size);
+    bool reducing = scale < 1.0f;
+    float support = reducing ? fwidth / scale : fwidth;
+    float fscale = 1.0f / scale;
+    lists.entries.clear();
+    lists.first.assign(1, 0);
+    for (int i = 0; i < newSize; i++) {
+        float center = static_cast<float>(i) / scale;
+        int left = static_cast<int>(ceilf(center - support));
+        int right = static_cast<int>(floorf(center + support));
+        for (int j = left; j <= right; j++) {
+            float weight = reducing ? filterf((center - static_cast<float>(j)) / fscale) / fscale
+                                    : filterf(center - static_cast<float>(j));
+            // A zero weight adds exactly +0 to a sum of non-negative terms: left out.
+            if (weight != 0.0f) lists.entries.push_back({mirrored_index(j, size), weight});
+        }
+        lists.first.push_back(static_cast<int>(lists.entries.size()));
+    }
+}
+
+// The stored value of a weighted sum: truncated toward zero, low 8 bits (no clamping).
+inline unsigned char wrapped_byte(float sum) {
+    return static_cast<unsigned char>(static_cast<int>(sum));
+}
+
+// Resamples every row of `source` (all channels) to the width of `target`.
+void resample_rows(const FlicImage& source, const ContributorLists& lists, FlicImage& target) {
+    int channels = source.nChannels;
+    std::vector<float> line(static_cast<size_t>(source.width) * channels);
+    for (int k = 0; k < source.height; k++) {
+        const unsigned char* row = source.data + static_cast<long>(k) * source.bytesPerLine;
+        for (size_t s = 0; s < line.size(); s++)
+            line[s] = row[s];
+        unsigned char* out = target.data + static_cast<long>(k) * target.bytesPerLine;
+        for (int i = 0; i < target.width; i++) {
+            for (int c = 0; c < channels; c++) {
+                float sum = 0.0f;
+                for (int e = lists.first[i]; e < lists.first[i + 1]; e++) {
+                    const Contributor& con = lists.entries[e];
+                    sum += line[static_cast<size_t>(con.pixel) * channels + c] * con.weight;
+                }
+                out[static_cast<long>(i) * channels + c] = wrapped_byte(sum);
+            }
+        }
+    }
+}
+
+// Resamples every column of `source` to the height of `target`. Each output row is summed
+// for all columns at once, contributor by contributor, so every value sees the same sequence
+// of additions as a column-by-column sum while rows are read contiguously.
+void resample_columns(const FlicImage& source, const ContributorLists& lists, FlicImage& target) {
+    size_t rowValues = static_cast<size_t>(source.width) * source.nChannels;
+    std::vector<float> sums(rowValues);
+    for (int i = 0; i < target.height; i++) {
+        for (size_t s = 0; s < rowValues; s++)
+            sums[s] = 0.0f;
+        for (int e = lists.first[i]; e < lists.first[i + 1]; e++) {
+            const Contributor& con = lists.entries[e];
+            const unsigned char* row =
+                source.data + static_cast<long>(con.pixel) * source.bytesPerLine;
+            for (size_t s = 0; s < rowValues; s++)
+                sums[s] += static_cast<float>(row[s]) * con.weight;
+        }
+        unsigned char* out = target.data + static_cast<long>(i) * target.bytesPerLine;
+        for (size_t s = 0; s < rowValues; s++)
+            out[s] = wrapped_byte(sums[s]);
+    }
+}
+
+bool byte_count_fits(int width, int height, int channels) {
+    return static_cast<long long>(width) * height * channels <= INT_MAX;
+}
+
+} // namespace
+
+int FlicImage::zoom(int newWidth, int newHeight, FlicImage* result) {
+    if (result == this) result = nullptr;
+    if (newWidth < 0 || newHeight < 0)
+        return flic_error("zoom: new size %d x %d is negative", newWidth, newHeight);
+    bool hasPixels = width > 0 && height > 0 && nChannels > 0 && data;
+    if (!hasPixels && newWidth > 0 && newHeight > 0)
+        return flic_error("zoom: the image to be zoomed has no pixels");
+    if (!byte_count_fits(newWidth, height, nChannels) ||
+        !byte_count_fits(newWidth, newHeight, nChannels))
+        return flic_error("zoom: new size %d x %d x %d is too large", newWidth, newHeight,
+                          nChannels);
+
+    // Rows first: the source is read completely before the target is resized, so zooming in
+    // place is safe.
+    FlicImage intermediate(newWidth, height, nChannels);
+    ContributorLists lists;
+    if (hasPixels && newWidth > 0) {
+        build_contributors(width, newWidth, lists);
+        resample_rows(*this, lists, intermediate);
+    }
+    // The column pass works from the intermediate alone: resizing the target in place has
+    // already replaced this image's geometry.
+    FlicImage& target = result ? *result : *this;
+    if (!target.setSize(newWidth, newHeight, intermediate.nChannels)) return 0;
+    if (hasPixels && newWidth > 0 && newHeight > 0) {
+        build_contributors(intermediate.height, newHeight, lists);
+        resample_columns(intermediate, lists, target);
+    }
+    return 1;
+}
