@@ -27,11 +27,13 @@ const char* const licFooter =
 void addSourceOptions(CLI::App& command, FieldSourceOptions& o, CLI::Option*& angle) {
     const char* group = "Field";
     command.add_option("--ucd", o.ucd, "Read FIELD as a UCD mesh rasterised onto a WxH grid")
+        ->type_name("WxH")
         ->group(group);
     command
         .add_option("--grid", o.grid,
                     "Grid of built-in fields and meshes, WxH "
                     "(default: the picture size, at most 1024 each way)")
+        ->type_name("WxH")
         ->group(group);
     angle = command
                 .add_option("--angle", o.angle,
@@ -39,10 +41,14 @@ void addSourceOptions(CLI::App& command, FieldSourceOptions& o, CLI::Option*& an
                             "along iso-lines/circles, 90 along the gradient/radii")
                 ->group(group);
     command.add_option("--matrix", o.matrix, "linear: matrix a,b,c,d of (a u + b v, c u + d v)")
+        ->type_name("A,B,C,D")
         ->group(group);
     command.add_option("--offset", o.offset, "linear: offset x,y added to the matrix product")
+        ->type_name("X,Y")
         ->group(group);
-    command.add_option("--brusselator", o.brusselator, "brusselator: XMAX,YMAX,A,B")->group(group);
+    command.add_option("--brusselator", o.brusselator, "brusselator: XMAX,YMAX,A,B")
+        ->type_name("XMAX,YMAX,A,B")
+        ->group(group);
     command.add_option("--extent", o.extent, "dipole: half-width of the square shown")
         ->group(group);
     command.add_option("--phase", o.phase, "dipole: phase of the wave in cycles")->group(group);
@@ -53,6 +59,7 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
     auto* size = lic.add_option("--size", o.size,
                                 "Picture size WxH (default: 512x512 for built-in fields, "
                                 "else the field's size, at least 512 on its longer side)")
+                     ->type_name("WxH")
                      ->group(group);
     lic.add_option("--length", o.length, "Filter half-length in pixels")->group(group);
     lic.add_option("--kernel", o.kernel, "Filter kernel")
@@ -64,6 +71,7 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
     lic.add_option("--rk43", o.rk43,
                    "RK43 steps and tolerance INITIAL,MIN,MAX,TOLERANCE "
                    "(default 4,0.5,15,0.001)")
+        ->type_name("I,MIN,MAX,TOL")
         ->group(group);
     lic.add_option("--subpixels", o.subpixels, "Sub-pixel cells per pixel side")
         ->check(CLI::Range(1, 16))
@@ -88,21 +96,25 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
     auto* texture = lic.add_option("--texture", o.texture,
                                    "Input texture (PNM/PNG, grey or RGB) instead of noise; it "
                                    "sets the picture size")
+                        ->type_name("FILE")
                         ->group(group);
     texture->excludes(size)->excludes(noise)->excludes(seed);
     lic.add_option("--mask", o.mask,
                    "Grey image of the field's size whose value at each seed "
                    "the seed map records")
+        ->type_name("FILE")
         ->group(group);
     lic.add_option("--seedmap", o.seedmap,
                    "Write the seed map here (1 where no line was "
                    "seeded; else the mask, default 255)")
+        ->type_name("FILE")
         ->group(group);
 }
 
 void addPostOptions(CLI::App& lic, LicOptions& o, CLI::Option*& emboss) {
     const char* group = "Post-processing (in this order)";
     lic.add_option("--adjust", o.adjust, "Contrast: MEAN,SDEV of the non-black pixels, or none")
+        ->type_name("MEAN,SDEV")
         ->group(group);
     lic.add_option("--blur", o.blur, "Gaussian blur of N half-taps (0 none)")
         ->check(CLI::Range(0, 9))
@@ -114,21 +126,29 @@ void addPostOptions(CLI::App& lic, LicOptions& o, CLI::Option*& emboss) {
     lic.add_option("--colormap", o.colormap,
                    "Map for --colour magnitude: grey, hot-iron, blue-white-red, hue or an "
                    ".icol file")
+        ->type_name("MAP")
         ->group(group);
     lic.add_option("--range", o.range,
                    "Magnitudes MIN,MAX spanned by the colour map "
                    "(default: 1st to 99th percentile)")
+        ->type_name("MIN,MAX")
         ->group(group);
     emboss = lic.add_option("--emboss", o.light,
                             "Relief shading; lit along the field, or from AZ,EL[,STEEPNESS] "
                             "in degrees (write --emboss=AZ,EL)")
+                 ->type_name("AZ,EL")
                  ->expected(0, 1)
                  ->group(group);
-    lic.add_option("--zoom", o.zoom, "Resample the picture to WxH")->group(group);
-    lic.add_option("--overlay", o.overlay, "Draw a FLIC GRAPHICS command file")->group(group);
-    lic.add_option("--mesh", o.mesh, "Draw the edges of a UCD mesh")->group(group);
+    lic.add_option("--zoom", o.zoom, "Resample the picture to WxH")->type_name("WxH")->group(group);
+    lic.add_option("--overlay", o.overlay, "Draw a FLIC GRAPHICS command file")
+        ->type_name("FILE")
+        ->group(group);
+    lic.add_option("--mesh", o.mesh, "Draw the edges of a UCD mesh")
+        ->type_name("FILE")
+        ->group(group);
     lic.add_option("--line-colour,--line-color", o.lineColour,
                    "Colour of --overlay and --mesh lines: R,G,B or a name")
+        ->type_name("COLOUR")
         ->group(group);
     lic.add_option("--line-width", o.lineWidth, "Width of --overlay and --mesh lines")
         ->check(CLI::Range(1, 100))
@@ -149,6 +169,7 @@ CLI::App* addLic(CLI::App& app, Parsed& p) {
     lic->footer(licFooter);
     lic->add_option("FIELD", p.lic.field.source, "Field file or built-in field name")->required();
     lic->add_option("-o,--output", p.lic.output, "Picture to write (.png, .pgm, .ppm, .pnm)")
+        ->type_name("FILE")
         ->required();
     lic->add_flag("--ascii", p.lic.ascii, "Write PNM files as text (P2/P3)");
     lic->add_flag("--progress", p.lic.progress,
@@ -168,9 +189,13 @@ CLI::App* addField(CLI::App& app, Parsed& p) {
                   "others give FLIC VECTOR files. Binary data is written big-endian.\n");
     field->add_option("SOURCE", p.field.field.source, "Built-in field name or field file")
         ->required();
-    field->add_option("-o,--output", p.field.output, "FLIC file to write")->required();
-    field->add_option("--size", p.field.size,
-                      "Grid WxH of built-in fields and UCD meshes (default 512x512)");
+    field->add_option("-o,--output", p.field.output, "FLIC file to write")
+        ->type_name("FILE")
+        ->required();
+    field
+        ->add_option("--size", p.field.size,
+                     "Grid WxH of built-in fields and UCD meshes (default 512x512)")
+        ->type_name("WxH");
     field->add_flag("--ascii", p.field.ascii, "Write ASCII instead of binary data");
     addSourceOptions(*field, p.field.field, p.fieldAngle);
     return field;

@@ -152,7 +152,7 @@ TEST(Cli, HelpAndVersion) {
     Outcome lic = muskeip("lic --help");
     EXPECT_EQ(0, lic.status);
     for (const char* shown : {"--length FLOAT=20", "=triangle", "=rk43", "=pattern", "=bilinear",
-                              "=binary", "--adjust TEXT=128,40", "=hue", "--extension FLOAT=80"})
+                              "=binary", "--adjust MEAN,SDEV=128,40", "=hue", "--extension FLOAT=80"})
         EXPECT_TRUE(contains(lic.out, shown)) << shown;
     EXPECT_TRUE(contains(lic.out, "--adjust, --blur, --median, --colour, --emboss"));
     EXPECT_EQ(0, muskeip("field --help").status);
