@@ -27,6 +27,12 @@ bool parseList(const std::string& text, const char* option, int count, const cha
     return false;
 }
 
+// Whether --angle changes the field of this source.
+bool usesAngle(const FieldSpec& spec, SourceKind kind) {
+    if (kind == SOURCE_CIRCLE || kind == SOURCE_IMAGE_FILE) return true;
+    return isScalarSource(spec, spec.forceUCD ? SOURCE_UCD_FILE : kind);
+}
+
 } // namespace
 
 int buildFieldSpec(const FieldSourceOptions& options, FieldSpec& spec, SourceKind& kind) {
@@ -63,6 +69,10 @@ int buildFieldSpec(const FieldSourceOptions& options, FieldSpec& spec, SourceKin
     if (spec.forceUCD && isBuiltIn(kind))
         return usageError("--ucd reads a mesh file, but '%s' names a built-in field",
                           spec.source.c_str());
+    if (options.angleGiven && !usesAngle(spec, kind))
+        warning("--angle turns scalar fields, images and the circle field; it does not change "
+                "%s",
+                spec.source.c_str());
     return EXIT_OK;
 }
 

@@ -151,8 +151,9 @@ TEST(Cli, HelpAndVersion) {
     // Every subcommand has help with the defaults shown.
     Outcome lic = muskeip("lic --help");
     EXPECT_EQ(0, lic.status);
-    for (const char* shown : {"--length FLOAT=20", "=triangle", "=rk43", "=pattern", "=bilinear",
-                              "=binary", "--adjust MEAN,SDEV=128,40", "=hue", "--extension FLOAT=80"})
+    for (const char* shown :
+         {"--length FLOAT=20", "=triangle", "=rk43", "=pattern", "=bilinear", "=binary",
+          "--adjust MEAN,SDEV=128,40", "=hue", "--extension FLOAT=80"})
         EXPECT_TRUE(contains(lic.out, shown)) << shown;
     EXPECT_TRUE(contains(lic.out, "--adjust, --blur, --median, --colour, --emboss"));
     EXPECT_EQ(0, muskeip("field --help").status);
@@ -468,6 +469,10 @@ TEST_F(CliFiles, VerboseAndQuiet) {
     Outcome quiet = muskeip(lic + " -q");
     EXPECT_EQ(0, quiet.status);
     EXPECT_EQ("", quiet.err);
+    Outcome angle = muskeip("lic saddle --angle 30 --size 20x20 -o " + q("s.png"));
+    EXPECT_EQ(0, angle.status);
+    EXPECT_TRUE(contains(angle.err, "warning: --angle")) << angle.err;
+    EXPECT_EQ("", muskeip("lic saddle --angle 30 --size 20x20 -q -o " + q("s.png")).err);
     Outcome failed = muskeip("-q lic " + q("none.vec") + " -o " + q("z.png"));
     EXPECT_EQ(1, failed.status);
     EXPECT_TRUE(contains(failed.err, "none.vec"));
