@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <climits>
+#include <cstring>
 
 namespace {
 
@@ -167,7 +168,8 @@ struct Parsed {
 CLI::App* addLic(CLI::App& app, Parsed& p) {
     CLI::App* lic = app.add_subcommand("lic", "Compute a LIC picture of a field");
     lic->footer(licFooter);
-    lic->add_option("FIELD", p.lic.field.source, "Field file or built-in field name")->required();
+    // Not marked required: a FIELD taken by a value-less --emboss is given back after parsing.
+    lic->add_option("FIELD", p.lic.field.source, "Field file or built-in field name (required)");
     lic->add_option("-o,--output", p.lic.output, "Picture to write (.png, .pgm, .ppm, .pnm)")
         ->type_name("FILE")
         ->required();
@@ -214,6 +216,16 @@ std::string usageMessage(const CLI::App*, const CLI::Error& error) {
            "\nRun with --help for more information.\n";
 }
 
+// `--emboss FIELD` (the field light, then the field) reads FIELD as the light's angles; such a
+// value that cannot be angles is the field. False when there is no field at all.
+bool giveBackField(LicOptions& o) {
+    if (!o.field.source.empty()) return true;
+    if (!o.emboss || o.light.empty() || strchr("0123456789+-.", o.light[0])) return false;
+    o.field.source = o.light;
+    o.light.clear();
+    return true;
+}
+
 // The first word that is not an option must name a subcommand (the program's own options are
 // all flags, so no option value can stand before it).
 bool unknownSubcommand(int argc, char** argv) {
@@ -256,6 +268,7 @@ int runCommandLine(int argc, char** argv) {
     if (lic->parsed()) {
         p.lic.field.angleGiven = p.licAngle->count() > 0;
         p.lic.emboss = p.emboss->count() > 0;
+        if (!giveBackField(p.lic)) return usageError("FIELD is required");
         return runLic(p.lic);
     }
     if (field->parsed()) {

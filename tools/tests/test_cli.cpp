@@ -469,6 +469,8 @@ TEST_F(CliFiles, VerboseAndQuiet) {
     Outcome quiet = muskeip(lic + " -q");
     EXPECT_EQ(0, quiet.status);
     EXPECT_EQ("", quiet.err);
+    // A value-less --emboss before FIELD leaves FIELD to be the field.
+    EXPECT_EQ(0, muskeip("lic --emboss saddle --size 20x20 -o " + q("e.png")).status);
     Outcome angle = muskeip("lic saddle --angle 30 --size 20x20 -o " + q("s.png"));
     EXPECT_EQ(0, angle.status);
     EXPECT_TRUE(contains(angle.err, "warning: --angle")) << angle.err;
