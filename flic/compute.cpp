@@ -10,6 +10,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <typeinfo>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <unistd.h>
 
 #if defined(__GNUC__)
@@ -22,8 +26,11 @@ namespace {
 
 const char* const kernelNames[3] = {"box", "triangle", "cubic"};
 
-// Kernel and extension step counts beyond this are refused: they would overflow the integer
-// arithmetic of the convolution and the work arrays long before they make sense.
+// Kernel and extension step counts beyond this are refused: the work arrays of a line would
+// grow absurdly. The running sums wrap instead of overflowing, so a convolution value stays
+// exact as long as value times divisor fits an int: up to about 300 kernel steps for the cubic
+// kernel and 2900 for the triangle, whatever the line length; longer kernels give meaningless
+// values, without undefined behaviour.
 const int maxLineSteps = 1 << 19;
 
 // Coordinates farther than this many periods from the texture are reduced with fmodf before
@@ -48,10 +55,9 @@ int kernelStepsFor(float length, float h, int kernel) {
 }
 
 // Wraps v periodically into [0, period) by adding or subtracting the period, as the texture
-// lookups define it. NaN and infinite coordinates become 0; far coordinates are reduced with
-// fmodf first (see farPeriods).
-FLIC_ALWAYS_INLINE float wrapCoordinate(float v, float period) {
-    float far = farPeriods * period;
+// lookups define it. NaN and infinite coordinates become 0; coordinates beyond `far`
+// (farPeriods periods) are reduced with fmodf first.
+FLIC_ALWAYS_INLINE float wrapCoordinate(float v, float period, float far) {
     if (!(v > -far && v < far)) {
         v = std::isfinite(v) ? fmodf(v, period) : 0.0f;
         if (v == 0.0f) v = 0.0f; // no negative zero
@@ -63,24 +69,78 @@ FLIC_ALWAYS_INLINE float wrapCoordinate(float v, float period) {
     return v;
 }
 
+// A texture's geometry as the lookups use it: taken once, kept in registers along a line.
+struct TexelSource {
+    const unsigned char* data;
+    std::ptrdiff_t bytesPerLine;
+    int channels;
+    float periodX, periodY; // width - 1, height - 1: the last column and row are neighbours only
+    float farX, farY;
+    bool periodic; // pixels to read and at least 2 x 2 of them
+
+    explicit TexelSource(const FlicImage* texture)
+        : data(nullptr), bytesPerLine(0), channels(0), periodX(0), periodY(0), farX(0), farY(0),
+          periodic(false) {
+        if (!texture) return;
+        data = texture->data;
+        bytesPerLine = texture->bytesPerLine;
+        channels = texture->nChannels;
+        periodX = static_cast<float>(texture->width - 1);
+        periodY = static_cast<float>(texture->height - 1);
+        farX = farPeriods * periodX;
+        farY = farPeriods * periodY;
+        periodic = data && texture->width >= 2 && texture->height >= 2;
+    }
+
+    // Address of the texel at the wrapped position (x, y), with the position's fractions.
+    // Positions already inside the periods (most of them) skip the wrapping.
+    FLIC_ALWAYS_INLINE const unsigned char* locate(float x, float y, float& fx, float& fy) const {
+        if (!(x >= 0.0f && x < periodX && y >= 0.0f && y < periodY)) {
+            x = wrapCoordinate(x, periodX, farX);
+            y = wrapCoordinate(y, periodY, farY);
+        }
+        int ix = static_cast<int>(x);
+        int iy = static_cast<int>(y);
+        fx = x - ix;
+        fy = y - iy;
+        return data + iy * bytesPerLine + static_cast<std::ptrdiff_t>(ix) * channels;
+    }
+};
+
+// Bilinear mix of channel ch around p (right and upper neighbours `right` and `up` bytes away),
+// truncated to int: a + (b - a) fx + (c - a) fy + fx fy (a - c - b + d) in single precision.
+// The differences of the byte values are formed in int: for such small integers that is exactly
+// what the float differences give, at a lower cost.
+FLIC_ALWAYS_INLINE int bilinearTexel(const unsigned char* p, int ch, std::ptrdiff_t right,
+                                     std::ptrdiff_t up, float fx, float fy) {
+    int a = p[ch], b = p[ch + right], c = p[ch + up], d = p[ch + right + up];
+    float ba = static_cast<float>(b - a), ca = static_cast<float>(c - a);
+    float cross = static_cast<float>(a - c - b + d);
+    return static_cast<int>(static_cast<float>(a) + ba * fx + ca * fy + fx * fy * cross);
+}
+
 // Lookups on textures narrower or lower than 2 pixels (no wrap period) or without pixels: an
 // axis of one pixel is read at 0 with itself as neighbour; an empty texture gives 0.
-void degenerateLookup(FlicImage* texture, float x, float y, int* out, int channels, bool bilinear) {
+void degenerateLookup(const FlicImage* texture, float x, float y, int* out, int channels,
+                      bool bilinear) {
     if (!texture || !texture->data || texture->width < 1 || texture->height < 1) {
         for (int ch = 0; ch < channels; ch++)
             out[ch] = 0;
         return;
     }
-    int stepX = 0, stepY = 0, ix = 0, iy = 0;
+    std::ptrdiff_t stepX = 0, stepY = 0;
+    int ix = 0, iy = 0;
     float fx = 0.0f, fy = 0.0f;
     if (texture->width >= 2) {
-        x = wrapCoordinate(x, static_cast<float>(texture->width - 1));
+        float period = static_cast<float>(texture->width - 1);
+        x = wrapCoordinate(x, period, farPeriods * period);
         ix = static_cast<int>(x);
         fx = x - ix;
         stepX = texture->nChannels;
     }
     if (texture->height >= 2) {
-        y = wrapCoordinate(y, static_cast<float>(texture->height - 1));
+        float period = static_cast<float>(texture->height - 1);
+        y = wrapCoordinate(y, period, farPeriods * period);
         iy = static_cast<int>(y);
         fy = y - iy;
         stepY = texture->bytesPerLine;
@@ -88,75 +148,12 @@ void degenerateLookup(FlicImage* texture, float x, float y, int* out, int channe
     const unsigned char* p = texture->data +
                              static_cast<std::ptrdiff_t>(iy) * texture->bytesPerLine +
                              static_cast<std::ptrdiff_t>(ix) * texture->nChannels;
-    for (int ch = 0; ch < channels; ch++) {
-        float a = p[ch], b = p[ch + stepX], c = p[ch + stepY], d = p[ch + stepX + stepY];
-        out[ch] =
-            bilinear ? static_cast<int>(a + (b - a) * fx + (c - a) * fy + fx * fy * (a - c - b + d))
-                     : p[ch];
-    }
+    for (int ch = 0; ch < channels; ch++)
+        out[ch] = bilinear ? bilinearTexel(p, ch, stepX, stepY, fx, fy) : p[ch];
 }
 
-FLIC_ALWAYS_INLINE bool hasPeriod(const FlicImage* texture) {
-    return texture && texture->data && texture->width >= 2 && texture->height >= 2;
-}
-
-// Address of the texel at the wrapped position, with the fractions of the position.
-FLIC_ALWAYS_INLINE const unsigned char* wrappedTexel(const FlicImage* texture, float x, float y,
-                                                     float& fx, float& fy) {
-    x = wrapCoordinate(x, static_cast<float>(texture->width - 1));
-    y = wrapCoordinate(y, static_cast<float>(texture->height - 1));
-    int ix = static_cast<int>(x);
-    int iy = static_cast<int>(y);
-    fx = x - ix;
-    fy = y - iy;
-    return texture->data + static_cast<std::ptrdiff_t>(iy) * texture->bytesPerLine +
-           static_cast<std::ptrdiff_t>(ix) * texture->nChannels;
-}
-
-// Bilinear mix of channel ch around p, truncated to int.
-FLIC_ALWAYS_INLINE int bilinearTexel(const unsigned char* p, int ch, int right, int up, float fx,
-                                     float fy) {
-    float a = p[ch], b = p[ch + right], c = p[ch + up], d = p[ch + right + up];
-    return static_cast<int>(a + (b - a) * fx + (c - a) * fy + fx * fy * (a - c - b + d));
-}
-
-FLIC_ALWAYS_INLINE void lookupConst1(FlicImage* texture, float x, float y, int* out) {
-    if (!hasPeriod(texture)) return degenerateLookup(texture, x, y, out, 1, false);
-    float fx, fy;
-    out[0] = *wrappedTexel(texture, x, y, fx, fy);
-}
-
-FLIC_ALWAYS_INLINE void lookupConstN(FlicImage* texture, float x, float y, int* out) {
-    if (!hasPeriod(texture)) {
-        int channels = texture ? texture->nChannels : 0;
-        return degenerateLookup(texture, x, y, out, channels, false);
-    }
-    float fx, fy;
-    const unsigned char* p = wrappedTexel(texture, x, y, fx, fy);
-    for (int ch = 0; ch < texture->nChannels; ch++)
-        out[ch] = p[ch];
-}
-
-FLIC_ALWAYS_INLINE void lookupBilinear1(FlicImage* texture, float x, float y, int* out) {
-    if (!hasPeriod(texture)) return degenerateLookup(texture, x, y, out, 1, true);
-    float fx, fy;
-    const unsigned char* p = wrappedTexel(texture, x, y, fx, fy);
-    out[0] = bilinearTexel(p, 0, texture->nChannels, texture->bytesPerLine, fx, fy);
-}
-
-FLIC_ALWAYS_INLINE void lookupBilinearN(FlicImage* texture, float x, float y, int* out) {
-    if (!hasPeriod(texture)) {
-        int channels = texture ? texture->nChannels : 0;
-        return degenerateLookup(texture, x, y, out, channels, true);
-    }
-    float fx, fy;
-    const unsigned char* p = wrappedTexel(texture, x, y, fx, fy);
-    for (int ch = 0; ch < texture->nChannels; ch++)
-        out[ch] = bilinearTexel(p, ch, texture->nChannels, texture->bytesPerLine, fx, fy);
-}
-
-// Compile-time choice of the texture lookup inside the line tracer: the four lookups of the
-// engine are inlined; any other function installed in getPixel is called through the pointer.
+// The four lookups of the engine on a periodic texture: KIND selects constant or bilinear, one
+// channel or all of them.
 enum LookupKind {
     LOOKUP_POINTER,
     LOOKUP_CONST1,
@@ -166,28 +163,27 @@ enum LookupKind {
 };
 
 template <int KIND>
-struct Lookup {
-    static FLIC_ALWAYS_INLINE void fetch(FlicCompute::TextureLookup pointer, FlicImage* texture,
-                                         float x, float y, int* out) {
-        switch (KIND) {
-        case LOOKUP_CONST1:
-            lookupConst1(texture, x, y, out);
-            break;
-        case LOOKUP_CONSTN:
-            lookupConstN(texture, x, y, out);
-            break;
-        case LOOKUP_BILINEAR1:
-            lookupBilinear1(texture, x, y, out);
-            break;
-        case LOOKUP_BILINEARN:
-            lookupBilinearN(texture, x, y, out);
-            break;
-        default:
-            pointer(texture, x, y, out);
-            break;
-        }
+FLIC_ALWAYS_INLINE void periodicLookup(const TexelSource& source, float x, float y, int* out) {
+    float fx, fy;
+    const unsigned char* p = source.locate(x, y, fx, fy);
+    int channels = KIND == LOOKUP_CONST1 || KIND == LOOKUP_BILINEAR1 ? 1 : source.channels;
+    for (int ch = 0; ch < channels; ch++) {
+        if (KIND == LOOKUP_CONST1 || KIND == LOOKUP_CONSTN)
+            out[ch] = p[ch];
+        else
+            out[ch] = bilinearTexel(p, ch, source.channels, source.bytesPerLine, fx, fy);
     }
-};
+}
+
+// A lookup as the public functions define it, on any texture.
+template <int KIND>
+FLIC_ALWAYS_INLINE void lookup(const FlicImage* texture, float x, float y, int* out) {
+    TexelSource source(texture);
+    if (source.periodic) return periodicLookup<KIND>(source, x, y, out);
+    int channels = KIND == LOOKUP_CONST1 || KIND == LOOKUP_BILINEAR1 ? 1 : source.channels;
+    degenerateLookup(texture, x, y, out, channels,
+                     KIND == LOOKUP_BILINEAR1 || KIND == LOOKUP_BILINEARN);
+}
 
 // Truncating division of a non-negative int by a fixed positive divisor through one 64-bit
 // multiplication (exact for every dividend below 2^31: m = floor(2^(31+l) / d) + 1 with
@@ -197,6 +193,7 @@ struct FixedDivisor {
     std::uint64_t multiplier;
     int shift;
 
+    FixedDivisor() : FixedDivisor(1) {}
     explicit FixedDivisor(long long d) {
         if (d < 1) d = 1;
         if (d > INT_MAX) d = INT_MAX;
@@ -269,10 +266,15 @@ FlicCompute::FlicCompute()
       fieldMaxY(0), scaleX(0), scaleY(0), kernelSteps(0), extensionSteps(0), lengthBias(0),
       maxSteps(0), recordStride(0), numSubCells(0), totalHits(0), numFieldLines(0), field(nullptr),
       texture(nullptr), forward(nullptr), backward(nullptr), accum(nullptr), samples(nullptr),
-      sums(nullptr), points(nullptr), getPixel(nullptr) {
+      sums(nullptr), points(nullptr), getPixel(nullptr), positions(nullptr) {
     memset(zaehlrohr, 0, sizeof zaehlrohr);
     forward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, 1);
-    backward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1);
+    try {
+        backward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1);
+    } catch (...) {
+        delete forward; // the exception passes on; the watch is destroyed with the object
+        throw;
+    }
 }
 
 FlicCompute::~FlicCompute() {
@@ -355,12 +357,7 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
     recordStride = numSubCells + texChannels;
 
     // A second start without stop does not leak the previous buffers.
-    free(points);
-    free(accum);
-    free(samples);
-    free(sums);
-    points = nullptr;
-    accum = samples = sums = nullptr;
+    freeBuffers();
     long long lineLength = 2LL * maxSteps + 1;
     long long records = static_cast<long long>(texWidth) * texHeight;
     if (kernelSteps >= 0 && extensionSteps >= 0 && records > 0 && recordStride > 0) {
@@ -368,6 +365,7 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
         accum = static_cast<int*>(calloc(static_cast<size_t>(records) * recordStride, sizeof(int)));
         samples = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
         sums = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
+        positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
     }
     totalHits = 0;
     numFieldLines = 0;
@@ -378,13 +376,19 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
         getPixel = texChannels == 1 ? getPixelBilinear1 : getPixelBilinearN;
 }
 
-void FlicCompute::stop() {
+void FlicCompute::freeBuffers() {
     free(points);
     free(accum);
     free(samples);
     free(sums);
+    free(positions);
     points = nullptr;
     accum = samples = sums = nullptr;
+    positions = nullptr;
+}
+
+void FlicCompute::stop() {
+    freeBuffers();
     float average = static_cast<float>(totalHits) / static_cast<float>(texWidth * texHeight);
     flic_info("total number of field lines = %d", numFieldLines);
     flic_info("average number of hits per pixel = %.2f", average);
@@ -431,7 +435,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
     if (!checkInputs(field, texture, output, mask, seedMap)) return 0;
 
     start(field, texture);
-    if (!points || !accum || !samples || !sums) {
+    if (!points || !accum || !samples || !sums || !positions) {
         stop();
         return flic_error("LIC: no memory for the work buffers");
     }
@@ -528,21 +532,44 @@ void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
     sobol.xs = sobol.ys = nullptr;
 }
 
-// Divides every pixel's channel sums by its hits (truncating; low byte, no clamping).
+// Divides every pixel's channel sums by its hits (truncating; low byte, no clamping). The usual
+// small hit counts divide through a table of fixed divisors.
 void FlicCompute::normalize(FlicImage* output) {
     output->setSize(texWidth, texHeight, texChannels);
+    const int tableSize = 256;
+    FixedDivisor divisors[tableSize];
+    for (int d = 1; d < tableSize; d++)
+        divisors[d] = FixedDivisor(d);
     int pixels = texWidth * texHeight;
     const int* record = accum;
-    for (int p = 0; p < pixels; p++, record += recordStride) {
+    unsigned char* out = output->data;
+    if (numSubCells == 1 && texChannels == 1) { // the common case: records of hits and one sum
+        for (int p = 0; p < pixels; p++, record += 2) {
+            int hits = record[0];
+            totalHits = wrapAdd(totalHits, hits);
+            int value = hits > 0 && hits < tableSize ? divisors[hits].divide(record[1])
+                        : hits == 0                  ? 0
+                                    : static_cast<int>(static_cast<long long>(record[1]) / hits);
+            out[p] = static_cast<unsigned char>(value);
+        }
+        return;
+    }
+    for (int p = 0; p < pixels; p++, record += recordStride, out += texChannels) {
         int hits = 0;
         for (int s = 0; s < numSubCells; s++)
             hits = wrapAdd(hits, record[s]);
         totalHits = wrapAdd(totalHits, hits);
-        unsigned char* out = output->data + static_cast<std::ptrdiff_t>(p) * texChannels;
-        for (int ch = 0; ch < texChannels; ch++)
-            out[ch] = hits == 0 ? 0
-                                : static_cast<unsigned char>(
-                                      static_cast<long long>(record[numSubCells + ch]) / hits);
+        const int* channelSums = record + numSubCells;
+        for (int ch = 0; ch < texChannels; ch++) {
+            int value;
+            if (hits > 0 && hits < tableSize)
+                value = divisors[hits].divide(channelSums[ch]);
+            else if (hits == 0)
+                value = 0;
+            else
+                value = static_cast<int>(static_cast<long long>(channelSums[ch]) / hits);
+            out[ch] = static_cast<unsigned char>(value);
+        }
     }
 }
 
@@ -568,8 +595,8 @@ Vec2f FlicCompute::seedVector(const Vec2f& seed) const {
 }
 
 void FlicCompute::sample(const Vec2f& seed) {
-    if (!points || !accum || !samples || !sums || !field || !texture || !forward || !backward ||
-        kernelSteps < 1)
+    if (!points || !accum || !samples || !sums || !positions || !field || !texture || !forward ||
+        !backward || !getPixel || kernelSteps < 1)
         return;
     // Seeds outside the field would read beyond its nodes.
     if (!(seed.x >= 0.0f && seed.x < field->width && seed.y >= 0.0f && seed.y < field->height))
@@ -582,87 +609,307 @@ void FlicCompute::sample(const Vec2f& seed) {
     v.x = v.x / length;
     v.y = v.y / length;
 
-    if (getPixel == getPixelBilinear1)
-        traceAndConvolve<Lookup<LOOKUP_BILINEAR1>>(seed, v);
-    else if (getPixel == getPixelBilinearN)
-        traceAndConvolve<Lookup<LOOKUP_BILINEARN>>(seed, v);
-    else if (getPixel == getPixelConst1)
-        traceAndConvolve<Lookup<LOOKUP_CONST1>>(seed, v);
-    else if (getPixel == getPixelConstN)
-        traceAndConvolve<Lookup<LOOKUP_CONSTN>>(seed, v);
-    else if (getPixel)
-        traceAndConvolve<Lookup<LOOKUP_POINTER>>(seed, v);
+    // The engine's own lookups are inlined into the line loop; textures without a wrap period
+    // and lookups installed by the host go through the pointer.
+    bool periodic = TexelSource(texture).periodic;
+    if (periodic && getPixel == getPixelBilinear1)
+        traceAndConvolve<LOOKUP_BILINEAR1>(seed, v);
+    else if (periodic && getPixel == getPixelBilinearN)
+        traceAndConvolve<LOOKUP_BILINEARN>(seed, v);
+    else if (periodic && getPixel == getPixelConst1)
+        traceAndConvolve<LOOKUP_CONST1>(seed, v);
+    else if (periodic && getPixel == getPixelConstN)
+        traceAndConvolve<LOOKUP_CONSTN>(seed, v);
+    else
+        traceAndConvolve<LOOKUP_POINTER>(seed, v);
 }
 
-// Samples the texture at point `index` of the line and records its pixel and sub-pixel cell.
-// Positions are wrapped once into the field. Points too far out for int pixel coordinates get
-// pixel -1, which the accumulation skips, like every index outside the image.
-template <class L>
-FLIC_ALWAYS_INLINE void FlicCompute::recordPoint(int index, float x, float y) {
-    L::fetch(getPixel, texture, x * scaleX, y * scaleY, samples + index * texChannels);
-    if (y < 0)
-        y += fieldMaxY;
-    else if (y > fieldMaxY)
-        y -= fieldMaxY;
-    if (x < 0)
-        x += fieldMaxX;
-    else if (x > fieldMaxX)
-        x -= fieldMaxX;
-    PointRecord& record = points[index];
-    float px = x * scaleX, py = y * scaleY;
-    const float intRange = 1.0e9f;
-    if (!(fabsf(px) < intRange && fabsf(py) < intRange)) {
-        record.pixel = -1;
-        record.cell = 0;
-        return;
-    }
-    record.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
-    int s = numSubPixels;
-    if (s == 1) {
-        record.cell = 0;
-        return;
-    }
-    float cx = scaleX * static_cast<float>(s) * x;
-    float cy = scaleY * static_cast<float>(s) * y;
-    if (!(fabsf(cx) < intRange && fabsf(cy) < intRange)) {
-        record.pixel = -1;
-        record.cell = 0;
-        return;
-    }
-    record.cell = static_cast<int>(cx) % s + (static_cast<int>(cy) % s) * s;
+namespace {
+
+// Whether the integrator's next(int&) is AdaptiveIntegrator's own, so that its inline body can
+// be used instead of the virtual call.
+bool isPlainAdaptive(const FlicIntegrator* integrator) {
+    const std::type_info& type = typeid(*integrator);
+    return type == typeid(RK43) || type == typeid(RKDP) || type == typeid(RKCK);
 }
 
-// Traces one side of the line (sign +1 forward, -1 backward): N core steps whatever the status,
-// then extension steps while the status N - 1 places behind the newest point is 0. Returns the
-// last index written.
-template <class L>
-FLIC_ALWAYS_INLINE int FlicCompute::traceSide(FlicIntegrator* integrator, int sign) {
+} // namespace
+
+// Traces one side of the line (sign +1 forward, -1 backward) into `positions`: N core steps
+// whatever the status, then extension steps while the status N - 1 places behind the newest
+// point is 0. Returns the last index written.
+int FlicCompute::traceSide(FlicIntegrator* integrator, int sign) {
+    if (isPlainAdaptive(integrator))
+        return traceAdaptiveSide(static_cast<AdaptiveIntegrator*>(integrator), sign);
     int c = maxSteps, n = kernelSteps, m = extensionSteps;
     int index = c;
     for (int k = 1; k <= n; k++) {
         index = c + sign * k;
-        const Vec2f& p = integrator->next(points[index].status);
-        recordPoint<L>(index, p.x, p.y);
+        positions[index] = integrator->next(points[index].status);
     }
     if (m > 0 && points[c + sign].status == 0) {
         for (int j = 0;; j++) {
             index = c + sign * (n + 1 + j);
-            const Vec2f& p = integrator->next(points[index].status);
-            recordPoint<L>(index, p.x, p.y);
+            positions[index] = integrator->next(points[index].status);
             if (j + 1 == m || points[c + sign * (2 + j)].status != 0) break;
         }
     }
     return index;
 }
 
-template <class L>
+// The same for the engine's adaptive integrators, taking the runs of points on the current
+// cubic in bulk. Side step s (1, 2, ...) is index c + sign * s; `firstFailure` is the first side
+// step with a non-zero status, so extension steps may run up to the one before it.
+int FlicCompute::traceAdaptiveSide(AdaptiveIntegrator* integrator, int sign) {
+    int c = maxSteps, n = kernelSteps, m = extensionSteps;
+    const int none = INT_MAX;
+    int firstFailure = none;
+    int s = 1; // next side step
+    auto runOnCubic = [&](int limit) {
+        int made = integrator->pointsOnCubic(positions + c + sign * s, sign, limit);
+        for (int r = 0; r < made; r++)
+            points[c + sign * (s + r)].status = 0;
+        s += made;
+        return made;
+    };
+    auto fullStep = [&]() {
+        int index = c + sign * s;
+        positions[index] = integrator->nextPoint(points[index].status);
+        if (points[index].status != 0 && firstFailure == none) firstFailure = s;
+        s++;
+    };
+    while (s <= n) {
+        runOnCubic(n - s + 1);
+        if (s <= n) fullStep();
+    }
+    if (m > 0 && points[c + sign].status == 0) {
+        // Extension step j is side step n + 1 + j; it is taken when j < m and side step 1 + j
+        // has status 0, i.e. while 1 + j < firstFailure.
+        for (int j = 0;;) {
+            int allowed = m - j;
+            if (firstFailure != none && firstFailure - 1 - j < allowed)
+                allowed = firstFailure - 1 - j;
+            int made = runOnCubic(allowed);
+            j += made;
+            if (made < allowed) {
+                fullStep();
+                j++;
+            }
+            if (j == m || points[c + sign * (1 + j)].status != 0) break;
+        }
+    }
+    return c + sign * (s - 1);
+}
+
+namespace {
+
+#if defined(__SSE2__)
+// Four single-channel bilinear lookups at once: per lane exactly the single-precision
+// operations of the wrap loops and of bilinearTexel, in the same order; only the texel reads
+// are scalar. Returns false, having written nothing, when a coordinate is NaN, infinite or far
+// (beyond farPeriods periods).
+FLIC_ALWAYS_INLINE bool bilinearFour(const TexelSource& source, const Vec2f* at, float scaleX,
+                                     float scaleY, int* out) {
+    __m128 first = _mm_loadu_ps(&at[0].x);  // x0 y0 x1 y1
+    __m128 second = _mm_loadu_ps(&at[2].x); // x2 y2 x3 y3
+    __m128 x =
+        _mm_mul_ps(_mm_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0)), _mm_set1_ps(scaleX));
+    __m128 y =
+        _mm_mul_ps(_mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1)), _mm_set1_ps(scaleY));
+    __m128 zero = _mm_setzero_ps();
+    __m128 periodX = _mm_set1_ps(source.periodX), periodY = _mm_set1_ps(source.periodY);
+    __m128 inside = _mm_and_ps(_mm_and_ps(_mm_cmpge_ps(x, zero), _mm_cmplt_ps(x, periodX)),
+                               _mm_and_ps(_mm_cmpge_ps(y, zero), _mm_cmplt_ps(y, periodY)));
+    if (_mm_movemask_ps(inside) != 15) {
+        // Wrapped as the scalar loops do it, lane by lane (a lane that needs no more steps
+        // gets + 0, which leaves its value); NaN and far coordinates go the scalar way.
+        __m128 farX = _mm_set1_ps(source.farX), farY = _mm_set1_ps(source.farY);
+        __m128 near =
+            _mm_and_ps(_mm_and_ps(_mm_cmpgt_ps(x, _mm_sub_ps(zero, farX)), _mm_cmplt_ps(x, farX)),
+                       _mm_and_ps(_mm_cmpgt_ps(y, _mm_sub_ps(zero, farY)), _mm_cmplt_ps(y, farY)));
+        if (_mm_movemask_ps(near) != 15) return false;
+        for (__m128 below; _mm_movemask_ps(below = _mm_cmplt_ps(x, zero));)
+            x = _mm_add_ps(x, _mm_and_ps(below, periodX));
+        for (__m128 above; _mm_movemask_ps(above = _mm_cmpge_ps(x, periodX));)
+            x = _mm_sub_ps(x, _mm_and_ps(above, periodX));
+        for (__m128 below; _mm_movemask_ps(below = _mm_cmplt_ps(y, zero));)
+            y = _mm_add_ps(y, _mm_and_ps(below, periodY));
+        for (__m128 above; _mm_movemask_ps(above = _mm_cmpge_ps(y, periodY));)
+            y = _mm_sub_ps(y, _mm_and_ps(above, periodY));
+    }
+    __m128i ix = _mm_cvttps_epi32(x), iy = _mm_cvttps_epi32(y);
+    __m128 fx = _mm_sub_ps(x, _mm_cvtepi32_ps(ix));
+    __m128 fy = _mm_sub_ps(y, _mm_cvtepi32_ps(iy));
+    alignas(16) int column[4], row[4], a[4], b[4], c[4], d[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(column), ix);
+    _mm_store_si128(reinterpret_cast<__m128i*>(row), iy);
+    const std::ptrdiff_t up = source.bytesPerLine;
+    for (int lane = 0; lane < 4; lane++) {
+        const unsigned char* p = source.data + row[lane] * up + column[lane];
+        a[lane] = p[0];
+        b[lane] = p[1];
+        c[lane] = p[up];
+        d[lane] = p[up + 1];
+    }
+    __m128i va = _mm_load_si128(reinterpret_cast<const __m128i*>(a));
+    __m128i vb = _mm_load_si128(reinterpret_cast<const __m128i*>(b));
+    __m128i vc = _mm_load_si128(reinterpret_cast<const __m128i*>(c));
+    __m128i vd = _mm_load_si128(reinterpret_cast<const __m128i*>(d));
+    __m128 ba = _mm_cvtepi32_ps(_mm_sub_epi32(vb, va));
+    __m128 ca = _mm_cvtepi32_ps(_mm_sub_epi32(vc, va));
+    __m128 cross = _mm_cvtepi32_ps(_mm_add_epi32(_mm_sub_epi32(_mm_sub_epi32(va, vc), vb), vd));
+    __m128 v = _mm_add_ps(_mm_cvtepi32_ps(va), _mm_mul_ps(ba, fx));
+    v = _mm_add_ps(v, _mm_mul_ps(ca, fy));
+    v = _mm_add_ps(v, _mm_mul_ps(_mm_mul_ps(fx, fy), cross));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_cvttps_epi32(v));
+    return true;
+}
+#endif
+
+} // namespace
+
+namespace {
+
+// Records the points of a line: texture sample, output pixel and sub-pixel cell. The engine's
+// values are copied once per line so that they stay in registers.
+template <int KIND>
+struct PointRecorder {
+    TexelSource source;
+    FlicImage* texture;
+    FlicCompute::TextureLookup pointer;
+    float scaleX, scaleY, fieldMaxX, fieldMaxY;
+    float cellScaleX, cellScaleY; // scale * S
+    int texWidth, subPixels, channels;
+    int* samples;
+    FlicCompute::PointRecord* points;
+    const int* accum;
+    std::ptrdiff_t recordStride;
+    unsigned pixels;
+
+    explicit PointRecorder(const FlicCompute& engine)
+        : source(engine.texture), texture(engine.texture), pointer(engine.getPixel),
+          scaleX(engine.scaleX), scaleY(engine.scaleY), fieldMaxX(engine.fieldMaxX),
+          fieldMaxY(engine.fieldMaxY),
+          cellScaleX(engine.scaleX * static_cast<float>(engine.numSubPixels)),
+          cellScaleY(engine.scaleY * static_cast<float>(engine.numSubPixels)),
+          texWidth(engine.texWidth), subPixels(engine.numSubPixels), channels(engine.texChannels),
+          samples(engine.samples), points(engine.points), accum(engine.accum),
+          recordStride(engine.recordStride),
+          pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)) {
+    }
+
+    // The texture value(s) of point `index` at (x, y) in field coordinates, looked up at the
+    // unwrapped position.
+    FLIC_ALWAYS_INLINE void sampleTexture(int index, float x, float y) const {
+        int* out = samples + static_cast<std::ptrdiff_t>(index) * channels;
+        if (KIND == LOOKUP_POINTER)
+            pointer(texture, x * scaleX, y * scaleY, out);
+        else
+            periodicLookup<KIND>(source, x * scaleX, y * scaleY, out);
+    }
+
+    // The pixel and cell of point `index`, taken from its position wrapped once into the field.
+    // Points too far out for int pixel coordinates get pixel -1, which the accumulation skips,
+    // like every pixel or cell index outside the image.
+    FLIC_ALWAYS_INLINE void locatePixel(int index, float x, float y) const {
+        if (y < 0)
+            y += fieldMaxY;
+        else if (y > fieldMaxY)
+            y -= fieldMaxY;
+        if (x < 0)
+            x += fieldMaxX;
+        else if (x > fieldMaxX)
+            x -= fieldMaxX;
+        FlicCompute::PointRecord& point = points[index];
+        const float intRange = 1.0e9f;
+        float px = x * scaleX, py = y * scaleY;
+        if (!(fabsf(px) + fabsf(py) < intRange)) { // also false for NaN
+            point.pixel = -1;
+            point.cell = 0;
+            return;
+        }
+        point.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
+        // The record will be updated once the line's sums are done: ask for it now.
+        if (static_cast<unsigned>(point.pixel) < pixels)
+            __builtin_prefetch(accum + point.pixel * recordStride, 1);
+        if (subPixels == 1) {
+            point.cell = 0;
+            return;
+        }
+        float cx = cellScaleX * x, cy = cellScaleY * y;
+        if (!(fabsf(cx) + fabsf(cy) < intRange)) {
+            point.pixel = -1;
+            point.cell = 0;
+            return;
+        }
+        point.cell =
+            static_cast<int>(cx) % subPixels + (static_cast<int>(cy) % subPixels) * subPixels;
+    }
+};
+
+// Convolution values of the points lo + N .. hi - N from the running sums of the kernel, each
+// added with one hit to the record of the point's pixel and cell (integer arithmetic,
+// truncating division; sums wrap rather than overflow).
+template <int KERNEL, bool SINGLE_CHANNEL>
+void accumulateLine(const int* running, const FlicCompute::PointRecord* points, int* accum, int lo,
+                    int hi, int N, int channels, int recordStride, int numSubCells, unsigned pixels,
+                    const FixedDivisor& divisor) {
+    const int C = SINGLE_CHANNEL ? 1 : channels;
+    const std::ptrdiff_t far = static_cast<std::ptrdiff_t>(N) * C;
+    const std::ptrdiff_t near = static_cast<std::ptrdiff_t>(N / 3) * C;
+    const unsigned cells = static_cast<unsigned>(numSubCells);
+    for (int k = lo + N; k <= hi - N; k++) {
+        const FlicCompute::PointRecord& point = points[k];
+        if (static_cast<unsigned>(point.pixel) >= pixels ||
+            static_cast<unsigned>(point.cell) >= cells)
+            continue;
+        int* record = accum + static_cast<std::ptrdiff_t>(point.pixel) * recordStride;
+        record[point.cell] = wrapAdd(record[point.cell], 1);
+        int* channelSums = record + numSubCells;
+        const int* s = running + static_cast<std::ptrdiff_t>(k) * C;
+        for (int ch = 0; ch < C; ch++) {
+            int numerator;
+            if (KERNEL == FlicCompute::TRIANGLE)
+                numerator = wrapSub(wrapAdd(s[ch + far], s[ch - far]), wrapMul(2, s[ch]));
+            else if (KERNEL == FlicCompute::CUBIC)
+                numerator =
+                    wrapSub(wrapSub(s[ch + far], wrapMul(3, wrapSub(s[ch + near], s[ch - near]))),
+                            s[ch - far]);
+            else
+                numerator = wrapSub(s[ch + far], s[ch - far]);
+            channelSums[ch] = wrapAdd(channelSums[ch], divisor.divide(numerator));
+        }
+    }
+}
+
+} // namespace
+
+template <int KIND>
 void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
     forward->init(seed, v);
     backward->init(seed, v);
     int c = maxSteps;
-    recordPoint<L>(c, seed.x, seed.y);
-    int hi = traceSide<L>(forward, 1);
-    int lo = traceSide<L>(backward, -1);
+    positions[c] = seed;
+    int hi = traceSide(forward, 1);
+    int lo = traceSide(backward, -1);
+
+    // Sampling after tracing, in a loop of its own, lets the texture reads of many points be
+    // under way at once. Pixels and cells are needed only where values are accumulated.
+    const PointRecorder<KIND> recorder(*this);
+    int i = lo;
+#if defined(__SSE2__)
+    if (KIND == LOOKUP_BILINEAR1 && recorder.source.channels == 1) {
+        for (; i + 3 <= hi; i += 4) {
+            if (bilinearFour(recorder.source, positions + i, scaleX, scaleY, samples + i)) continue;
+            for (int lane = 0; lane < 4; lane++)
+                recorder.sampleTexture(i + lane, positions[i + lane].x, positions[i + lane].y);
+        }
+    }
+#endif
+    for (; i <= hi; i++)
+        recorder.sampleTexture(i, positions[i].x, positions[i].y);
+    for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
+        recorder.locatePixel(i, positions[i].x, positions[i].y);
     convolve(lo, hi);
 }
 
@@ -678,42 +925,74 @@ void FlicCompute::runningSums(const int* in, int* out, int lo, int hi) const {
         out[e] = wrapSub(out[e + C], in[e]);
 }
 
-// Convolves the line with the kernel through its running sums and adds the values and a hit to
-// the record of the pixel and cell of every point lo + N .. hi - N.
+// The first and second running sums in one sweep: `sums` gets the first, `samples` (whose
+// values are read just before they are overwritten) the second, exactly as two passes of
+// runningSums would leave them.
+void FlicCompute::runningSumsTwice(int lo, int hi) {
+    int C = texChannels, c = maxSteps;
+    for (int ch = 0; ch < C; ch++) {
+        int* first = sums + ch;
+        int* second = samples + ch;
+        int s1 = 0, s2 = 0, x = second[c * C];
+        first[c * C] = 0;
+        second[c * C] = 0;
+        for (int i = c + 1; i <= hi; i++) {
+            int next1 = wrapAdd(s1, x);
+            int next2 = wrapAdd(s2, s1);
+            x = second[i * C];
+            first[i * C] = next1;
+            second[i * C] = next2;
+            s1 = next1;
+            s2 = next2;
+        }
+        s1 = 0;
+        s2 = 0;
+        for (int i = c - 1; i >= lo; i--) {
+            s1 = wrapSub(s1, second[i * C]);
+            s2 = wrapSub(s2, s1);
+            first[i * C] = s1;
+            second[i * C] = s2;
+        }
+    }
+}
+
+// Running sums for the kernel (one pass for box, two for triangle, three for cubic), then the
+// convolution and accumulation of the line's middle part.
 void FlicCompute::convolve(int lo, int hi) {
-    int N = kernelSteps, C = texChannels;
-    runningSums(samples, sums, lo, hi);
     int kernel = filterKernel;
-    if (kernel == TRIANGLE || kernel == CUBIC) runningSums(sums, samples, lo, hi);
+    if (kernel == TRIANGLE || kernel == CUBIC)
+        runningSumsTwice(lo, hi);
+    else
+        runningSums(samples, sums, lo, hi);
     if (kernel == CUBIC) runningSums(samples, sums, lo, hi);
 
-    long long n = N;
+    long long n = kernelSteps;
     FixedDivisor divisor(kernel == TRIANGLE ? n * n : kernel == CUBIC ? 8 * n * n * n / 27 : 2 * n);
-    const int* running = kernel == TRIANGLE ? samples : sums;
-    const int far = N * C, near = N / 3 * C;
     unsigned pixels = static_cast<unsigned>(texWidth) * static_cast<unsigned>(texHeight);
-    unsigned cells = static_cast<unsigned>(numSubCells);
-    for (int k = lo + N; k <= hi - N; k++) {
-        const PointRecord& point = points[k];
-        if (static_cast<unsigned>(point.pixel) >= pixels ||
-            static_cast<unsigned>(point.cell) >= cells)
-            continue;
-        int* record = accum + static_cast<std::ptrdiff_t>(point.pixel) * recordStride;
-        record[point.cell] = wrapAdd(record[point.cell], 1);
-        int* channelSums = record + numSubCells;
-        const int* s = running + k * C;
-        for (int ch = 0; ch < C; ch++) {
-            int numerator;
-            if (kernel == TRIANGLE)
-                numerator = wrapSub(wrapAdd(s[ch + far], s[ch - far]), wrapMul(2, s[ch]));
-            else if (kernel == CUBIC)
-                numerator =
-                    wrapSub(wrapSub(s[ch + far], wrapMul(3, wrapSub(s[ch + near], s[ch - near]))),
-                            s[ch - far]);
-            else
-                numerator = wrapSub(s[ch + far], s[ch - far]);
-            channelSums[ch] = wrapAdd(channelSums[ch], divisor.divide(numerator));
-        }
+    bool single = texChannels == 1;
+    int N = kernelSteps, C = texChannels;
+    if (kernel == TRIANGLE) {
+        if (single)
+            accumulateLine<TRIANGLE, true>(samples, points, accum, lo, hi, N, C, recordStride,
+                                           numSubCells, pixels, divisor);
+        else
+            accumulateLine<TRIANGLE, false>(samples, points, accum, lo, hi, N, C, recordStride,
+                                            numSubCells, pixels, divisor);
+    } else if (kernel == CUBIC) {
+        if (single)
+            accumulateLine<CUBIC, true>(sums, points, accum, lo, hi, N, C, recordStride,
+                                        numSubCells, pixels, divisor);
+        else
+            accumulateLine<CUBIC, false>(sums, points, accum, lo, hi, N, C, recordStride,
+                                         numSubCells, pixels, divisor);
+    } else {
+        // the box formula, also for kernel values outside the enumeration
+        if (single)
+            accumulateLine<BOX, true>(sums, points, accum, lo, hi, N, C, recordStride, numSubCells,
+                                      pixels, divisor);
+        else
+            accumulateLine<BOX, false>(sums, points, accum, lo, hi, N, C, recordStride, numSubCells,
+                                       pixels, divisor);
     }
 }
 
@@ -750,17 +1029,17 @@ void FlicCompute::evalZaehlrohr() {
 // --- Texture lookups --------------------------------------------------------------------------
 
 void FlicCompute::getPixelConst1(FlicImage* texture, float x, float y, int* out) {
-    lookupConst1(texture, x, y, out);
+    lookup<LOOKUP_CONST1>(texture, x, y, out);
 }
 
 void FlicCompute::getPixelConstN(FlicImage* texture, float x, float y, int* out) {
-    lookupConstN(texture, x, y, out);
+    lookup<LOOKUP_CONSTN>(texture, x, y, out);
 }
 
 void FlicCompute::getPixelBilinear1(FlicImage* texture, float x, float y, int* out) {
-    lookupBilinear1(texture, x, y, out);
+    lookup<LOOKUP_BILINEAR1>(texture, x, y, out);
 }
 
 void FlicCompute::getPixelBilinearN(FlicImage* texture, float x, float y, int* out) {
-    lookupBilinearN(texture, x, y, out);
+    lookup<LOOKUP_BILINEARN>(texture, x, y, out);
 }

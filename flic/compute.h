@@ -146,13 +146,15 @@ class FlicCompute {
     void seedQuasiRandom(FlicImage* mask, FlicImage* seedMap);
     void normalize(FlicImage* output);
     Vec2f seedVector(const Vec2f& seed) const;
-    template <class Lookup>
+    template <int KIND>
     void traceAndConvolve(const Vec2f& seed, const Vec2f& v);
-    template <class Lookup>
-    void recordPoint(int index, float x, float y);
-    template <class Lookup>
     int traceSide(FlicIntegrator* integrator, int sign);
+    int traceAdaptiveSide(AdaptiveIntegrator* integrator, int sign);
+    void freeBuffers();
+
+    Vec2f* positions; // the points of the current line as the integrators returned them
     void runningSums(const int* in, int* out, int lo, int hi) const;
+    void runningSumsTwice(int lo, int hi);
     void convolve(int lo, int hi);
 };
 

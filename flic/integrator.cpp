@@ -312,7 +312,57 @@ FLIC_ALWAYS_INLINE void AdaptiveIntegrator::buildCubic() {
     diff3.y = (6.0f * ca.y) * d3;
 }
 
+// Outcomes of starting a new interval, telling `next` what to report.
+enum IntervalOutcome { INTERVAL_BUILT, INTERVAL_FALLBACK, INTERVAL_ENDED };
+
+// Integrates until the new output point at t is covered and builds the cubic there, or handles
+// a stepper's jump. Kept out of line so that the forward-differencing path of `next` stays free
+// of the register saving a function calling setjmp needs. The jump target is set here, right
+// before the integration loop: every longjmp unwinds only the frames of the steppers called
+// from this function within the same `next` call, none of which holds an object with a
+// destructor.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+int AdaptiveIntegrator::newInterval(bool trackSpeed) {
+    int code = setjmp(jumpBuffer);
+    if (code == 1 || code == 2) {
+        fallback = 1;
+        eulerStep();
+        return INTERVAL_FALLBACK;
+    }
+    if (code != 0 || !integrateTo(trackSpeed)) {
+        endStraight();
+        status = 1;
+        return INTERVAL_ENDED;
+    }
+    buildCubic();
+    if (trackSpeed) {
+        float dt = t1 - t0;
+        float u = (t - t0) / dt;
+        float delta = stepLength / dt;
+        speedInterp = speed0 + (speed - speed0) * u;
+        speedStep = (speed - speed0) * delta;
+    }
+    return INTERVAL_BUILT;
+}
+
+// Advances the output point on the current cubic by forward differences.
+FLIC_ALWAYS_INLINE void AdaptiveIntegrator::advanceOnCubic() {
+    position.x = position.x + diff1.x;
+    position.y = position.y + diff1.y;
+    diff1.x = diff1.x + diff2.x;
+    diff1.y = diff1.y + diff2.y;
+    diff2.x = diff2.x + diff3.x;
+    diff2.y = diff2.y + diff3.y;
+}
+
 const Vec2f& AdaptiveIntegrator::next(int& statusOut) {
+    return nextPoint(statusOut);
+}
+
+// next(int&) for every case but a point on the current cubic.
+const Vec2f& AdaptiveIntegrator::nextOutOfLine(int& statusOut) {
     if (status != 0) {
         endStraight();
         statusOut = 1;
@@ -325,30 +375,11 @@ const Vec2f& AdaptiveIntegrator::next(int& statusOut) {
     }
     t = t + stepLength;
     if (t > t1) {
-        // Only frames of this call lie between here and the steppers' longjmp, and none of
-        // them holds an object with a destructor.
-        int code = setjmp(jumpBuffer);
-        if (code == 1 || code == 2) {
-            fallback = 1;
-            eulerStep();
-            statusOut = status;
-            return position;
-        }
-        if (code != 0 || !integrateTo(false)) {
-            endStraight();
-            status = 1;
-            statusOut = 1;
-            return position;
-        }
-        buildCubic();
-    } else {
-        position.x = position.x + diff1.x;
-        position.y = position.y + diff1.y;
-        diff1.x = diff1.x + diff2.x;
-        diff1.y = diff1.y + diff2.y;
-        diff2.x = diff2.x + diff3.x;
-        diff2.y = diff2.y + diff3.y;
+        int outcome = newInterval(false);
+        statusOut = outcome == INTERVAL_FALLBACK ? status : outcome == INTERVAL_ENDED ? 1 : 0;
+        return position;
     }
+    advanceOnCubic();
     statusOut = 0;
     return position;
 }
@@ -367,35 +398,20 @@ const Vec2f& AdaptiveIntegrator::next(float& speedOut, int& statusOut) {
     }
     t = t + stepLength;
     if (t > t1) {
-        int code = setjmp(jumpBuffer);
-        if (code == 1 || code == 2) {
-            fallback = 1;
-            eulerStep();
+        int outcome = newInterval(true);
+        if (outcome == INTERVAL_FALLBACK) {
             statusOut = status;
             speedOut = speed;
-            return position;
-        }
-        if (code != 0 || !integrateTo(true)) {
-            endStraight();
-            status = 1;
+        } else if (outcome == INTERVAL_ENDED) {
             statusOut = 1;
-            return position;
+        } else {
+            statusOut = 0;
+            speedOut = speedInterp;
         }
-        buildCubic();
-        float dt = t1 - t0;
-        float u = (t - t0) / dt;
-        float delta = stepLength / dt;
-        speedInterp = speed0 + (speed - speed0) * u;
-        speedStep = (speed - speed0) * delta;
-    } else {
-        position.x = position.x + diff1.x;
-        position.y = position.y + diff1.y;
-        diff1.x = diff1.x + diff2.x;
-        diff1.y = diff1.y + diff2.y;
-        diff2.x = diff2.x + diff3.x;
-        diff2.y = diff2.y + diff3.y;
-        speedInterp = speedInterp + speedStep;
+        return position;
     }
+    advanceOnCubic();
+    speedInterp = speedInterp + speedStep;
     statusOut = 0;
     speedOut = speedInterp;
     return position;

@@ -120,6 +120,52 @@ class AdaptiveIntegrator : public FlicIntegrator {
     void init(const Vec2f& p, const Vec2f& v, float s) override;
     // One output point; the reported status is 1 on every call after the line has ended.
     const Vec2f& next(int& statusOut) override;
+    // The body of next(int&), inline for callers that know the dynamic type: points on the
+    // current cubic cost six additions; everything else goes out of line.
+    const Vec2f& nextPoint(int& statusOut) {
+        if (status == 0 && fallback == 0) {
+            float ahead = t + stepLength;
+            if (!(ahead > t1)) {
+                t = ahead;
+                position.x = position.x + diff1.x;
+                position.y = position.y + diff1.y;
+                diff1.x = diff1.x + diff2.x;
+                diff1.y = diff1.y + diff2.y;
+                diff2.x = diff2.x + diff3.x;
+                diff2.y = diff2.y + diff3.y;
+                statusOut = 0;
+                return position;
+            }
+        }
+        return nextOutOfLine(statusOut);
+    }
+    // Up to `count` further points of a running line that lie on the current cubic, written to
+    // out[0], out[stride], ...: each the point next(int&) would return, with status 0. Stops
+    // at the first point that needs integration. Returns how many points were written.
+    int pointsOnCubic(Vec2f* out, long stride, int count) {
+        if (status != 0 || fallback != 0) return 0;
+        float at = t;
+        Vec2f p = position, first = diff1, second = diff2;
+        const Vec2f third = diff3;
+        int made = 0;
+        for (; made < count; made++) {
+            float ahead = at + stepLength;
+            if (ahead > t1) break;
+            at = ahead;
+            p.x = p.x + first.x;
+            p.y = p.y + first.y;
+            first.x = first.x + second.x;
+            first.y = first.y + second.y;
+            second.x = second.x + third.x;
+            second.y = second.y + third.y;
+            out[made * stride] = p;
+        }
+        t = at;
+        position = p;
+        diff1 = first;
+        diff2 = second;
+        return made;
+    }
     // The same with the speed linearly interpolated along the step.
     const Vec2f& next(float& speedOut, int& statusOut) override;
     // From y0 with scaled field vector dydx0, takes one accepted step with trial size h (in/out):
@@ -146,6 +192,9 @@ class AdaptiveIntegrator : public FlicIntegrator {
     void endStraight();
     bool integrateTo(bool trackSpeed);
     void buildCubic();
+    int newInterval(bool trackSpeed);
+    void advanceOnCubic();
+    const Vec2f& nextOutOfLine(int& statusOut);
 };
 
 // Classical fourth-order Runge-Kutta with an embedded third-order error estimate.

@@ -25,7 +25,7 @@ struct Settings {
     int kernel = 1; // 0 box, 1 triangle, 2 cubic
     int seeding = 1;
     int interpolation = 1;
-    int integrator = 0; // 0 RK43 defaults, 1 midpoint, 2 RK43 (2, 0.25, 6, 0.01)
+    int integrator = 0; // 0 RK43 defaults, 1 midpoint, 2 RK43 (2, 0.25, 6, 0.01), 3 RKDP, 4 RKCK
 };
 
 struct Result {
@@ -75,6 +75,12 @@ class Lic {
         } else if (s.integrator == 2) {
             fwd.reset(new RK43(0.01f, 2.0f, 0.25f, 6.0f, 1));
             bwd.reset(new RK43(0.01f, 2.0f, 0.25f, 6.0f, -1));
+        } else if (s.integrator == 3) {
+            fwd.reset(new RKDP(0.001f, 4.0f, 0.5f, 15.0f, 1));
+            bwd.reset(new RKDP(0.001f, 4.0f, 0.5f, 15.0f, -1));
+        } else if (s.integrator == 4) {
+            fwd.reset(new RKCK(0.001f, 4.0f, 0.5f, 15.0f, 1));
+            bwd.reset(new RKCK(0.001f, 4.0f, 0.5f, 15.0f, -1));
         } else {
             fwd.reset(new RK43(0.001f, 4.0f, 0.5f, 15.0f, 1));
             bwd.reset(new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1));
