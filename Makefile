@@ -4,10 +4,15 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev \
+TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev libcli11-dev libpng-dev \
                 pybind11-dev python3-dev python3-numpy python3-pytest
 
-.PHONY: all build test deps-test bench bench-python clean
+# The main job: a LIC picture of the built-in dipole field, coloured by the field's magnitude,
+# the LIC texture giving the lightness, with relief shading along the flow.
+MUSKEIP = $(BUILD_DIR)/tools/muskeip
+DEMO_ARGS ?= dipole --size 1024x1024 --length 25 --colour magnitude --colormap hue --emboss
+
+.PHONY: all build test deps-test demo bench bench-python clean
 
 all: build
 
@@ -22,6 +27,15 @@ build: deps-test $(BUILD_DIR)/CMakeCache.txt
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+demo: deps-test $(BUILD_DIR)/CMakeCache.txt
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target muskeip_tool
+	$(MUSKEIP) lic $(DEMO_ARGS) -o demo.png
+	@echo
+	@echo "Wrote $(CURDIR)/demo.png"
+	@echo "Make your own:  $(MUSKEIP) lic FIELD -o picture.png [options]"
+	@echo "  FIELD: a FLIC VECTOR or FLIC SCALAR file, a PNM/PNG image, a UCD mesh, or one of"
+	@echo "  circle, saddle, linear, brusselator, dipole.  All options: $(MUSKEIP) lic --help"
 
 # Benchmarks (see bench/README.md): builds and runs every bench/bench_* program.
 bench: deps-test

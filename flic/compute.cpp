@@ -288,6 +288,20 @@ void FlicCompute::setNormalization(float value) {
     if (backward) backward->normalization = value;
 }
 
+void FlicCompute::setProgressCallback(ProgressCallback callback, void* user) {
+    progressCallback = callback;
+    progressUser = user;
+}
+
+// Calls the progress callback when `done` of `total` candidates reach another whole percent.
+void FlicCompute::reportProgress(long long done, long long total) {
+    if (!progressCallback || total <= 0) return;
+    int percent = static_cast<int>(done >= total ? 100 : done * 100 / total);
+    if (percent <= progressPercent) return;
+    progressPercent = percent;
+    progressCallback(static_cast<float>(percent) / 100.0f, progressUser);
+}
+
 void FlicCompute::installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne) {
     delete forward;
     delete backward;
@@ -434,6 +448,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
         stop();
         return 1;
     }
+    progressPercent = 0;
     switch (seedingMethod) {
     case 0:
         seedRaster(mask, seedMap);
@@ -447,6 +462,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
     default:
         break; // no seeds: black output
     }
+    reportProgress(1, 1);
     normalize(output);
     stop();
     return 1;
@@ -473,21 +489,28 @@ void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImag
 
 void FlicCompute::seedPattern(FlicImage* mask, FlicImage* seedMap) {
     int s = numSubPixels;
+    long long total = static_cast<long long>(s) * s * texWidth * texHeight, visited = 0;
     for (int j = 0; j < s; j++)
         for (int i = 0; i < s; i++)
             for (const int* o : offset)
-                for (int y = o[1]; y < texHeight; y += 4)
+                for (int y = o[1]; y < texHeight; y += 4) {
                     for (int x = o[0]; x < texWidth; x += 4)
                         seedCell(x, y, i, j, mask, seedMap);
+                    visited += texWidth > o[0] ? (texWidth - o[0] + 3) / 4 : 0;
+                    reportProgress(visited, total);
+                }
 }
 
 void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
     int s = numSubPixels;
+    long long total = static_cast<long long>(s) * s * texHeight, rows = 0;
     for (int j = 0; j < s; j++)
         for (int i = 0; i < s; i++)
-            for (int y = 0; y < texHeight; y++)
+            for (int y = 0; y < texHeight; y++) {
                 for (int x = 0; x < texWidth; x++)
                     seedCell(x, y, i, j, mask, seedMap);
+                reportProgress(++rows, total);
+            }
 }
 
 // Draws texWidth * texHeight pairs of the quasi-random sequence over all sub-pixel cells and
@@ -502,6 +525,7 @@ void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
         counter++;
         if (counter >= pixels) break;
         seedCell(X / s, Y / s, X % s, Y % s, mask, seedMap);
+        reportProgress(counter, pixels);
     }
     free(sobol.xs);
     free(sobol.ys);

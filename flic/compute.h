@@ -44,6 +44,8 @@ class FlicCompute {
 
     // Texture lookup at (x, y) in output pixels, wrapped periodically; one int per channel.
     typedef void (*TextureLookup)(FlicImage* texture, float x, float y, int* out);
+    // Progress report: `done` runs from 0 to 1 over the seeding of one computation.
+    typedef void (*ProgressCallback)(float done, void* user);
 
     // Visiting order of the residues of a 4 x 4 pixel block for the interleaved seeding.
     static const int offset[16][2];
@@ -79,6 +81,8 @@ class FlicCompute {
     int zaehlrohr[256][2]; // per extension step: gain count, line count (zeroed at construction)
     TextureLookup getPixel;
     FlicWatch watch;
+    ProgressCallback progressCallback = nullptr; // optional; see setProgressCallback
+    void* progressUser = nullptr;
 
     // Defaults: L = 20, extension 80, h = 1, triangle kernel, S = 1, interleaved seeding,
     // bilinear texture lookup, two RK43 integrators (tolerance 0.001, steps 4, 0.5, 15).
@@ -95,6 +99,10 @@ class FlicCompute {
     void setInterpolationMethod(InterpolationMethod method) { interpolationMethod = method; }
     // Stores the threshold and hands it to each installed integrator.
     void setNormalization(float value);
+    // Installs a progress callback (null removes it), called with `user` from the seeding
+    // loop each time another whole percent of the seed candidates has been visited, so at most
+    // 100 times per computation, the last time with 1. It does not change the result.
+    void setProgressCallback(ProgressCallback callback, void* user);
 
     // Installs two midpoint integrators (directions +1, -1) with the engine's normalization.
     void useEuler();
@@ -127,6 +135,8 @@ class FlicCompute {
     static void getPixelBilinearN(FlicImage* texture, float x, float y, int* out);
 
   private:
+    int progressPercent = 0; // whole percent reported so far in this computation
+    void reportProgress(long long done, long long total);
     void installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);
     int checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap) const;

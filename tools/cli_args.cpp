@@ -1,0 +1,280 @@
+// Subcommands and options of `muskeip`, with their defaults and help texts.
+#include "cli_args.h"
+
+#include "commands.h"
+#include "console.h"
+
+#include <CLI/CLI.hpp>
+
+#include <climits>
+#include <cstring>
+
+namespace {
+
+const char* const versionText = "muskeip " MUSKEIP_VERSION;
+
+const char* const licFooter =
+    "\nFIELD is a FLIC VECTOR file, a FLIC SCALAR file or an image (PNM/PNG; the field then\n"
+    "follows its iso-lines, turned by --angle), a UCD mesh, or a built-in field: circle,\n"
+    "saddle, linear, brusselator, dipole (write ./circle for a file of that name).\n"
+    "Post-processing runs in this order: --adjust, --blur, --median, --colour, --emboss,\n"
+    "--zoom, --overlay, --mesh. The output format follows the extension: .png, .pgm, .ppm,\n"
+    ".pnm.\n\n"
+    "Examples:\n"
+    "  muskeip lic dipole -o dipole.png --size 1024x1024 --colour magnitude\n"
+    "  muskeip lic flow.vec -o flow.png --kernel cubic --length 30 --emboss\n"
+    "  muskeip lic mesh.inp -o mesh.png --mesh mesh.inp --line-colour red\n";
+
+void addSourceOptions(CLI::App& command, FieldSourceOptions& o, CLI::Option*& angle) {
+    const char* group = "Field";
+    command.add_option("--ucd", o.ucd, "Read FIELD as a UCD mesh rasterised onto a WxH grid")
+        ->type_name("WxH")
+        ->group(group);
+    command
+        .add_option("--grid", o.grid,
+                    "Grid of built-in fields and meshes, WxH "
+                    "(default: the picture size, at most 1024 each way)")
+        ->type_name("WxH")
+        ->group(group);
+    angle = command
+                .add_option("--angle", o.angle,
+                            "Turn of scalar-field, image and circle fields in degrees: 0 "
+                            "along iso-lines/circles, 90 along the gradient/radii")
+                ->group(group);
+    command.add_option("--matrix", o.matrix, "linear: matrix a,b,c,d of (a u + b v, c u + d v)")
+        ->type_name("A,B,C,D")
+        ->group(group);
+    command.add_option("--offset", o.offset, "linear: offset x,y added to the matrix product")
+        ->type_name("X,Y")
+        ->group(group);
+    command.add_option("--brusselator", o.brusselator, "brusselator: XMAX,YMAX,A,B")
+        ->type_name("XMAX,YMAX,A,B")
+        ->group(group);
+    command.add_option("--extent", o.extent, "dipole: half-width of the square shown")
+        ->group(group);
+    command.add_option("--phase", o.phase, "dipole: phase of the wave in cycles")->group(group);
+}
+
+void addEngineOptions(CLI::App& lic, LicOptions& o) {
+    const char* group = "LIC engine";
+    auto* size = lic.add_option("--size", o.size,
+                                "Picture size WxH (default: 512x512 for built-in fields, "
+                                "else the field's size, at least 512 on its longer side)")
+                     ->type_name("WxH")
+                     ->group(group);
+    lic.add_option("--length", o.length, "Filter half-length in pixels")->group(group);
+    lic.add_option("--kernel", o.kernel, "Filter kernel")
+        ->check(CLI::IsMember({"box", "triangle", "cubic"}))
+        ->group(group);
+    lic.add_option("--integrator", o.integrator, "Field-line integrator")
+        ->check(CLI::IsMember({"rk43", "midpoint"}))
+        ->group(group);
+    lic.add_option("--rk43", o.rk43,
+                   "RK43 steps and tolerance INITIAL,MIN,MAX,TOLERANCE "
+                   "(default 4,0.5,15,0.001)")
+        ->type_name("I,MIN,MAX,TOL")
+        ->group(group);
+    lic.add_option("--subpixels", o.subpixels, "Sub-pixel cells per pixel side")
+        ->check(CLI::Range(1, 16))
+        ->group(group);
+    lic.add_option("--seeding", o.seeding, "Seeding order")
+        ->check(CLI::IsMember({"raster", "pattern", "sobol"}))
+        ->group(group);
+    lic.add_option("--interpolation", o.interpolation, "Texture lookup")
+        ->check(CLI::IsMember({"bilinear", "constant"}))
+        ->group(group);
+    lic.add_option("--normalization", o.normalization,
+                   "Speed below which vectors are not scaled up to unit length")
+        ->group(group);
+    lic.add_option("--extension", o.extension, "Line extension beyond the kernel, pixels")
+        ->group(group);
+    lic.add_option("--step", o.step, "Step between points on a line, pixels")->group(group);
+    auto* noise = lic.add_option("--noise", o.noise, "Input noise")
+                      ->check(CLI::IsMember({"binary", "uniform"}))
+                      ->group(group);
+    auto* seed =
+        lic.add_option("--seed", o.seed, "Noise seed")->check(CLI::Range(1, INT_MAX))->group(group);
+    auto* texture = lic.add_option("--texture", o.texture,
+                                   "Input texture (PNM/PNG, grey or RGB) instead of noise; it "
+                                   "sets the picture size")
+                        ->type_name("FILE")
+                        ->group(group);
+    texture->excludes(size)->excludes(noise)->excludes(seed);
+    lic.add_option("--mask", o.mask,
+                   "Grey image of the field's size whose value at each seed "
+                   "the seed map records")
+        ->type_name("FILE")
+        ->group(group);
+    lic.add_option("--seedmap", o.seedmap,
+                   "Write the seed map here (1 where no line was "
+                   "seeded; else the mask, default 255)")
+        ->type_name("FILE")
+        ->group(group);
+}
+
+void addPostOptions(CLI::App& lic, LicOptions& o, CLI::Option*& emboss) {
+    const char* group = "Post-processing (in this order)";
+    lic.add_option("--adjust", o.adjust, "Contrast: MEAN,SDEV of the non-black pixels, or none")
+        ->type_name("MEAN,SDEV")
+        ->group(group);
+    lic.add_option("--blur", o.blur, "Gaussian blur of N half-taps (0 none)")
+        ->check(CLI::Range(0, 9))
+        ->group(group);
+    lic.add_flag("--median", o.median, "3x3 median filter")->group(group);
+    lic.add_option("--colour,--color", o.colour, "Colour the picture, LIC as lightness")
+        ->check(CLI::IsMember({"none", "magnitude", "direction"}))
+        ->group(group);
+    lic.add_option("--colormap", o.colormap,
+                   "Map for --colour magnitude: grey, hot-iron, blue-white-red, hue or an "
+                   ".icol file")
+        ->type_name("MAP")
+        ->group(group);
+    lic.add_option("--range", o.range,
+                   "Magnitudes MIN,MAX spanned by the colour map "
+                   "(default: 1st to 99th percentile)")
+        ->type_name("MIN,MAX")
+        ->group(group);
+    emboss = lic.add_option("--emboss", o.light,
+                            "Relief shading; lit along the field, or from AZ,EL[,STEEPNESS] "
+                            "in degrees (write --emboss=AZ,EL)")
+                 ->type_name("AZ,EL")
+                 ->expected(0, 1)
+                 ->group(group);
+    lic.add_option("--zoom", o.zoom, "Resample the picture to WxH")->type_name("WxH")->group(group);
+    lic.add_option("--overlay", o.overlay, "Draw a FLIC GRAPHICS command file")
+        ->type_name("FILE")
+        ->group(group);
+    lic.add_option("--mesh", o.mesh, "Draw the edges of a UCD mesh")
+        ->type_name("FILE")
+        ->group(group);
+    lic.add_option("--line-colour,--line-color", o.lineColour,
+                   "Colour of --overlay and --mesh lines: R,G,B or a name")
+        ->type_name("COLOUR")
+        ->group(group);
+    lic.add_option("--line-width", o.lineWidth, "Width of --overlay and --mesh lines")
+        ->check(CLI::Range(1, 100))
+        ->group(group);
+}
+
+struct Parsed {
+    LicOptions lic;
+    FieldOptions field;
+    InfoOptions info;
+    CLI::Option* licAngle = nullptr;
+    CLI::Option* fieldAngle = nullptr;
+    CLI::Option* emboss = nullptr;
+};
+
+CLI::App* addLic(CLI::App& app, Parsed& p) {
+    CLI::App* lic = app.add_subcommand("lic", "Compute a LIC picture of a field");
+    lic->footer(licFooter);
+    // Not marked required: a FIELD taken by a value-less --emboss is given back after parsing.
+    lic->add_option("FIELD", p.lic.field.source, "Field file or built-in field name (required)");
+    lic->add_option("-o,--output", p.lic.output, "Picture to write (.png, .pgm, .ppm, .pnm)")
+        ->type_name("FILE")
+        ->required();
+    lic->add_flag("--ascii", p.lic.ascii, "Write PNM files as text (P2/P3)");
+    lic->add_flag("--progress", p.lic.progress,
+                  "Always show the progress bar (default: on a terminal, above 2 Mpixel)");
+    addSourceOptions(*lic, p.lic.field, p.licAngle);
+    addEngineOptions(*lic, p.lic);
+    addPostOptions(*lic, p.lic, p.emboss);
+    return lic;
+}
+
+CLI::App* addField(CLI::App& app, Parsed& p) {
+    CLI::App* field = app.add_subcommand(
+        "field", "Generate a built-in field or convert a field source into a FLIC VECTOR or "
+                 "FLIC SCALAR file");
+    field->footer("\nScalar sources (FLIC SCALAR, dipole, UCD meshes with one value per vertex)\n"
+                  "give FLIC SCALAR files unless --angle asks for their turned gradient; all\n"
+                  "others give FLIC VECTOR files. Binary data is written big-endian.\n");
+    field->add_option("SOURCE", p.field.field.source, "Built-in field name or field file")
+        ->required();
+    field->add_option("-o,--output", p.field.output, "FLIC file to write")
+        ->type_name("FILE")
+        ->required();
+    field
+        ->add_option("--size", p.field.size,
+                     "Grid WxH of built-in fields and UCD meshes (default 512x512)")
+        ->type_name("WxH");
+    field->add_flag("--ascii", p.field.ascii, "Write ASCII instead of binary data");
+    addSourceOptions(*field, p.field.field, p.fieldAngle);
+    return field;
+}
+
+CLI::App* addInfo(CLI::App& app, Parsed& p) {
+    CLI::App* info = app.add_subcommand(
+        "info", "Tell what a PNM/PNG image, FLIC VECTOR/SCALAR/GRAPHICS file or UCD mesh holds");
+    info->add_option("FILE", p.info.file, "File to describe")->required();
+    return info;
+}
+
+// CLI11's reports in the program's own form.
+std::string usageMessage(const CLI::App*, const CLI::Error& error) {
+    return std::string("muskeip: usage: ") + error.what() +
+           "\nRun with --help for more information.\n";
+}
+
+// `--emboss FIELD` (the field light, then the field) reads FIELD as the light's angles; such a
+// value that cannot be angles is the field. False when there is no field at all.
+bool giveBackField(LicOptions& o) {
+    if (!o.field.source.empty()) return true;
+    if (!o.emboss || o.light.empty() || strchr("0123456789+-.", o.light[0])) return false;
+    o.field.source = o.light;
+    o.light.clear();
+    return true;
+}
+
+// The first word that is not an option must name a subcommand (the program's own options are
+// all flags, so no option value can stand before it).
+bool unknownSubcommand(int argc, char** argv) {
+    for (int i = 1; i < argc; i++) {
+        std::string word = argv[i];
+        if (!word.empty() && word[0] == '-') continue;
+        if (word == "lic" || word == "field" || word == "info") return false;
+        usageError("unknown subcommand '%s' (use lic, field or info)", word.c_str());
+        return true;
+    }
+    return false;
+}
+
+} // namespace
+
+int runCommandLine(int argc, char** argv) {
+    if (unknownSubcommand(argc, argv)) return EXIT_USAGE;
+    CLI::App app{"muskeip: pictures of planar vector fields by Fast Line Integral Convolution",
+                 "muskeip"};
+    app.option_defaults()->always_capture_default();
+    app.failure_message(usageMessage);
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_version_flag("--version", versionText);
+    bool verbose = false, quiet = false;
+    auto* v = app.add_flag("-v,--verbose", verbose,
+                           "Report the engine's parameters, line count, hits per pixel and time");
+    app.add_flag("-q,--quiet", quiet, "Report nothing but errors")->excludes(v);
+    Parsed p;
+    CLI::App* lic = addLic(app, p);
+    CLI::App* field = addField(app, p);
+    CLI::App* info = addInfo(app, p);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        int status = app.exit(error);
+        return status == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    consoleSetup(verbose, quiet);
+    if (lic->parsed()) {
+        p.lic.field.angleGiven = p.licAngle->count() > 0;
+        p.lic.emboss = p.emboss->count() > 0;
+        if (!giveBackField(p.lic)) return usageError("FIELD is required");
+        return runLic(p.lic);
+    }
+    if (field->parsed()) {
+        p.field.field.angleGiven = p.fieldAngle->count() > 0;
+        return runField(p.field);
+    }
+    if (info->parsed()) return runInfo(p.info);
+    return EXIT_USAGE;
+}

@@ -1,0 +1,286 @@
+// Field sources: recognising a file by its first bytes, reading it or generating a built-in
+// field, and turning scalar fields and images into vector fields.
+#include "field_source.h"
+
+#include "console.h"
+#include "image.h"
+#include "image_files.h"
+#include "messages.h"
+#include "parsing.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+
+namespace {
+
+struct BuiltIn {
+    const char* name;
+    SourceKind kind;
+};
+const BuiltIn builtIns[] = {{"circle", SOURCE_CIRCLE},
+                            {"saddle", SOURCE_SADDLE},
+                            {"linear", SOURCE_LINEAR},
+                            {"brusselator", SOURCE_BRUSSELATOR},
+                            {"dipole", SOURCE_DIPOLE}};
+
+// The first line of a file (at most 255 characters), or "" when it cannot be read.
+std::string firstLine(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) return "";
+    char line[256] = {0};
+    if (!fgets(line, sizeof line, file)) line[0] = '\0';
+    fclose(file);
+    return line;
+}
+
+bool isPNMMagic(const std::string& line) {
+    return line.size() >= 2 && line[0] == 'P' && strchr("2356", line[1]) && line[1] != '\0';
+}
+
+// Reads one line into `line`; false at the end of the file.
+bool readLine(FILE* file, std::string& line) {
+    line.clear();
+    int c;
+    while ((c = getc(file)) != EOF) {
+        if (c == '\n') return true;
+        line += static_cast<char>(c);
+    }
+    return !line.empty();
+}
+
+// A file whose content is none of the known kinds is read as its extension suggests, so the
+// reader reports what is wrong with it.
+SourceKind kindByExtension(const std::string& path) {
+    std::string extension = lowerExtension(path);
+    if (extension == "vec" || extension == "vector") return SOURCE_VECTOR_FILE;
+    if (extension == "sca" || extension == "scalar") return SOURCE_SCALAR_FILE;
+    if (extension == "pgm" || extension == "ppm" || extension == "pnm" || extension == "png")
+        return SOURCE_IMAGE_FILE;
+    if (extension == "inp" || extension == "ucd") return SOURCE_UCD_FILE;
+    return SOURCE_UNKNOWN_FILE;
+}
+
+bool checkImageAsField(const std::string& path, const FlicImage& image) {
+    if (image.width < 2 || image.height < 2 || image.width > 10000 || image.height > 10000) {
+        failure("%s: an image gives a field only with 2 to 10000 pixels each way (it has %d x %d)",
+                path.c_str(), image.width, image.height);
+        return false;
+    }
+    return true;
+}
+
+bool loadImageField(const FieldSpec& spec, FlicVectorField& vectors) {
+    FileContext context(spec.source);
+    FlicImage image;
+    if (!readImage(spec.source, image)) return false;
+    if (!checkImageAsField(spec.source, image)) return false;
+    vectors.fromImage(image, spec.angle);
+    return true;
+}
+
+bool loadVectorFile(const FieldSpec& spec, FlicVectorField& vectors) {
+    FileContext context(spec.source);
+    if (!vectors.read(spec.source.c_str())) return false;
+    if (isBinaryFieldFile(spec.source) &&
+        !checkFieldFileLength(spec.source, 2LL * vectors.width * vectors.height))
+        return false;
+    return true;
+}
+
+bool loadUCDVectors(const FieldSpec& spec, FlicVectorField& vectors) {
+    FileContext context(spec.source);
+    return vectors.readUCD(spec.source.c_str(), spec.gridWidth, spec.gridHeight) != 0;
+}
+
+bool generateBuiltIn(const FieldSpec& spec, SourceKind kind, FlicVectorField& vectors) {
+    if (kind == SOURCE_SADDLE) {
+        vectors.setSize(2, 2);
+        vectors.setSaddle();
+        return true;
+    }
+    if (!vectors.setSize(spec.gridWidth, spec.gridHeight)) return false;
+    if (kind == SOURCE_CIRCLE) vectors.setCircle(spec.angle);
+    if (kind == SOURCE_LINEAR) vectors.setLinear(spec.matrix, spec.offset);
+    if (kind == SOURCE_BRUSSELATOR)
+        vectors.setBrusselator(spec.brusselator[0], spec.brusselator[1], spec.brusselator[2],
+                               spec.brusselator[3]);
+    return true;
+}
+
+} // namespace
+
+SourceKind classifySource(const std::string& source) {
+    for (const BuiltIn& builtIn : builtIns)
+        if (source == builtIn.name) return builtIn.kind;
+    FILE* file = fopen(source.c_str(), "rb");
+    if (!file) return SOURCE_MISSING_FILE;
+    fclose(file);
+    struct stat info;
+    if (stat(source.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return SOURCE_UNKNOWN_FILE;
+    if (isPNGFile(source)) return SOURCE_IMAGE_FILE;
+    std::string line = firstLine(source);
+    if (line.find("FLIC VECTOR") != std::string::npos) return SOURCE_VECTOR_FILE;
+    if (line.find("FLIC SCALAR") != std::string::npos) return SOURCE_SCALAR_FILE;
+    if (line.find("FLIC GRAPHICS") != std::string::npos) return SOURCE_GRAPHICS_FILE;
+    if (isPNMMagic(line)) return SOURCE_IMAGE_FILE;
+    UCDHeader header;
+    if (probeUCD(source, header)) return SOURCE_UCD_FILE;
+    return kindByExtension(source);
+}
+
+bool isBuiltIn(SourceKind kind) {
+    return kind <= SOURCE_DIPOLE;
+}
+
+const char* describeKind(SourceKind kind) {
+    switch (kind) {
+    case SOURCE_CIRCLE:
+        return "built-in field circle";
+    case SOURCE_SADDLE:
+        return "built-in field saddle";
+    case SOURCE_LINEAR:
+        return "built-in field linear";
+    case SOURCE_BRUSSELATOR:
+        return "built-in field brusselator";
+    case SOURCE_DIPOLE:
+        return "built-in field dipole";
+    case SOURCE_VECTOR_FILE:
+        return "FLIC VECTOR file";
+    case SOURCE_SCALAR_FILE:
+        return "FLIC SCALAR file";
+    case SOURCE_IMAGE_FILE:
+        return "image";
+    case SOURCE_UCD_FILE:
+        return "UCD mesh";
+    case SOURCE_GRAPHICS_FILE:
+        return "FLIC GRAPHICS file";
+    case SOURCE_MISSING_FILE:
+        return "missing file";
+    default:
+        return "unknown file";
+    }
+}
+
+bool isScalarSource(const FieldSpec& spec, SourceKind kind) {
+    if (kind == SOURCE_SCALAR_FILE || kind == SOURCE_DIPOLE) return true;
+    if (kind != SOURCE_UCD_FILE) return false;
+    UCDHeader header;
+    return probeUCD(spec.source, header) && header.columns == 3;
+}
+
+bool probeUCD(const std::string& path, UCDHeader& header) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) return false;
+    std::string line;
+    bool counted = false;
+    if (readLine(file, line) && line.size() <= 126) {
+        // Like the mesh readers: everything but digits counts as a blank.
+        for (char& c : line)
+            if (!isdigit(static_cast<unsigned char>(c))) c = ' ';
+        counted = sscanf(line.c_str(), "%d%d", &header.vertices, &header.triangles) == 2;
+    }
+    header.columns = 0;
+    if (counted && readLine(file, line) && readLine(file, line)) {
+        float value;
+        int used = 0;
+        const char* p = line.c_str();
+        while (header.columns < 16 && sscanf(p, "%g%n", &value, &used) == 1) {
+            header.columns++;
+            p += used;
+        }
+    }
+    fclose(file);
+    return counted;
+}
+
+bool loadScalarField(const FieldSpec& spec, SourceKind kind, FlicScalarField& scalars) {
+    if (kind == SOURCE_DIPOLE) {
+        if (!scalars.setSize(spec.gridWidth, spec.gridHeight)) return false;
+        scalars.createDipole(spec.extent, spec.phase);
+        return true;
+    }
+    FileContext context(spec.source);
+    if (kind == SOURCE_UCD_FILE)
+        return scalars.readUCD(spec.source.c_str(), spec.gridWidth, spec.gridHeight) != 0;
+    if (!scalars.read(spec.source.c_str())) return false;
+    if (isBinaryFieldFile(spec.source) &&
+        !checkFieldFileLength(spec.source, 1LL * scalars.width * scalars.height))
+        return false;
+    return true;
+}
+
+bool loadVectorField(const FieldSpec& spec, SourceKind kind, FlicVectorField& vectors) {
+    if (kind == SOURCE_MISSING_FILE) {
+        FILE* file = fopen(spec.source.c_str(), "rb"); // sets errno for the report
+        if (file) fclose(file);
+        flic_ioerror(spec.source.c_str(), nullptr);
+        return false;
+    }
+    if (spec.forceUCD || kind == SOURCE_UCD_FILE) {
+        if (isScalarSource(spec, SOURCE_UCD_FILE)) {
+            FlicScalarField scalars;
+            if (!loadScalarField(spec, SOURCE_UCD_FILE, scalars)) return false;
+            vectors.fromScalarField(scalars, spec.angle);
+            return true;
+        }
+        return loadUCDVectors(spec, vectors);
+    }
+    if (isScalarSource(spec, kind)) {
+        FlicScalarField scalars;
+        if (!loadScalarField(spec, kind, scalars)) return false;
+        vectors.fromScalarField(scalars, spec.angle);
+        return true;
+    }
+    switch (kind) {
+    case SOURCE_VECTOR_FILE:
+        return loadVectorFile(spec, vectors);
+    case SOURCE_IMAGE_FILE:
+        return loadImageField(spec, vectors);
+    case SOURCE_GRAPHICS_FILE:
+        failure("%s: a FLIC GRAPHICS file is a drawing, not a field (draw it with --overlay)",
+                spec.source.c_str());
+        return false;
+    case SOURCE_UNKNOWN_FILE:
+        failure("%s: not a FLIC VECTOR, FLIC SCALAR, PNM, PNG or UCD file", spec.source.c_str());
+        return false;
+    default:
+        return generateBuiltIn(spec, kind, vectors);
+    }
+}
+
+bool writeVectorFile(const std::string& path, FlicVectorField& field, bool ascii) {
+    FileContext context(path);
+    int count = 2 * field.width * field.height;
+    if (!ascii) swapByteOrder(count, field.data);
+    int written = field.write(path.c_str(), ascii ? 1 : 0);
+    if (!ascii) swapByteOrder(count, field.data);
+    return written != 0;
+}
+
+bool isBinaryFieldFile(const std::string& path) {
+    return firstLine(path).substr(0, 63).find("BINARY") != std::string::npos;
+}
+
+bool checkFieldFileLength(const std::string& path, long long values) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) {
+        flic_ioerror(path.c_str(), nullptr);
+        return false;
+    }
+    // The data starts after the two header lines, each read as the library reads it.
+    char line[64];
+    for (int i = 0; i < 2; i++)
+        if (!fgets(line, 64, file)) line[0] = '\0';
+    long header = ftell(file);
+    fseek(file, 0, SEEK_END);
+    long size = ftell(file);
+    fclose(file);
+    long long present = (size - header) / 4;
+    if (present >= values) return true;
+    failure("%s: the binary data ends after %lld of %lld values", path.c_str(),
+            present < 0 ? 0 : present, values);
+    return false;
+}

@@ -1,0 +1,233 @@
+// `muskeip info`: what a PNM or PNG image, a FLIC VECTOR, FLIC SCALAR or FLIC GRAPHICS file or a
+// UCD mesh holds, printed on standard output.
+#include "commands.h"
+#include "console.h"
+#include "field_source.h"
+#include "image_files.h"
+
+#include "image.h"
+#include "messages.h"
+#include "scalarfield.h"
+#include "vectorfield.h"
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Smallest and largest of a run of values, with the count of values that are not finite.
+struct Range {
+    double min = 0.0, max = 0.0;
+    long long finite = 0, other = 0;
+    void add(double v) {
+        if (!std::isfinite(v)) {
+            other++;
+            return;
+        }
+        if (finite == 0 || v < min) min = v;
+        if (finite == 0 || v > max) max = v;
+        finite++;
+    }
+    void print(const char* label) const {
+        if (finite == 0)
+            printf("  %s: no finite value\n", label);
+        else
+            printf("  %s: %g .. %g\n", label, min, max);
+        if (other > 0) printf("  %s: %lld values are not finite\n", label, other);
+    }
+};
+
+const char* modeOf(const std::string& path) {
+    return isBinaryFieldFile(path) ? "binary" : "ASCII";
+}
+
+int infoVector(const std::string& path) {
+    FlicVectorField field;
+    FileContext context(path);
+    if (!field.read(path.c_str())) return EXIT_FAILED;
+    if (isBinaryFieldFile(path) && !checkFieldFileLength(path, 2LL * field.width * field.height))
+        return EXIT_FAILED;
+    Range xs, ys, lengths;
+    long long zero = 0;
+    const Vec2f* v = field.vectors();
+    for (long long i = 0; i < static_cast<long long>(field.width) * field.height; i++) {
+        xs.add(v[i].x);
+        ys.add(v[i].y);
+        lengths.add(
+            std::sqrt(static_cast<double>(v[i].x) * v[i].x + static_cast<double>(v[i].y) * v[i].y));
+        if (v[i].x == 0.0f && v[i].y == 0.0f) zero++;
+    }
+    printf("%s: FLIC VECTOR field, %s\n", path.c_str(), modeOf(path));
+    printf("  size: %d x %d nodes\n", field.width, field.height);
+    xs.print("x range");
+    ys.print("y range");
+    printf("  max vector length: %g\n", lengths.finite ? lengths.max : 0.0);
+    printf("  zero vectors: %lld\n", zero);
+    return EXIT_OK;
+}
+
+int infoScalar(const std::string& path) {
+    FlicScalarField field;
+    FileContext context(path);
+    if (!field.read(path.c_str())) return EXIT_FAILED;
+    if (isBinaryFieldFile(path) && !checkFieldFileLength(path, 1LL * field.width * field.height))
+        return EXIT_FAILED;
+    Range values;
+    double sum = 0.0;
+    for (long long i = 0; i < static_cast<long long>(field.width) * field.height; i++) {
+        values.add(field.data[i]);
+        if (std::isfinite(field.data[i])) sum += field.data[i];
+    }
+    printf("%s: FLIC SCALAR field, %s\n", path.c_str(), modeOf(path));
+    printf("  size: %d x %d nodes\n", field.width, field.height);
+    values.print("value range");
+    if (values.finite) printf("  mean: %g\n", sum / values.finite);
+    return EXIT_OK;
+}
+
+int infoImage(const std::string& path) {
+    FlicImage image;
+    FileContext context(path);
+    if (!readImage(path, image)) return EXIT_FAILED;
+    bool png = isPNGFile(path);
+    printf("%s: %s image\n", path.c_str(), png ? "PNG" : "PNM");
+    printf("  size: %d x %d pixels\n", image.width, image.height);
+    printf("  channels: %d (%s)\n", image.nChannels, image.nChannels == 3 ? "RGB" : "grey");
+    const char* names[3] = {"red", "green", "blue"};
+    for (int c = 0; c < image.nChannels && c < 3; c++) {
+        Range values;
+        for (int y = 0; y < image.height; y++)
+            for (int x = 0; x < image.width; x++)
+                values.add(image.data[static_cast<long long>(y) * image.bytesPerLine +
+                                      x * image.nChannels + c]);
+        std::string label = image.nChannels == 1 ? "value range" : std::string(names[c]) + " range";
+        values.print(label.c_str());
+    }
+    if (image.width * image.height > 1) {
+        float mean, sdev;
+        image.getStatistics(mean, sdev);
+        printf("  mean: %g, standard deviation: %g\n", mean, sdev);
+    }
+    return EXIT_OK;
+}
+
+// Vertex coordinates and values of a UCD mesh, read as the importers read them.
+struct MeshSummary {
+    Range xs, ys, first, second;
+};
+
+bool readMeshVertices(FILE* file, const UCDHeader& header, MeshSummary& summary) {
+    char line[4096];
+    if (!fgets(line, sizeof line, file) || !fgets(line, sizeof line, file)) return false;
+    int needed = header.columns < 4 ? header.columns : 4;
+    if (needed < 2) needed = 2;
+    for (int i = 0; i < header.vertices; i++) {
+        float v[4];
+        if (!fgets(line, sizeof line, file)) return false;
+        int n = sscanf(line, "%g%g%g%g", &v[0], &v[1], &v[2], &v[3]);
+        if (n < needed) return false;
+        summary.xs.add(v[0]);
+        summary.ys.add(v[1]);
+        if (n >= 3) summary.first.add(v[2]);
+        if (n >= 4) summary.second.add(v[3]);
+    }
+    return true;
+}
+
+// Number of complete triangles with vertex numbers from 1 to the vertex count.
+int readMeshTriangles(FILE* file, const UCDHeader& header) {
+    char line[4096];
+    if (!fgets(line, sizeof line, file)) return 0;
+    for (int t = 0; t < header.triangles; t++) {
+        int corner[3];
+        if (fscanf(file, "%d%d%d", &corner[0], &corner[1], &corner[2]) != 3) return t;
+        for (int k = 0; k < 3; k++)
+            if (corner[k] < 1 || corner[k] > header.vertices) return t;
+    }
+    return header.triangles;
+}
+
+int infoUCD(const std::string& path) {
+    UCDHeader header;
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file || !probeUCD(path, header)) {
+        if (file) fclose(file);
+        flic_ioerror(path.c_str(), file ? "this is not an UCD file" : nullptr);
+        return EXIT_FAILED;
+    }
+    MeshSummary summary;
+    bool vertices = readMeshVertices(file, header, summary);
+    int triangles = vertices ? readMeshTriangles(file, header) : 0;
+    fclose(file);
+    if (!vertices)
+        return failure("%s: the %d vertex lines end early or hold too few numbers", path.c_str(),
+                       header.vertices);
+    if (triangles < header.triangles)
+        return failure("%s: triangle %d of %d is missing or names a vertex outside 1 to %d",
+                       path.c_str(), triangles + 1, header.triangles, header.vertices);
+    int data = header.columns - 2;
+    printf("%s: UCD mesh\n", path.c_str());
+    printf("  vertices: %d, triangles: %d\n", header.vertices, header.triangles);
+    printf("  values per vertex: %d (%s)\n", data < 0 ? 0 : data,
+           data >= 2   ? "a vector field"
+           : data == 1 ? "a scalar field"
+                       : "none");
+    summary.xs.print("x range");
+    summary.ys.print("y range");
+    if (data == 1) summary.first.print("value range");
+    if (data >= 2) {
+        summary.first.print("vx range");
+        summary.second.print("vy range");
+    }
+    return EXIT_OK;
+}
+
+int infoGraphics(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) {
+        flic_ioerror(path.c_str(), nullptr);
+        return EXIT_FAILED;
+    }
+    long lines = 0;
+    int c, last = '\n';
+    while ((c = getc(file)) != EOF) {
+        if (c == '\n') lines++;
+        last = c;
+    }
+    if (last != '\n') lines++;
+    fclose(file);
+    printf("%s: FLIC GRAPHICS command file\n", path.c_str());
+    printf("  lines: %ld\n", lines);
+    return EXIT_OK;
+}
+
+} // namespace
+
+int runInfo(const InfoOptions& options) {
+    const std::string& path = options.file;
+    switch (classifySource(path)) {
+    case SOURCE_VECTOR_FILE:
+        return infoVector(path);
+    case SOURCE_SCALAR_FILE:
+        return infoScalar(path);
+    case SOURCE_IMAGE_FILE:
+        return infoImage(path);
+    case SOURCE_UCD_FILE:
+        return infoUCD(path);
+    case SOURCE_GRAPHICS_FILE:
+        return infoGraphics(path);
+    case SOURCE_UNKNOWN_FILE:
+        return failure("%s: not a PNM, PNG, FLIC VECTOR, FLIC SCALAR, FLIC GRAPHICS or UCD file",
+                       path.c_str());
+    default:
+        if (isBuiltIn(classifySource(path)))
+            return failure("'%s' names a built-in field, not a file (write ./%s for a file)",
+                           path.c_str(), path.c_str());
+        FILE* file = fopen(path.c_str(), "rb"); // sets errno for the report
+        if (file) fclose(file);
+        flic_ioerror(path.c_str(), nullptr);
+        return EXIT_FAILED;
+    }
+}

@@ -1,0 +1,171 @@
+// `muskeip lic`: a LIC picture of a field, post-processed in a fixed order and written as PNG
+// or PNM.
+//
+// Order of work: read or generate the field; make the input texture (noise, or --texture);
+// compute the LIC image; then --adjust, --blur, --median, --colour, --emboss, --zoom,
+// --overlay, --mesh; write the picture (and the seed map).
+#include "commands.h"
+#include "console.h"
+#include "image_files.h"
+#include "lic_steps.h"
+#include "parsing.h"
+#include "source_options.h"
+
+#include "compute.h"
+#include "image.h"
+#include "messages.h"
+
+#include <cmath>
+
+namespace {
+
+// Pictures larger than this show a progress bar when standard error is a terminal.
+const long long progressPixels = 2000000;
+
+int parseEngine(const LicOptions& o, LicSettings& s) {
+    if (!(o.length >= 0.0 && o.length <= 10000.0))
+        return usageError("--length expects 0 to 10000 pixels, got %g", o.length);
+    if (!(o.extension >= 0.0 && o.extension <= 100000.0))
+        return usageError("--extension expects 0 to 100000 pixels, got %g", o.extension);
+    if (!(o.step >= 0.01 && o.step <= 1000.0))
+        return usageError("--step expects 0.01 to 1000 pixels, got %g", o.step);
+    if (!(o.normalization >= 0.0 && o.normalization <= 1.0e30))
+        return usageError("--normalization expects a number of 0 or more, got %g", o.normalization);
+    s.kernel = o.kernel == "box"     ? FlicCompute::BOX
+               : o.kernel == "cubic" ? FlicCompute::CUBIC
+                                     : FlicCompute::TRIANGLE;
+    s.midpoint = o.integrator == "midpoint";
+    s.rk43Given = !o.rk43.empty();
+    if (s.rk43Given && s.midpoint)
+        return usageError("--rk43 sets the rk43 integrator; it cannot go with --integrator "
+                          "midpoint");
+    if (s.rk43Given &&
+        (!parseNumbers(o.rk43, 4, s.rk43) ||
+         !(s.rk43[0] > 0.0f && s.rk43[1] > 0.0f && s.rk43[2] >= s.rk43[1] && s.rk43[3] > 0.0f)))
+        return usageError("--rk43 expects INITIAL,MIN,MAX,TOLERANCE, all above 0 and MAX >= "
+                          "MIN, got '%s'",
+                          o.rk43.c_str());
+    s.seeding = o.seeding == "raster" ? 0 : o.seeding == "sobol" ? 2 : 1;
+    s.interpolation = o.interpolation == "constant" ? FlicCompute::CONSTANT : FlicCompute::BILINEAR;
+    return EXIT_OK;
+}
+
+int parseOutputs(const LicOptions& o, LicSettings& s) {
+    if (imageFormatFor(o.output) == FORMAT_UNKNOWN)
+        return usageError("cannot tell the image format of '%s' (use .png, .pgm, .ppm or "
+                          ".pnm)",
+                          o.output.c_str());
+    if (!o.seedmap.empty() && imageFormatFor(o.seedmap) == FORMAT_UNKNOWN)
+        return usageError("cannot tell the image format of '%s' (use .png, .pgm, .ppm or "
+                          ".pnm)",
+                          o.seedmap.c_str());
+    if (o.ascii && imageFormatFor(o.output) == FORMAT_PNG &&
+        (o.seedmap.empty() || imageFormatFor(o.seedmap) == FORMAT_PNG))
+        return usageError("--ascii applies to PNM files (.pgm, .ppm, .pnm) only");
+    if (!o.size.empty() && !parseSize(o.size, s.width, s.height))
+        return usageError("--size expects WxH with 1 to %d pixels each way, got '%s'",
+                          maxPictureSide, o.size.c_str());
+    if (!o.size.empty() && (s.width < 2 || s.height < 2))
+        return usageError("--size needs at least 2 x 2 pixels, got '%s'", o.size.c_str());
+    if (!o.zoom.empty() && !parseSize(o.zoom, s.zoomWidth, s.zoomHeight))
+        return usageError("--zoom expects WxH with 1 to %d pixels each way, got '%s'",
+                          maxPictureSide, o.zoom.c_str());
+    return EXIT_OK;
+}
+
+int parsePostProcessing(const LicOptions& o, LicSettings& s) {
+    s.adjust = o.adjust != "none";
+    float adjust[2];
+    if (s.adjust && (!parseNumbers(o.adjust, 2, adjust) || !(adjust[1] > 0.0f)))
+        return usageError("--adjust expects MEAN,SDEV (SDEV above 0) or none, got '%s'",
+                          o.adjust.c_str());
+    s.adjustMean = adjust[0];
+    s.adjustSdev = adjust[1];
+    s.colour = o.colour == "magnitude"   ? COLOUR_MAGNITUDE
+               : o.colour == "direction" ? COLOUR_DIRECTION
+                                         : COLOUR_NONE;
+    s.colormap = o.colormap;
+    s.rangeGiven = !o.range.empty();
+    if (s.rangeGiven && (!parseNumbers(o.range, 2, s.range) || !(s.range[1] > s.range[0])))
+        return usageError("--range expects MIN,MAX with MAX above MIN, got '%s'", o.range.c_str());
+    s.emboss = !o.emboss ? EMBOSS_NONE : o.light.empty() ? EMBOSS_FIELD : EMBOSS_LIGHT;
+    int count = 0;
+    if (s.emboss == EMBOSS_LIGHT) {
+        if (!parseNumberList(o.light, 2, 3, s.light, count) ||
+            (count == 3 && !(s.light[2] >= 1.0f && s.light[2] <= 1530.0f &&
+                             s.light[2] == std::floor(s.light[2]))))
+            return usageError("--emboss expects AZIMUTH,ELEVATION[,STEEPNESS] in degrees "
+                              "(steepness a whole number 1 to 1530), got '%s'",
+                              o.light.c_str());
+        if (count == 2) s.light[2] = 3.0f;
+    }
+    if (!parseColour(o.lineColour, s.lineColour))
+        return usageError("--line-colour expects R,G,B (0 to 255) or a colour name, got '%s'",
+                          o.lineColour.c_str());
+    s.blur = o.blur;
+    s.median = o.median;
+    s.lineWidth = o.lineWidth;
+    return EXIT_OK;
+}
+
+int parseSettings(const LicOptions& o, LicSettings& s) {
+    int status = buildFieldSpec(o.field, s.spec, s.kind);
+    if (status == EXIT_OK) status = parseEngine(o, s);
+    if (status == EXIT_OK) status = parseOutputs(o, s);
+    if (status == EXIT_OK) status = parsePostProcessing(o, s);
+    if (status == EXIT_OK && !o.mask.empty() && o.seedmap.empty())
+        return usageError("--mask only fills the seed map; give --seedmap FILE as well");
+    return status;
+}
+
+void configureEngine(const LicOptions& o, const LicSettings& s, FlicCompute& engine) {
+    engine.setFilterLength(static_cast<float>(o.length));
+    engine.extensionLength = static_cast<float>(o.extension);
+    engine.stepLength = static_cast<float>(o.step);
+    engine.setFilterKernel(s.kernel);
+    if (s.midpoint) engine.useEuler();
+    if (s.rk43Given) engine.useRK43(s.rk43[0], s.rk43[1], s.rk43[2], s.rk43[3]);
+    engine.setNumSubPixels(o.subpixels);
+    engine.seedingMethod = s.seeding;
+    engine.setInterpolationMethod(s.interpolation);
+    engine.setNormalization(static_cast<float>(o.normalization));
+}
+
+bool showProgress(const LicOptions& o, const LicSettings& s) {
+    if (consoleQuiet()) return false;
+    if (o.progress) return true;
+    return static_cast<long long>(s.width) * s.height > progressPixels && stderrIsTerminal();
+}
+
+bool computeLic(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicImage& picture) {
+    FlicCompute engine;
+    configureEngine(o, s, engine);
+    ProgressBar bar("muskeip: computing");
+    if (showProgress(o, s)) engine.setProgressCallback(ProgressBar::update, &bar);
+    int computed =
+        engine.compute(&in.field, &in.texture, &picture, in.mask.data ? &in.mask : nullptr,
+                       o.seedmap.empty() ? nullptr : &in.seedMap);
+    bar.finish();
+    if (!computed) failure("the LIC computation failed");
+    return computed != 0;
+}
+
+} // namespace
+
+int runLic(const LicOptions& options) {
+    LicSettings settings;
+    int status = parseSettings(options, settings);
+    if (status != EXIT_OK) return status;
+    if (!checkWritable(options.output) ||
+        (!options.seedmap.empty() && !checkWritable(options.seedmap)))
+        return EXIT_FAILED;
+    LicInputs inputs;
+    if (!loadInputs(options, settings, inputs)) return EXIT_FAILED;
+    FlicImage picture;
+    if (!computeLic(options, settings, inputs, picture)) return EXIT_FAILED;
+    if (!postProcess(options, settings, inputs, picture)) return EXIT_FAILED;
+    if (!writePicture(options.output, picture, options.ascii)) return EXIT_FAILED;
+    if (!options.seedmap.empty() && !writePicture(options.seedmap, inputs.seedMap, options.ascii))
+        return EXIT_FAILED;
+    return EXIT_OK;
+}

@@ -1,0 +1,234 @@
+// The steps of `muskeip lic`: reading the inputs, the post-processing chain and the output.
+#include "lic_steps.h"
+
+#include "console.h"
+#include "image_files.h"
+#include "parsing.h"
+#include "source_options.h"
+
+#include "colormap.h"
+#include "graphics.h"
+#include "scalarfield.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace {
+
+const float degrees = 3.14159265358979323846f / 180.0f;
+
+// --- Inputs -----------------------------------------------------------------------------------
+
+bool loadTexture(const LicOptions& o, LicSettings& s, LicInputs& in) {
+    FileContext context(o.texture);
+    if (!readImage(o.texture, in.texture)) return false;
+    if (in.texture.width < 2 || in.texture.height < 2 ||
+        (in.texture.nChannels != 1 && in.texture.nChannels != 3)) {
+        failure("%s: a texture needs at least 2 x 2 pixels of grey or RGB", o.texture.c_str());
+        return false;
+    }
+    if (s.colour != COLOUR_NONE && in.texture.nChannels != 1) {
+        failure("%s: --colour gives colour to a grey LIC picture, but this texture is RGB",
+                o.texture.c_str());
+        return false;
+    }
+    s.width = in.texture.width;
+    s.height = in.texture.height;
+    return true;
+}
+
+// A field's own size, enlarged to at least 512 pixels on its longer side.
+void pictureSizeFor(const FlicVectorField& field, int& width, int& height) {
+    width = field.width;
+    height = field.height;
+    int longer = width > height ? width : height;
+    if (longer >= 512) return;
+    double factor = 512.0 / longer;
+    width = static_cast<int>(std::lround(width * factor));
+    height = static_cast<int>(std::lround(height * factor));
+    if (width < 2) width = 2;
+    if (height < 2) height = 2;
+}
+
+bool loadField(LicSettings& s, LicInputs& in) {
+    if (isBuiltIn(s.kind) && s.width == 0) s.width = s.height = 512;
+    defaultGrid(s.spec, s.width, s.height);
+    if (!loadVectorField(s.spec, s.kind, in.field)) return false;
+    if (s.width == 0) pictureSizeFor(in.field, s.width, s.height);
+    if (!(in.field.getMax() > 0.0f))
+        warning("%s: the field has no non-zero vector; the picture will be black",
+                s.spec.source.c_str());
+    note("field %s (%s): %d x %d nodes; picture %d x %d pixels", s.spec.source.c_str(),
+         describeKind(s.kind), in.field.width, in.field.height, s.width, s.height);
+    return true;
+}
+
+void makeNoise(const LicOptions& o, const LicSettings& s, LicInputs& in) {
+    in.texture.setSize(s.width, s.height, 1);
+    in.texture.createRandom(o.noise == "binary" ? 1 : 0, o.seed);
+}
+
+bool loadMask(const LicOptions& o, LicInputs& in) {
+    if (o.seedmap.empty()) return true;
+    if (o.mask.empty()) {
+        // Without a mask the seed map shows every seed as white.
+        in.mask.setSize(in.field.width, in.field.height, 1);
+        in.mask.clear(255);
+        return true;
+    }
+    FileContext context(o.mask);
+    if (!readImage(o.mask, in.mask)) return false;
+    if (in.mask.nChannels != 1) in.mask.colorToGrey();
+    if (in.mask.width != in.field.width || in.mask.height != in.field.height) {
+        failure("%s: the mask has %d x %d pixels, but the field has %d x %d nodes", o.mask.c_str(),
+                in.mask.width, in.mask.height, in.field.width, in.field.height);
+        return false;
+    }
+    return true;
+}
+
+// --- Post-processing --------------------------------------------------------------------------
+
+// Runs a one-byte-per-pixel filter on each channel of the picture.
+template <class Filter>
+bool eachChannel(FlicImage& picture, Filter filter) {
+    if (picture.nChannels == 1) return filter(picture);
+    FlicImage bands[3];
+    for (int c = 0; c < 3; c++) {
+        picture.oneband(c, &bands[c]);
+        if (!filter(bands[c])) return false;
+    }
+    return picture.glue(bands[0], bands[1], bands[2]) != 0;
+}
+
+bool makeColormap(const std::string& name, FlicColormap& map) {
+    if (name == "grey" || name == "gray") {
+        map.createGreyRamp();
+    } else if (name == "hot-iron") {
+        map.createHotIron();
+    } else if (name == "blue-white-red") {
+        map.createBlueWhiteRed();
+    } else if (name == "hue") {
+        map.createHueRamp();
+    } else {
+        FileContext context(name);
+        if (!map.readIcol(name.c_str())) return false;
+    }
+    return true;
+}
+
+// The 1st and 99th percentile of the finite values of a scalar field, so that a few extreme
+// values (near critical points, for instance) do not squeeze all colours into one end of the
+// map; 0 and 1 when there is no finite value.
+void robustRange(const FlicScalarField& field, float range[2]) {
+    std::vector<float> values;
+    long long count = static_cast<long long>(field.width) * field.height;
+    values.reserve(static_cast<size_t>(count));
+    for (long long i = 0; i < count; i++)
+        if (std::isfinite(field.data[i])) values.push_back(field.data[i]);
+    range[0] = 0.0f;
+    range[1] = 1.0f;
+    if (values.empty()) return;
+    size_t low = values.size() / 100, high = values.size() - 1 - values.size() / 100;
+    std::nth_element(values.begin(), values.begin() + low, values.end());
+    range[0] = values[low];
+    std::nth_element(values.begin(), values.begin() + high, values.end());
+    range[1] = values[high];
+    if (!(range[1] > range[0])) range[1] = range[0] + 1.0f;
+}
+
+bool colourByMagnitude(const LicSettings& s, const FlicVectorField& field, FlicImage& colours) {
+    FlicColormap map;
+    if (!makeColormap(s.colormap, map)) return false;
+    FlicScalarField magnitude(colours.width, colours.height);
+    field.magnitude(magnitude, 0);
+    float range[2] = {s.range[0], s.range[1]};
+    if (!s.rangeGiven) robustRange(magnitude, range);
+    note("magnitude colours span %g .. %g", range[0], range[1]);
+    map.setMinMax(range[0], range[1]);
+    magnitude.pseudoColor(map, colours, 1);
+    return true;
+}
+
+bool applyColour(const LicSettings& s, const LicInputs& in, FlicImage& picture) {
+    if (s.colour == COLOUR_NONE) return true;
+    FlicImage colours(picture.width, picture.height, 3);
+    if (s.colour == COLOUR_MAGNITUDE && !colourByMagnitude(s, in.field, colours)) return false;
+    if (s.colour == COLOUR_DIRECTION) in.field.vecToColor(colours, 0);
+    FlicImage mixed;
+    if (!colours.mix(picture, &mixed)) return false;
+    picture = mixed;
+    return true;
+}
+
+bool applyEmboss(const LicSettings& s, LicInputs& in, FlicImage& picture) {
+    if (s.emboss == EMBOSS_FIELD) return picture.emboss(in.field) != 0;
+    if (s.emboss == EMBOSS_LIGHT)
+        return picture.emboss(s.light[0] * degrees, s.light[1] * degrees,
+                              static_cast<int>(s.light[2])) != 0;
+    return true;
+}
+
+// A grey picture becomes RGB before lines of a colour that is not grey are drawn on it.
+void prepareForLines(const LicSettings& s, FlicImage& picture) {
+    const int* c = s.lineColour;
+    if (picture.nChannels != 1 || (c[0] == c[1] && c[1] == c[2])) return;
+    FlicImage grey(picture);
+    picture.glue(grey, grey, grey);
+}
+
+FlicGraphics linePen(const LicSettings& s) {
+    FlicGraphics pen;
+    pen.setColor(s.lineColour[0], s.lineColour[1], s.lineColour[2]);
+    pen.setPixelWidth(s.lineWidth);
+    return pen;
+}
+
+bool drawOverlay(const std::string& path, const LicSettings& s, FlicImage& picture) {
+    if (path.empty()) return true;
+    prepareForLines(s, picture);
+    FlicGraphics pen = linePen(s);
+    FileContext context(path);
+    return pen.drawFile(picture, path.c_str()) != 0;
+}
+
+bool drawMesh(const std::string& path, const LicSettings& s, FlicImage& picture) {
+    if (path.empty()) return true;
+    prepareForLines(s, picture);
+    FlicGraphics pen = linePen(s);
+    FileContext context(path);
+    return pen.drawUCD(picture, path.c_str()) != 0;
+}
+
+} // namespace
+
+bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inputs) {
+    if (!options.texture.empty() && !loadTexture(options, settings, inputs)) return false;
+    if (!loadField(settings, inputs)) return false;
+    if (options.texture.empty()) makeNoise(options, settings, inputs);
+    return loadMask(options, inputs);
+}
+
+bool postProcess(const LicOptions& options, const LicSettings& settings, LicInputs& inputs,
+                 FlicImage& picture) {
+    if (settings.adjust) picture.autoAdjust(settings.adjustMean, settings.adjustSdev);
+    int blur = settings.blur;
+    if (blur > 0 &&
+        !eachChannel(picture, [blur](FlicImage& band) { return band.gaussBlur(blur) != 0; }))
+        return false;
+    if (settings.median &&
+        !eachChannel(picture, [](FlicImage& band) { return band.medianFilter() != 0; }))
+        return false;
+    if (!applyColour(settings, inputs, picture)) return false;
+    if (!applyEmboss(settings, inputs, picture)) return false;
+    if (settings.zoomWidth > 0 && !picture.zoom(settings.zoomWidth, settings.zoomHeight))
+        return false;
+    return drawOverlay(options.overlay, settings, picture) &&
+           drawMesh(options.mesh, settings, picture);
+}
+
+bool writePicture(const std::string& path, const FlicImage& picture, bool ascii) {
+    FileContext context(path);
+    return writeImage(path, picture, ascii) != 0;
+}

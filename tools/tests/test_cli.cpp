@@ -1,0 +1,562 @@
+// End-to-end tests of the `muskeip` program: they run the real binary on files made here and
+// read back what it wrote (PNG through libpng, PNM and FLIC files through the library).
+#include "image_files.h"
+#include "testutil.h"
+
+#include "muskeip.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+std::string shellQuoted(const std::string& text) {
+    std::string result = "'";
+    for (char c : text)
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+}
+
+// Runs the program with the given (shell-quoted where needed) arguments.
+Outcome muskeip(const std::string& arguments) {
+    testutil::TempDir scratch;
+    std::string command = std::string(MUSKEIP_BINARY) + " " + arguments + " >" +
+                          shellQuoted(scratch.path("out")) + " 2>" +
+                          shellQuoted(scratch.path("err")) + " </dev/null";
+    int raw = system(command.c_str());
+    Outcome run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = testutil::readFile(scratch.path("out"));
+    run.err = testutil::readFile(scratch.path("err"));
+    return run;
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+std::vector<unsigned char> bytesOf(const FlicImage& image) {
+    std::vector<unsigned char> bytes;
+    for (int y = 0; y < image.height; y++) {
+        const unsigned char* row = image.data + y * image.bytesPerLine;
+        bytes.insert(bytes.end(), row, row + image.width * image.nChannels);
+    }
+    return bytes;
+}
+
+// Width, height and colour type (0 grey, 2 RGB) from a PNG file's header chunk, read without
+// libpng, with the signature and bit depth 8 checked.
+void pngHeader(const std::string& path, int& width, int& height, int& colourType) {
+    std::string bytes = testutil::readFile(path);
+    ASSERT_GE(bytes.size(), 33u);
+    ASSERT_EQ(0, memcmp(bytes.data(), "\x89PNG\r\n\x1a\n", 8));
+    ASSERT_EQ("IHDR", bytes.substr(12, 4));
+    auto word = [&](size_t at) {
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(bytes.data()) + at;
+        return (p[0] << 24) | (p[1] << 16) | (p[2] << 8) | p[3];
+    };
+    width = word(16);
+    height = word(20);
+    ASSERT_EQ(8, bytes[24]);
+    colourType = bytes[25];
+}
+
+// A picture read back: its size and channels as expected, and more than flat content.
+void expectPicture(const std::string& path, int width, int height, int channels) {
+    FlicImage image;
+    ASSERT_EQ(1, readImage(path, image)) << path;
+    EXPECT_EQ(width, image.width) << path;
+    EXPECT_EQ(height, image.height) << path;
+    EXPECT_EQ(channels, image.nChannels) << path;
+    float mean, sdev;
+    image.getStatistics(mean, sdev);
+    EXPECT_GT(sdev, 20.0f) << path;
+    EXPECT_GT(mean, 30.0f) << path;
+}
+
+// A square mesh of n x n cells, two triangles each, over [0, 2] x [0, 1], with the circle
+// field (or its squared radius) at the vertices.
+std::string ucdMesh(int n, bool vector) {
+    std::string text =
+        std::to_string((n + 1) * (n + 1)) + " " + std::to_string(2 * n * n) + " 0 0 0\nvertices\n";
+    char line[128];
+    for (int j = 0; j <= n; j++)
+        for (int i = 0; i <= n; i++) {
+            float x = 2.0f * i / n, y = 1.0f * j / n, u = x - 1.0f, v = y - 0.5f;
+            if (vector)
+                snprintf(line, sizeof line, "%g %g %g %g\n", x, y, -v, u);
+            else
+                snprintf(line, sizeof line, "%g %g %g\n", x, y, u * u + v * v);
+            text += line;
+        }
+    text += "triangles\n";
+    for (int j = 0; j < n; j++)
+        for (int i = 0; i < n; i++) {
+            int a = j * (n + 1) + i + 1, b = a + 1, c = a + n + 1, d = c + 1;
+            snprintf(line, sizeof line, "%d %d %d\n%d %d %d\n", a, b, d, a, d, c);
+            text += line;
+        }
+    return text;
+}
+
+// Fixtures written once per test into a scratch folder.
+class CliFiles : public ::testing::Test {
+  protected:
+    testutil::TempDir dir;
+    std::string path(const std::string& name) const { return dir.path(name); }
+    std::string q(const std::string& name) const { return shellQuoted(path(name)); }
+
+    // An ASCII FLIC VECTOR file of the counter-clockwise circle field.
+    std::string circleFile(int width, int height) {
+        FlicVectorField field(width, height);
+        field.setCircle(0.0f);
+        EXPECT_EQ(1, field.write(path("circle.vec").c_str(), 1));
+        return path("circle.vec");
+    }
+    // A grey picture with a bright disc: its iso-lines are circles.
+    FlicImage discImage(int width, int height) {
+        FlicImage image(width, height, 1);
+        for (int y = 0; y < height; y++)
+            for (int x = 0; x < width; x++) {
+                float u = x - width / 2.0f, v = y - height / 2.0f;
+                image.data[y * width + x] =
+                    static_cast<unsigned char>(255.0f * expf(-(u * u + v * v) / 200.0f));
+            }
+        return image;
+    }
+};
+
+} // namespace
+
+TEST(Cli, HelpAndVersion) {
+    Outcome version = muskeip("--version");
+    EXPECT_EQ(0, version.status);
+    EXPECT_EQ("muskeip 0.1.0\n", version.out);
+
+    Outcome help = muskeip("--help");
+    EXPECT_EQ(0, help.status);
+    for (const char* word : {"lic", "field", "info", "--verbose", "--quiet"})
+        EXPECT_TRUE(contains(help.out, word)) << word;
+
+    // Every subcommand has help with the defaults shown.
+    Outcome lic = muskeip("lic --help");
+    EXPECT_EQ(0, lic.status);
+    for (const char* shown :
+         {"--length FLOAT=20", "=triangle", "=rk43", "=pattern", "=bilinear", "=binary",
+          "--adjust MEAN,SDEV=128,40", "=hue", "--extension FLOAT=80"})
+        EXPECT_TRUE(contains(lic.out, shown)) << shown;
+    EXPECT_TRUE(contains(lic.out, "--adjust, --blur, --median, --colour, --emboss"));
+    EXPECT_EQ(0, muskeip("field --help").status);
+    EXPECT_EQ(0, muskeip("info --help").status);
+}
+
+TEST(Cli, UsageErrorsExitWithTwoAndSayWhatIsWrong) {
+    struct Case {
+        const char* arguments;
+        const char* message;
+    } cases[] = {
+        {"", "A subcommand is required"},
+        {"paint circle -o x.png", "unknown subcommand 'paint'"},
+        {"lic circle", "--output is required"},
+        {"lic -o x.png", "FIELD is required"},
+        {"lic circle -o x.jpg", "cannot tell the image format of 'x.jpg'"},
+        {"lic circle -o x.png --size 300", "--size expects WxH"},
+        {"lic circle -o x.png --size 1x300", "--size needs at least 2 x 2"},
+        {"lic circle -o x.png --kernel gauss", "--kernel: gauss not in"},
+        {"lic circle -o x.png --subpixels 0", "--subpixels"},
+        {"lic circle -o x.png --blur 10", "--blur"},
+        {"lic circle -o x.png --length -1", "--length expects"},
+        {"lic circle -o x.png --length nan", "--length"},
+        {"lic circle -o x.png --step 0", "--step expects"},
+        {"lic circle -o x.png --texture t.pgm --size 9x9", "excludes"},
+        {"lic circle -o x.png --mask m.pgm", "give --seedmap FILE as well"},
+        {"lic circle -o x.png --seedmap s.bmp", "cannot tell the image format of 's.bmp'"},
+        {"lic circle -o x.png --ascii", "--ascii applies to PNM files"},
+        {"lic circle -o x.png --emboss=north", "--emboss expects AZIMUTH,ELEVATION"},
+        {"lic circle -o x.png --adjust 128", "--adjust expects MEAN,SDEV"},
+        {"lic circle -o x.png --range 3,1", "--range expects MIN,MAX"},
+        {"lic circle -o x.png --line-colour purple", "--line-colour expects"},
+        {"lic circle -o x.png --zoom 0x10", "--zoom expects WxH"},
+        {"lic circle -o x.png --integrator midpoint --rk43 4,0.5,15,0.001", "--rk43"},
+        {"lic circle -o x.png --rk43 4,0.5", "--rk43 expects"},
+        {"lic circle -o x.png --matrix 1,2,3", "--matrix expects a,b,c,d"},
+        {"lic circle -o x.png --grid 1x5", "--grid expects WxH with 2 to 10000"},
+        {"lic circle -o x.png --ucd 20x20", "names a built-in field"},
+        {"lic circle -o x.png -v -q", "excludes"},
+        {"field circle", "--output is required"},
+        {"info", "FILE is required"},
+    };
+    for (const Case& c : cases) {
+        Outcome run = muskeip(c.arguments);
+        EXPECT_EQ(2, run.status) << c.arguments;
+        EXPECT_TRUE(contains(run.err, c.message)) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(contains(run.err, "--help")) << c.arguments;
+    }
+}
+
+TEST_F(CliFiles, MissingAndMalformedFilesFailWithOneAndNameTheFile) {
+    std::string vec = circleFile(9, 9);
+    testutil::writeFile(path("header.vec"), "FLIC VECTR ASCII\n2 2\n0 0 0 0 0 0 0 0\n");
+    testutil::writeFile(path("size.vec"), "FLIC VECTOR ASCII\n1 5\n0 0\n");
+    testutil::writeFile(path("short.vec"), "FLIC VECTOR BINARY\n4 4\n" + std::string(40, '\0'));
+    testutil::writeFile(path("values.sca"), "FLIC SCALAR ASCII\n2 2\n1 2 x\n");
+    testutil::writeFile(path("p4.pgm"), "P4\n2 2\n\x0f\x0f");
+    testutil::writeFile(path("dims.pgm"), "P5 4 4 255\n");
+    testutil::writeFile(path("mesh.inp"), "3 1\nvertices\n0 0 1 1\n1 0 1\n0 1 1 1\n");
+    testutil::writeFile(path("bad.gfx"), "FLIC GRAPHICS\ncolor 1 0\n");
+    testutil::writeFile(path("plain.gfx"), "FLIC GRAPHICS\nline 0 0 1 1\n");
+    testutil::writeFile(path("text.txt"), "hello world\n");
+    testutil::writeFile(path("bad.icol"), "1 2\n");
+    FlicImage mask(5, 5, 1);
+    mask.clear(9);
+    mask.writePNM(path("mask.pgm").c_str());
+    std::string out = " -o " + q("out.png");
+    struct Case {
+        std::string arguments, file, message;
+    } cases[] = {
+        {"lic " + q("none.vec") + out, "none.vec", "No such file"},
+        {"lic " + q("header.vec") + out, "header.vec", "'FLIC VECTOR' not found"},
+        {"lic " + q("size.vec") + out, "size.vec", "illegal vector field dimensions"},
+        {"lic " + q("short.vec") + out, "short.vec", "ends after 10 of 32 values"},
+        {"lic " + q("values.sca") + out, "values.sca", "illegal or missing scalar values"},
+        {"lic " + q("p4.pgm") + out, "p4.pgm", "FLIC error: "},
+        {"lic " + q("dims.pgm") + out, "dims.pgm", "couldn't read dimensions"},
+        {"lic " + q("mesh.inp") + out, "mesh.inp", "expected to read 4 floats, got 3"},
+        {"lic " + q("text.txt") + out, "text.txt", "not a FLIC VECTOR"},
+        {"lic " + q("plain.gfx") + out, "plain.gfx", "is a drawing, not a field"},
+        {"lic " + shellQuoted(vec) + out + " --texture " + q("none.pgm"), "none.pgm", "No such"},
+        {"lic " + shellQuoted(vec) + out + " --overlay " + q("none.gfx"), "none.gfx", "No such"},
+        {"lic " + shellQuoted(vec) + out + " --overlay " + q("bad.gfx"), "bad.gfx",
+         "expecting 'color r g b'"},
+        {"lic " + shellQuoted(vec) + out + " --mesh " + q("none.inp"), "none.inp", "No such"},
+        {"lic " + shellQuoted(vec) + out + " --colour magnitude --colormap " + q("bad.icol"),
+         "bad.icol", "Illegal format in"},
+        {"lic " + shellQuoted(vec) + out + " --seedmap " + q("s.png") + " --mask " + q("none.pgm"),
+         "none.pgm", "No such"},
+        {"lic " + shellQuoted(vec) + out + " --seedmap " + q("s.png") + " --mask " + q("mask.pgm"),
+         "mask.pgm", "the mask has 5 x 5 pixels, but the field has 9 x 9 nodes"},
+        {"lic circle -o " + q("no/such/folder.png"), "no/such/folder.png", "No such"},
+        {"field circle -o " + q("no/such/folder.vec"), "no/such/folder.vec", "No such"},
+        {"field " + q("text.txt") + " -o " + q("x.vec"), "text.txt", "not a FLIC VECTOR"},
+        {"info " + q("none.vec"), "none.vec", "No such file"},
+        {"info " + q("short.vec"), "short.vec", "ends after 10 of 32 values"},
+        {"info " + q("mesh.inp"), "mesh.inp", "vertex lines end early"},
+        {"info " + q("text.txt"), "text.txt", "not a PNM, PNG"},
+    };
+    for (const Case& c : cases) {
+        Outcome run = muskeip(c.arguments);
+        EXPECT_EQ(1, run.status) << c.arguments;
+        EXPECT_TRUE(contains(run.err, c.file)) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(contains(run.err, c.message)) << c.arguments << "\n" << run.err;
+    }
+}
+
+TEST_F(CliFiles, EveryInputKindGivesAPicture) {
+    // Files of every kind the lic command reads.
+    circleFile(33, 17);
+    ASSERT_EQ(0, muskeip("field dipole --size 64x64 -o " + q("dipole.sca")).status);
+    FlicImage disc = discImage(80, 60);
+    disc.writePNM(path("disc.pgm").c_str());
+    ASSERT_EQ(1, writePNG(path("disc.png"), disc));
+    testutil::writeFile(path("vector.inp"), ucdMesh(8, true));
+    testutil::writeFile(path("scalar.inp"), ucdMesh(8, false));
+    struct Case {
+        std::string source, options;
+        int width, height;
+    } cases[] = {
+        {q("circle.vec"), "", 512, 264}, // at least 512 on the longer side, aspect kept
+        {q("circle.vec"), "--size 97x45", 97, 45},
+        {q("dipole.sca"), "", 512, 512},
+        {q("disc.pgm"), "", 512, 384},
+        {q("disc.png"), "--angle 90", 512, 384},
+        {q("vector.inp"), "--size 120x60", 120, 60},
+        {q("scalar.inp"), "--ucd 50x30", 512, 307},
+        {"circle", "", 512, 512},
+        {"saddle", "--size 64x48", 64, 48},
+        {"linear", "--matrix 1,0,0,-1 --offset 0.5,0 --size 64x64", 64, 64},
+        {"brusselator", "--brusselator 3,4,1,2.5 --size 64x64", 64, 64},
+        {"dipole", "--extent 6 --phase 0.25 --size 96x64 --grid 48x32", 96, 64},
+    };
+    for (const Case& c : cases) {
+        Outcome run = muskeip("lic " + c.source + " -o " + q("out.png") + " " + c.options);
+        ASSERT_EQ(0, run.status) << c.source << " " << c.options << "\n" << run.err;
+        EXPECT_EQ("", run.err) << c.source;
+        int width, height, type;
+        pngHeader(path("out.png"), width, height, type);
+        EXPECT_EQ(c.width, width) << c.source << " " << c.options;
+        EXPECT_EQ(c.height, height) << c.source << " " << c.options;
+        EXPECT_EQ(0, type) << c.source;
+        expectPicture(path("out.png"), c.width, c.height, 1);
+    }
+}
+
+TEST_F(CliFiles, PictureIsExactlyTheLibrarysComputation) {
+    std::string vec = circleFile(21, 21);
+    Outcome run = muskeip("lic " + shellQuoted(vec) + " -o " + q("lic.pgm") +
+                          " --size 96x80 --kernel box --length 10 --seeding sobol --subpixels 2"
+                          " --integrator midpoint --interpolation constant --normalization 0.5"
+                          " --noise uniform --seed 7 --extension 30 --step 1.5 --adjust 100,30");
+    ASSERT_EQ(0, run.status) << run.err;
+
+    FlicVectorField field;
+    ASSERT_EQ(1, field.read(vec.c_str()));
+    FlicImage noise(96, 80, 1);
+    noise.createRandom(0, 7);
+    FlicCompute engine;
+    engine.setFilterKernel(FlicCompute::BOX);
+    engine.setFilterLength(10.0f);
+    engine.seedingMethod = 2;
+    engine.setNumSubPixels(2);
+    engine.setNormalization(0.5f);
+    engine.useEuler();
+    engine.setInterpolationMethod(FlicCompute::CONSTANT);
+    engine.extensionLength = 30.0f;
+    engine.stepLength = 1.5f;
+    FlicImage expected;
+    ASSERT_EQ(1, engine.compute(&field, &noise, &expected));
+    expected.autoAdjust(100.0f, 30.0f);
+
+    FlicImage written;
+    ASSERT_EQ(1, written.readPNM(path("lic.pgm").c_str()));
+    EXPECT_EQ(bytesOf(expected), bytesOf(written));
+}
+
+TEST_F(CliFiles, PostProcessingRunsInItsDocumentedOrder) {
+    std::string vec = circleFile(17, 17);
+    Outcome run = muskeip("lic " + shellQuoted(vec) + " -o " + q("post.ppm") +
+                          " --size 64x48 --blur 2 --median --colour direction --emboss"
+                          " --zoom 80x60");
+    ASSERT_EQ(0, run.status) << run.err;
+
+    FlicVectorField field;
+    ASSERT_EQ(1, field.read(vec.c_str()));
+    FlicImage picture, noise(64, 48, 1);
+    noise.createRandom(1, 1);
+    FlicCompute engine;
+    ASSERT_EQ(1, engine.compute(&field, &noise, &picture));
+    picture.autoAdjust(128.0f, 40.0f);
+    picture.gaussBlur(2);
+    picture.medianFilter();
+    FlicImage colours(64, 48, 3), mixed;
+    field.vecToColor(colours, 0);
+    ASSERT_EQ(1, colours.mix(picture, &mixed));
+    mixed.emboss(field);
+    mixed.zoom(80, 60);
+
+    FlicImage written;
+    ASSERT_EQ(1, written.readPNM(path("post.ppm").c_str()));
+    EXPECT_EQ(3, written.nChannels);
+    EXPECT_EQ(bytesOf(mixed), bytesOf(written));
+}
+
+TEST_F(CliFiles, OutputFormatsFollowTheExtension) {
+    std::string vec = circleFile(9, 9);
+    std::string base = "lic " + shellQuoted(vec) + " --size 40x30 ";
+    ASSERT_EQ(0, muskeip(base + "-o " + q("a.pgm")).status);
+    ASSERT_EQ(0, muskeip(base + "-o " + q("a.ppm")).status);
+    ASSERT_EQ(0, muskeip(base + "-o " + q("a.pnm") + " --ascii").status);
+    ASSERT_EQ(0, muskeip(base + "-o " + q("a.PNG")).status);
+    ASSERT_EQ(0, muskeip(base + "-o " + q("c.pgm") + " --colour magnitude").status);
+    ASSERT_EQ(0, muskeip(base + "-o " + q("c.png") + " --colour magnitude").status);
+    EXPECT_EQ("P5\n40 30\n255\n", testutil::readFile(path("a.pgm")).substr(0, 13));
+    EXPECT_EQ("P6\n40 30\n255\n", testutil::readFile(path("a.ppm")).substr(0, 13));
+    EXPECT_EQ("P2\n40 30\n255\n", testutil::readFile(path("a.pnm")).substr(0, 13));
+    EXPECT_EQ("P5\n", testutil::readFile(path("c.pgm")).substr(0, 3)); // colours greyed
+    int width, height, type;
+    pngHeader(path("c.png"), width, height, type);
+    EXPECT_EQ(2, type);
+
+    // The same picture in every form: grey repeated in the PPM, text in the ASCII PNM.
+    FlicImage pgm, ppm, pnm, png;
+    ASSERT_EQ(1, pgm.readPNM(path("a.pgm").c_str()));
+    ASSERT_EQ(1, ppm.readPNM(path("a.ppm").c_str()));
+    ASSERT_EQ(1, pnm.readPNM(path("a.pnm").c_str()));
+    ASSERT_EQ(1, readImage(path("a.PNG"), png));
+    expectPicture(path("a.pgm"), 40, 30, 1);
+    EXPECT_EQ(bytesOf(pgm), bytesOf(pnm));
+    EXPECT_EQ(bytesOf(pgm), bytesOf(png));
+    FlicImage red;
+    ppm.oneband(0, &red);
+    EXPECT_EQ(bytesOf(pgm), bytesOf(red));
+    expectPicture(path("c.png"), 40, 30, 3);
+}
+
+TEST_F(CliFiles, SeedMapMaskAndLinesDrawn) {
+    std::string vec = circleFile(9, 9);
+    FlicImage mask(9, 9, 1);
+    mask.clear(77);
+    mask.writePNM(path("mask.pgm").c_str());
+    Outcome run = muskeip("lic " + shellQuoted(vec) + " --size 40x30 -o " + q("a.png") +
+                          " --seedmap " + q("seeds.pgm") + " --mask " + q("mask.pgm"));
+    ASSERT_EQ(0, run.status) << run.err;
+    FlicImage seeds;
+    ASSERT_EQ(1, seeds.readPNM(path("seeds.pgm").c_str()));
+    ASSERT_EQ(40 * 30, seeds.width * seeds.height);
+    int seeded = 0, unseeded = 0;
+    for (unsigned char v : bytesOf(seeds)) {
+        seeded += v == 77;
+        unseeded += v == 1;
+    }
+    EXPECT_GT(seeded, 0);
+    EXPECT_GT(unseeded, 0);
+    EXPECT_EQ(40 * 30, seeded + unseeded);
+
+    // A red line along the bottom row from a command file, and a mesh drawn in blue.
+    testutil::writeFile(path("line.gfx"), "FLIC GRAPHICS\nline 0 0 39 0\n");
+    testutil::writeFile(path("mesh.inp"), ucdMesh(2, true));
+    run = muskeip("lic " + shellQuoted(vec) + " --size 40x30 -o " + q("lines.ppm") + " --overlay " +
+                  q("line.gfx") + " --line-colour red --line-width 1");
+    ASSERT_EQ(0, run.status) << run.err;
+    FlicImage lines;
+    ASSERT_EQ(1, lines.readPNM(path("lines.ppm").c_str()));
+    for (int x = 0; x < 40; x++)
+        EXPECT_EQ(0, memcmp(lines.data + 3 * x, "\xff\x00\x00", 3)) << x;
+    run = muskeip("lic " + q("mesh.inp") + " --size 40x20 -o " + q("mesh.ppm") + " --mesh " +
+                  q("mesh.inp") + " --line-colour 0,0,255");
+    ASSERT_EQ(0, run.status) << run.err;
+    FlicImage mesh;
+    ASSERT_EQ(1, mesh.readPNM(path("mesh.ppm").c_str()));
+    int blue = 0;
+    for (int p = 0; p < 40 * 20; p++)
+        blue += memcmp(mesh.data + 3 * p, "\x00\x00\xff", 3) == 0;
+    EXPECT_GT(blue, 80); // the outline alone has 116 pixels, less the clipped top and right
+}
+
+TEST_F(CliFiles, ProgressBarLeavesTheBytesUnchanged) {
+    std::string vec = circleFile(17, 17);
+    std::string base = "lic " + shellQuoted(vec) + " --size 300x200 --seeding raster -o ";
+    Outcome plain = muskeip(base + q("plain.pgm"));
+    Outcome shown = muskeip(base + q("shown.pgm") + " --progress");
+    ASSERT_EQ(0, plain.status);
+    ASSERT_EQ(0, shown.status);
+    EXPECT_EQ("", plain.err); // not a terminal, below 2 Mpixel: no bar
+    EXPECT_TRUE(contains(shown.err, "[########################################] 100%"))
+        << shown.err;
+    EXPECT_EQ(testutil::readFile(path("plain.pgm")), testutil::readFile(path("shown.pgm")));
+    Outcome quiet = muskeip(base + q("quiet.pgm") + " --progress -q");
+    EXPECT_EQ("", quiet.err);
+}
+
+TEST_F(CliFiles, VerboseAndQuiet) {
+    std::string vec = circleFile(9, 9);
+    Outcome verbose = muskeip("-v lic " + shellQuoted(vec) + " --size 40x30 -o " + q("a.png"));
+    ASSERT_EQ(0, verbose.status);
+    for (const char* line : {"FLIC info: computing LIC image (L=20, filter=triangle, mask=1x1)",
+                             "FLIC info: total number of field lines = ",
+                             "FLIC info: average number of hits per pixel = ",
+                             "FLIC info: time for LIC computation = "})
+        EXPECT_TRUE(contains(verbose.err, line)) << line << "\n" << verbose.err;
+
+    // A zero field warns (the picture is black); -q keeps the warning back but not errors.
+    FlicVectorField zero(4, 4);
+    memset(zero.data, 0, 4 * 4 * sizeof(Vec2f));
+    zero.write(path("zero.vec").c_str(), 1);
+    std::string lic = "lic " + q("zero.vec") + " --size 20x20 -o " + q("z.png");
+    Outcome loud = muskeip(lic);
+    EXPECT_EQ(0, loud.status);
+    EXPECT_TRUE(contains(loud.err, "warning: ")) << loud.err;
+    EXPECT_TRUE(contains(loud.err, "zero.vec")) << loud.err;
+    Outcome quiet = muskeip(lic + " -q");
+    EXPECT_EQ(0, quiet.status);
+    EXPECT_EQ("", quiet.err);
+    // A value-less --emboss before FIELD leaves FIELD to be the field.
+    EXPECT_EQ(0, muskeip("lic --emboss saddle --size 20x20 -o " + q("e.png")).status);
+    Outcome angle = muskeip("lic saddle --angle 30 --size 20x20 -o " + q("s.png"));
+    EXPECT_EQ(0, angle.status);
+    EXPECT_TRUE(contains(angle.err, "warning: --angle")) << angle.err;
+    EXPECT_EQ("", muskeip("lic saddle --angle 30 --size 20x20 -q -o " + q("s.png")).err);
+    Outcome failed = muskeip("-q lic " + q("none.vec") + " -o " + q("z.png"));
+    EXPECT_EQ(1, failed.status);
+    EXPECT_TRUE(contains(failed.err, "none.vec"));
+}
+
+TEST_F(CliFiles, FieldGeneratesAndConverts) {
+    // Binary vector files are written big-endian, so the library's reader gets the values back.
+    ASSERT_EQ(0, muskeip("field circle --size 9x7 -o " + q("c.vec")).status);
+    std::string bytes = testutil::readFile(path("c.vec"));
+    ASSERT_EQ("FLIC VECTOR BINARY\n9 7\n", bytes.substr(0, 23));
+    EXPECT_EQ(23u + 9 * 7 * 8, bytes.size());
+    EXPECT_EQ(std::string("\x3f\x00\x00\x00", 4), bytes.substr(23, 4)); // 0.5, big-endian
+    FlicVectorField read, expected(9, 7);
+    expected.setCircle(0.0f);
+    ASSERT_EQ(1, read.read(path("c.vec").c_str()));
+    ASSERT_EQ(9, read.width);
+    EXPECT_EQ(0, memcmp(expected.data, read.data, 9 * 7 * sizeof(Vec2f)));
+
+    // Binary to ASCII and back keeps the values (to "%g" precision).
+    ASSERT_EQ(0, muskeip("field " + q("c.vec") + " --ascii -o " + q("a.vec")).status);
+    EXPECT_EQ("FLIC VECTOR ASCII\n9 7\n", testutil::readFile(path("a.vec")).substr(0, 22));
+    ASSERT_EQ(0, muskeip("field " + q("a.vec") + " -o " + q("b.vec")).status);
+    FlicVectorField back;
+    ASSERT_EQ(1, back.read(path("b.vec").c_str()));
+    for (int i = 0; i < 2 * 9 * 7; i++)
+        EXPECT_NEAR(expected.data[i], back.data[i], 1e-6f) << i;
+
+    // Scalar sources stay scalar unless --angle turns them into their gradient.
+    ASSERT_EQ(0, muskeip("field dipole --size 16x12 --extent 5 -o " + q("d.sca")).status);
+    FlicScalarField dipole, expectedDipole(16, 12);
+    expectedDipole.createDipole(5.0f, 0.0f);
+    ASSERT_EQ(1, dipole.read(path("d.sca").c_str()));
+    EXPECT_EQ(0, memcmp(expectedDipole.data, dipole.data, 16 * 12 * sizeof(float)));
+    ASSERT_EQ(0, muskeip("field " + q("d.sca") + " --angle 90 -o " + q("g.vec")).status);
+    FlicVectorField gradient, expectedGradient;
+    expectedGradient.fromScalarField(expectedDipole, static_cast<float>(M_PI / 2));
+    ASSERT_EQ(1, gradient.read(path("g.vec").c_str()));
+    EXPECT_EQ(0, memcmp(expectedGradient.data, gradient.data, 16 * 12 * sizeof(Vec2f)));
+
+    // Meshes are rasterised onto the grid of --size, as the library imports them.
+    testutil::writeFile(path("m.inp"), ucdMesh(4, true));
+    testutil::writeFile(path("s.inp"), ucdMesh(4, false));
+    ASSERT_EQ(0, muskeip("field " + q("m.inp") + " --size 20x10 -o " + q("m.vec")).status);
+    ASSERT_EQ(0, muskeip("field " + q("s.inp") + " --size 20x10 -o " + q("s.sca")).status);
+    FlicVectorField mesh, expectedMesh;
+    ASSERT_EQ(1, expectedMesh.readUCD(path("m.inp").c_str(), 20, 10));
+    ASSERT_EQ(1, mesh.read(path("m.vec").c_str()));
+    EXPECT_EQ(0, memcmp(expectedMesh.data, mesh.data, 20 * 10 * sizeof(Vec2f)));
+    EXPECT_EQ("FLIC SCALAR BINARY\n20 10\n", testutil::readFile(path("s.sca")).substr(0, 25));
+
+    // --size is a grid for built-in fields and meshes only.
+    Outcome resize = muskeip("field " + q("c.vec") + " --size 5x5 -o " + q("x.vec"));
+    EXPECT_EQ(2, resize.status);
+    EXPECT_TRUE(contains(resize.err, "c.vec"));
+}
+
+TEST_F(CliFiles, InfoDescribesEveryKind) {
+    ASSERT_EQ(0, muskeip("field circle --size 5x5 -o " + q("c.vec")).status);
+    ASSERT_EQ(0, muskeip("field dipole --size 8x8 --ascii -o " + q("d.sca")).status);
+    FlicImage disc = discImage(30, 20);
+    disc.writePNM(path("disc.pgm").c_str());
+    testutil::writeFile(path("m.inp"), ucdMesh(3, true));
+    testutil::writeFile(path("g.gfx"), "FLIC GRAPHICS\ncolor 1 0 0\nline 0 0 1 1\n");
+    struct Case {
+        std::string file;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"c.vec",
+         {"FLIC VECTOR field, binary", "size: 5 x 5 nodes", "x range: -0.5 .. 0.5",
+          "max vector length: 0.707107", "zero vectors: 1"}},
+        {"d.sca", {"FLIC SCALAR field, ASCII", "size: 8 x 8 nodes", "value range: "}},
+        {"disc.pgm", {"PNM image", "size: 30 x 20 pixels", "channels: 1 (grey)", "value range"}},
+        {"m.inp",
+         {"UCD mesh", "vertices: 16, triangles: 18", "values per vertex: 2 (a vector field)",
+          "x range: 0 .. 2", "vx range: -0.5 .. 0.5"}},
+        {"g.gfx", {"FLIC GRAPHICS command file", "lines: 3"}},
+    };
+    for (const Case& c : cases) {
+        Outcome run = muskeip("info " + q(c.file));
+        ASSERT_EQ(0, run.status) << c.file << "\n" << run.err;
+        EXPECT_TRUE(contains(run.out, path(c.file) + ": ")) << run.out;
+        for (const std::string& line : c.lines)
+            EXPECT_TRUE(contains(run.out, line)) << c.file << ": " << line << "\n" << run.out;
+    }
+}
