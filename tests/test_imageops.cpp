@@ -8,52 +8,24 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-typedef std::vector<int> Bytes;
-
-// An image of the given geometry whose compact bytes are `bytes`.
-FlicImage makeImage(int width, int height, int channels, const Bytes& bytes) {
-    FlicImage image(width, height, channels);
-    for (size_t i = 0; i < bytes.size(); i++)
-        image.data[i] = static_cast<unsigned char>(bytes[i]);
-    return image;
-}
-
-// The pixel bytes, row by row (by bytesPerLine).
-Bytes bytesOf(const FlicImage& image) {
-    Bytes out;
-    for (int y = 0; y < image.height; y++)
-        for (int i = 0; i < image.nChannels * image.width; i++)
-            out.push_back(image.data[y * image.bytesPerLine + i]);
-    return out;
-}
-
-template <typename Operation>
-std::string stderrOf(Operation operation) {
-    testing::internal::CaptureStderr();
-    operation();
-    return testing::internal::GetCapturedStderr();
-}
+using namespace testutil;
+using Bytes = std::vector<int>;
 
 const std::string kSameSize = "Images must have same size.\n";
-
-} // namespace
 
 TEST(ImageOps, ColorToGreyGlueOneband) {
     FlicImage rgb = makeImage(3, 1, 3, {255, 0, 0, 0, 255, 0, 0, 0, 255});
     FlicImage grey;
     rgb.colorToGrey(&grey);
-    EXPECT_EQ(bytesOf(grey), (Bytes{76, 150, 28}));
-    EXPECT_EQ(rgb.nChannels, 3);
+    EXPECT_EQ(pixelBytes(grey), (Bytes{76, 150, 28}));
+    EXPECT_EQ(rgb.nChannels, 3); // unchanged when a result is given
     rgb.colorToGrey();
-    EXPECT_EQ(rgb.bytesPerLine, 3);
-    EXPECT_EQ(bytesOf(rgb), (Bytes{76, 150, 28}));
+    EXPECT_EQ(pixelBytes(rgb), (Bytes{76, 150, 28}));
     // Read as compact triples (row gaps not skipped), written over the caller's bytes.
     unsigned char memory[12] = {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3};
     FlicImage wrapped(1, 2, 3, 6, memory);
     wrapped.colorToGrey();
-    EXPECT_EQ(bytesOf(wrapped), (Bytes{18, 48}));
+    EXPECT_EQ(pixelBytes(wrapped), (Bytes{18, 48}));
     EXPECT_EQ(memory[1], 48);
 
     // Glue reads one byte per pixel, each source by its own rows; an image may glue itself.
@@ -61,9 +33,9 @@ TEST(ImageOps, ColorToGreyGlueOneband) {
     unsigned char blueMemory[6] = {9, 10, 0, 11, 12, 0};
     FlicImage b(2, 2, 3, blueMemory), out;
     EXPECT_EQ(out.glue(r, g, b), 1);
-    EXPECT_EQ(bytesOf(out), (Bytes{1, 5, 9, 2, 6, 10, 3, 7, 11, 4, 8, 12}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{1, 5, 9, 2, 6, 10, 3, 7, 11, 4, 8, 12}));
     r.glue(r, r, r);
-    EXPECT_EQ(bytesOf(r), (Bytes{1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4}));
+    EXPECT_EQ(pixelBytes(r), (Bytes{1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4}));
     FlicImage narrow(1, 2, 1);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(out.glue(g, g, narrow), 0); }),
               "Images must have equal size.\n");
@@ -73,23 +45,23 @@ TEST(ImageOps, ColorToGreyGlueOneband) {
     // (0 before the first byte).
     FlicImage two = makeImage(1, 2, 3, {1, 2, 3, 4, 5, 6});
     two.oneband(5, &out);
-    EXPECT_EQ(bytesOf(out), (Bytes{3, 6}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{3, 6}));
     two.oneband(-1, &out);
-    EXPECT_EQ(bytesOf(out), (Bytes{0, 3}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{0, 3}));
     two.oneband(1);
-    EXPECT_EQ(bytesOf(two), (Bytes{2, 5}));
+    EXPECT_EQ(pixelBytes(two), (Bytes{2, 5}));
 }
 
 TEST(ImageOps, BrightenAndAutoAdjust) {
     FlicImage image = makeImage(4, 1, 1, {0, 50, 150, 250}), out;
     image.brighten(255, 0, &out);
-    EXPECT_EQ(bytesOf(out), (Bytes{255, 205, 105, 5}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{255, 205, 105, 5}));
     image.brighten(0, 255, &out);
-    EXPECT_EQ(bytesOf(out), bytesOf(image));
+    EXPECT_EQ(pixelBytes(out), pixelBytes(image));
     image.brighten(100, 100, &out); // no division: unchanged
-    EXPECT_EQ(bytesOf(out), bytesOf(image));
+    EXPECT_EQ(pixelBytes(out), pixelBytes(image));
     image.brighten(100, 200);
-    EXPECT_EQ(bytesOf(image), (Bytes{0, 0, 127, 255}));
+    EXPECT_EQ(pixelBytes(image), (Bytes{0, 0, 127, 255}));
     unsigned char memory[8] = {10, 20, 30, 99, 40, 50, 60, 99}; // row gaps stay
     FlicImage wrapped(1, 2, 3, 4, memory);
     wrapped.brighten(10, 60);
@@ -100,19 +72,17 @@ TEST(ImageOps, BrightenAndAutoAdjust) {
     float spread = std::sqrt(800.0f);
     out = source;
     out.autoAdjust(50, spread / 2);
-    EXPECT_EQ(bytesOf(out), (Bytes{0, 40, 60}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{0, 40, 60}));
     out = source;
     out.autoAdjust(250, spread * 2); // clamped
-    EXPECT_EQ(bytesOf(out), (Bytes{0, 210, 255}));
-    FlicImage zeros = makeImage(2, 1, 1, {0, 0}), single = makeImage(2, 1, 1, {0, 9});
-    zeros.autoAdjust(100, 30);
-    EXPECT_EQ(bytesOf(zeros), (Bytes{0, 0}));
-    single.autoAdjust(100, 30); // one non-zero byte: gain 1
-    EXPECT_EQ(bytesOf(single), (Bytes{0, 100}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{0, 210, 255}));
+    FlicImage single = makeImage(3, 1, 1, {0, 9, 0}); // one non-zero byte: gain 1
+    single.autoAdjust(100, 30);
+    EXPECT_EQ(pixelBytes(single), (Bytes{0, 100, 0}));
     // With a result: this image's statistics, the result's own bytes.
     FlicImage target = makeImage(3, 1, 1, {0, 10, 60});
     source.autoAdjust(130, spread, &target);
-    EXPECT_EQ(bytesOf(target), (Bytes{0, 20, 70}));
+    EXPECT_EQ(pixelBytes(target), (Bytes{0, 20, 70}));
 }
 
 TEST(ImageOps, MixAndMask) {
@@ -121,9 +91,9 @@ TEST(ImageOps, MixAndMask) {
     FlicImage grey = makeImage(3, 1, 1, {64, 191, 128}), mixed;
     Bytes expected = {128, 0, 0, 255, 191, 127, 128, 128, 128};
     ASSERT_EQ(grey.mix(colour, &mixed), 1);
-    EXPECT_EQ(bytesOf(mixed), expected);
+    EXPECT_EQ(pixelBytes(mixed), expected);
     ASSERT_EQ(colour.mix(grey), 1);
-    EXPECT_EQ(bytesOf(colour), expected);
+    EXPECT_EQ(pixelBytes(colour), expected);
     const std::string channels = "Illegal number of channels (1 and 3 required).\n";
     FlicImage four(3, 1, 4), small(2, 1, 3);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(grey.mix(grey), 0); }), channels);
@@ -132,16 +102,16 @@ TEST(ImageOps, MixAndMask) {
 
     FlicImage image = makeImage(2, 1, 1, {10, 20}), mask = makeImage(2, 1, 1, {0, 3});
     ASSERT_EQ(image.applyMask(mask, &mixed), 1);
-    EXPECT_EQ(bytesOf(mixed), (Bytes{10, 0, 20, 255}));
+    EXPECT_EQ(pixelBytes(mixed), (Bytes{10, 0, 20, 255}));
     EXPECT_EQ(image.nChannels, 2); // this image reports the new count too
     FlicImage copy(image);         // and reading it stays inside its block
     EXPECT_EQ(copy.data[0], 10);
     FlicImage rgb = makeImage(2, 1, 3, {1, 2, 3, 4, 5, 6});
     ASSERT_EQ(rgb.applyMask(mask), 1);
-    EXPECT_EQ(bytesOf(rgb), (Bytes{1, 2, 3, 0, 4, 5, 6, 255}));
+    EXPECT_EQ(pixelBytes(rgb), (Bytes{1, 2, 3, 0, 4, 5, 6, 255}));
     FlicImage pair = makeImage(2, 1, 2, {1, 2, 3, 4}); // no room for alpha: copied
     ASSERT_EQ(pair.applyMask(mask), 1);
-    EXPECT_EQ(bytesOf(pair), (Bytes{1, 2, 3, 4}));
+    EXPECT_EQ(pixelBytes(pair), (Bytes{1, 2, 3, 4}));
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(four.applyMask(mask), 0); }), kSameSize);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(pair.applyMask(rgb), 0); }),
               "mask must only have one component.\n");
@@ -152,26 +122,26 @@ TEST(ImageOps, MultiplySubtractCrop) {
     FlicImage rgb = makeImage(2, 1, 3, {255, 100, 1, 0, 77, 254}), out;
     FlicImage white = makeImage(2, 1, 1, {255, 255}), half = makeImage(2, 1, 1, {128, 128});
     ASSERT_EQ(rgb.multiply(white, &out), 1);
-    EXPECT_EQ(bytesOf(out), bytesOf(rgb));
+    EXPECT_EQ(pixelBytes(out), pixelBytes(rgb));
     ASSERT_EQ(half.multiply(rgb, &out), 1); // grey first: still three channels
-    EXPECT_EQ(bytesOf(out), (Bytes{128, 50, 0, 0, 38, 127}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{128, 50, 0, 0, 38, 127}));
     ASSERT_EQ(rgb.subtract(rgb, &out), 1);
-    EXPECT_EQ(bytesOf(out), Bytes(6, 128));
+    EXPECT_EQ(pixelBytes(out), Bytes(6, 128));
     FlicImage a = makeImage(3, 1, 1, {0, 255, 100}), b = makeImage(3, 1, 1, {200, 0, 90});
     ASSERT_EQ(a.subtract(b), 1);
-    EXPECT_EQ(bytesOf(a), (Bytes{0, 255, 138}));
+    EXPECT_EQ(pixelBytes(a), (Bytes{0, 255, 138}));
     FlicImage tall(2, 2, 1);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(rgb.multiply(tall), 0); }), kSameSize);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(rgb.subtract(tall), 0); }), kSameSize);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(rgb.subtract(white), 0); }),
               "Images must have same number of channels.\n");
-    EXPECT_EQ(bytesOf(rgb), (Bytes{255, 100, 1, 0, 77, 254}));
+    EXPECT_EQ(pixelBytes(rgb), (Bytes{255, 100, 1, 0, 77, 254}));
 
     FlicImage grey = makeImage(3, 2, 1, {1, 2, 3, 4, 5, 6});
     ASSERT_EQ(grey.crop(-1, -1, 3, 2, &out), 1); // a black frame all round
-    EXPECT_EQ(bytesOf(out), (Bytes{0, 0, 0, 0, 0, 0, 1, 2, 3, 0, 0, 4, 5, 6, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{0, 0, 0, 0, 0, 0, 1, 2, 3, 0, 0, 4, 5, 6, 0, 0, 0, 0, 0, 0}));
     ASSERT_EQ(rgb.crop(0, 0, 2, 0, &out), 1); // colour: the row's byte at x in every channel
-    EXPECT_EQ(bytesOf(out), (Bytes{255, 255, 255, 100, 100, 100, 0, 0, 0}));
+    EXPECT_EQ(pixelBytes(out), (Bytes{255, 255, 255, 100, 100, 100, 0, 0, 0}));
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(rgb.crop(-2147483647 - 1, 0, 2147483647, 0), 0); }),
               "crop rectangle is too large.\n");
 }
@@ -182,7 +152,8 @@ TEST(ImageOps, FloodFill) {
     FlicImage filled;
     int box[4];
     EXPECT_EQ(image.floodFill(0, 0, 7, box, &filled), 11);
-    EXPECT_EQ(bytesOf(filled), (Bytes{7, 7, 7, 7, 7, 7, 1, 1, 1, 7, 7, 1, 0, 1, 7, 7, 1, 1, 1, 7}));
+    EXPECT_EQ(pixelBytes(filled),
+              (Bytes{7, 7, 7, 7, 7, 7, 1, 1, 1, 7, 7, 1, 0, 1, 7, 7, 1, 1, 1, 7}));
     EXPECT_EQ(Bytes(box, box + 4), (Bytes{0, 0, 4, 3}));
     EXPECT_EQ(image.data[0], 0);
     EXPECT_EQ(image.floodFill(2, 2, 9, box), 1); // the row above the seed is in the box

@@ -2,10 +2,14 @@
 #ifndef MUSKEIP_TESTUTIL_H
 #define MUSKEIP_TESTUTIL_H
 
+#include "image.h"
 #include "messages.h"
+
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -87,6 +91,66 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream out(path, std::ios::binary);
     out << bytes;
+}
+
+// An image of the given geometry whose compact bytes are `bytes`.
+inline FlicImage makeImage(int width, int height, int channels, const std::vector<int>& bytes) {
+    FlicImage image(width, height, channels);
+    for (size_t i = 0; i < bytes.size(); i++)
+        image.data[i] = static_cast<unsigned char>(bytes[i]);
+    return image;
+}
+
+// A grey image whose pixel (x, y) holds values[y * width + x].
+inline FlicImage greyImage(int width, int height, const std::vector<int>& values) {
+    return makeImage(width, height, 1, values);
+}
+
+// The pixel bytes row by row: nChannels * width bytes of each row, rows bytesPerLine apart.
+inline std::vector<int> pixelBytes(const FlicImage& image) {
+    std::vector<int> out;
+    for (int y = 0; y < image.height; y++)
+        for (int i = 0; i < image.nChannels * image.width; i++)
+            out.push_back(image.data[static_cast<long>(y) * image.bytesPerLine + i]);
+    return out;
+}
+
+// What `operation` prints on standard error.
+template <typename Operation>
+std::string stderrOf(Operation operation) {
+    testing::internal::CaptureStderr();
+    operation();
+    return testing::internal::GetCapturedStderr();
+}
+
+// Pixel `along` of line `line` of a band image whose lines run along its rows (`rows`) or down
+// its columns.
+inline unsigned char* bandPixel(FlicImage& band, bool rows, int along, int line) {
+    long row = rows ? line : along, column = rows ? along : line;
+    return band.data + row * band.bytesPerLine + column * band.nChannels;
+}
+
+// A band of bytes 77, `length` pixels along and as many lines across as `pattern` has rows,
+// with the rows of `pattern` laid along its lines from pixel `start` on.
+inline FlicImage bandImage(bool rows, int length, const FlicImage& pattern, int start) {
+    int lines = pattern.height, channels = pattern.nChannels;
+    FlicImage band = rows ? FlicImage(length, lines, channels) : FlicImage(lines, length, channels);
+    band.clear(77);
+    for (int line = 0; line < lines; line++)
+        for (int i = 0; i < pattern.width; i++)
+            memcpy(bandPixel(band, rows, start + i, line),
+                   pattern.data + (line * pattern.width + i) * channels, channels);
+    return band;
+}
+
+// The bytes of pixels first .. last - 1 along every line of a band.
+inline std::vector<int> bandBytes(FlicImage& band, bool rows, int first, int last) {
+    std::vector<int> out;
+    for (int line = 0; line < (rows ? band.height : band.width); line++)
+        for (int i = first; i < last; i++)
+            out.insert(out.end(), bandPixel(band, rows, i, line),
+                       bandPixel(band, rows, i, line) + band.nChannels);
+    return out;
 }
 
 } // namespace testutil
