@@ -10,19 +10,14 @@
 #include <limits>
 #include <vector>
 
-using testutil::MessageCapture;
-using testutil::readFile;
-using testutil::TempDir;
-using testutil::writeFile;
+using namespace testutil;
+using Floats = std::vector<float>;
 
 namespace {
 
-typedef std::vector<float> Floats;
-
 FlicScalarField makeField(int width, int height, const Floats& values) {
     FlicScalarField field(width, height);
-    for (int k = 0; k < width * height; k++)
-        field.data[k] = values[k];
+    std::copy(values.begin(), values.end(), field.data);
     return field;
 }
 
@@ -34,10 +29,6 @@ std::string bytesOf(const Floats& values) {
     return std::string(reinterpret_cast<const char*>(values.data()), 4 * values.size());
 }
 
-std::vector<int> pixelsOf(const FlicImage& image) {
-    return std::vector<int>(image.data, image.data + 3 * image.width * image.height);
-}
-
 } // namespace
 
 TEST(ScalarField, ContainerAndCallback) {
@@ -45,8 +36,6 @@ TEST(ScalarField, ContainerAndCallback) {
     FlicScalarField recorded(2, 3, caller); // size only: no storage attached
     EXPECT_EQ(recorded.width * recorded.height, 6);
     EXPECT_EQ(recorded.data, nullptr);
-    recorded.setSize(2, 2);
-    EXPECT_EQ(recorded.data, recorded.buffer);
 
     FlicScalarField field = makeField(3, 2, {1, 2, 3, 4, 5, 6});
     FlicScalarField copy(field);
@@ -55,8 +44,6 @@ TEST(ScalarField, ContainerAndCallback) {
     float values[2] = {7.5f, 99};
     FlicScalarField::pixelCallback(2, 1, values, &copy);
     EXPECT_EQ(valuesOf(copy), (Floats{1, 2, 3, 4, 5, 7.5f}));
-    copy.setSize(0, 5);
-    EXPECT_EQ(copy.width + copy.height, 5);
 
     MessageCapture capture;
     EXPECT_EQ(field.setSize(100000, 100000), 0);
@@ -143,22 +130,20 @@ TEST(ScalarField, PseudoColor) {
     FlicImage image;
     makeField(3, 1, {0.5f, -3, -0.6f}).pseudoColor(map, image, 1);
     // t = 0.75: blue 63.25 / 127 (126.998 truncated); t <= 0: red; t = 0.2: green 51 / 127.
-    EXPECT_EQ(pixelsOf(image), (std::vector<int>{255, 255, 126, 255, 0, 0, 255, 102, 0}));
+    EXPECT_EQ(pixelBytes(image), (std::vector<int>{255, 255, 126, 255, 0, 0, 255, 102, 0}));
 
     // A grey 3 x 2 image becomes RGB of its size; columns at 0, 0.4995 and 0.999.
     map.createGreyRamp();
     map.setMinMax(0, 1);
     FlicImage grey(3, 2, 1);
     makeField(2, 2, {0, 1, 0, 1}).pseudoColor(map, grey, 0);
-    EXPECT_EQ(grey.width * grey.height * grey.nChannels, 18);
-    std::vector<int> row = {0, 0, 0, 127, 127, 127, 254, 254, 254};
-    row.insert(row.end(), row.begin(), row.end());
-    EXPECT_EQ(pixelsOf(grey), row);
+    EXPECT_EQ(pixelBytes(grey), (std::vector<int>{0, 0, 0, 127, 127, 127, 254, 254, 254, //
+                                                  0, 0, 0, 127, 127, 127, 254, 254, 254}));
 
     FlicImage dot(1, 1, 3); // one pixel: position 0
     makeField(2, 2, {1, 0, 0, 0}).pseudoColor(map, dot, 0);
     float unattached = 0;
     FlicScalarField(4, 4, &unattached).pseudoColor(map, dot, 1); // no values: image alone
     FlicScalarField().pseudoColor(map, dot, 0);
-    EXPECT_EQ(pixelsOf(dot), (std::vector<int>{255, 255, 255}));
+    EXPECT_EQ(pixelBytes(dot), (std::vector<int>{255, 255, 255}));
 }
