@@ -6,29 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <string>
 #include <vector>
 
-using testutil::MessageCapture;
+using namespace testutil;
 using Bytes = std::vector<int>;
 
 namespace {
-
-FlicImage grey(int width, int height, const Bytes& values) {
-    FlicImage image(width, height);
-    for (int i = 0; i < width * height; i++)
-        image.data[i] = static_cast<unsigned char>(values[i]);
-    return image;
-}
-
-Bytes pixels(const FlicImage& image) {
-    Bytes out;
-    for (int y = 0; y < image.height; y++)
-        for (int x = 0; x < image.nChannels * image.width; x++)
-            out.push_back(image.data[y * image.bytesPerLine + x]);
-    return out;
-}
 
 Bytes line(const Bytes& values, const std::vector<float>& kernel) {
     std::vector<unsigned char> bytes(values.begin(), values.end());
@@ -37,39 +21,35 @@ Bytes line(const Bytes& values, const std::vector<float>& kernel) {
     return Bytes(bytes.begin(), bytes.end());
 }
 
+const float kBlur[] = {0.5f, 0.25f};
+
 } // namespace
 
 TEST(PackedTables, EntriesBiasGroupsWarningAndExit) {
-    const float blur[] = {0.5f, 0.25f};
-    flic_initPackedLuts(blur, 2);
+    flic_initPackedLuts(kBlur, 2);
     // v = 100: A = 4 * (0.5 / 2) * 100, B = 4 * 0.25 * 100 + rounding term 1, C = 0.
     EXPECT_EQ(luts[100], 100u + (101u << 10));
-    EXPECT_EQ(luts[FLIC_LUT_BIAS], 0u);
-    EXPECT_EQ(luts[FLIC_LUT_GROUPS], 1u);
+    EXPECT_EQ(luts[FLIC_LUT_BIAS] + luts[FLIC_LUT_GROUPS], 1u);
     // -0.25 gets the offset 256 (counted twice in the bias); v = 255: B = -255 + 256 + 1.
     const float sharpen[] = {1.5f, -0.25f};
     flic_initPackedLuts(sharpen, 2);
     EXPECT_EQ(luts[255], 765u + (2u << 10));
     EXPECT_EQ(luts[FLIC_LUT_BIAS], 512u);
-
     std::vector<float> taps(12, 0.01f);
     taps[9] = 0.25f;
-    testing::internal::CaptureStderr();
-    for (int n : {0, 4, 9, 10}) {
-        flic_initPackedLuts(taps.data(), n);
-        EXPECT_EQ(luts[FLIC_LUT_GROUPS], static_cast<unsigned>((n + 2) / 3));
-    }
+    stderrOf([&] {
+        for (int n : {0, 4, 9, 10}) {
+            flic_initPackedLuts(taps.data(), n);
+            EXPECT_EQ(luts[FLIC_LUT_GROUPS], static_cast<unsigned>((n + 2) / 3));
+        }
+    });
     EXPECT_EQ(luts[2 * FLIC_LUT_ENTRIES + 100], 100u + (1u << 10)); // group 4 over table 2
-    testing::internal::GetCapturedStderr();
 
     const float dark[] = {0.9f};
-    testing::internal::CaptureStderr();
-    flic_initPackedLuts(dark, 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Warning: filter sum != 1 (=0.900000)\n");
-    FlicImage image(4, 4);
-    image.clear(10);
+    EXPECT_EQ(stderrOf([&] { flic_initPackedLuts(dark, 1); }),
+              "Warning: filter sum != 1 (=0.900000)\n");
     const float tooStrong[] = {2.0f, -0.5f};
-    EXPECT_EXIT(image.convolve(2, tooStrong), testing::ExitedWithCode(1),
+    EXPECT_EXIT(FlicImage(4, 4).convolve(2, tooStrong), testing::ExitedWithCode(1),
                 "\\|1\\.000000\\|\\+\\|-0\\.500000\\|\\+\\|0\\.000000\\| > 1\n");
 }
 
@@ -80,12 +60,9 @@ TEST(FastConv, RoundingClampingBordersAndStride) {
     // Sharpening within the bound: results below 0 and above 255 are clamped.
     EXPECT_EQ(line({40, 40, 0, 255, 200, 200}, {1.5f, -0.25f}), (Bytes{40, 50, 0, 255, 186, 200}));
     // Quarter units: 0.9 * 6 = 5.4 packs as round(10.8) = 11 half-units -> 6.
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(line({100, 255, 6, 10}, {0.9f}), (Bytes{90, 230, 6, 9}));
-    testing::internal::GetCapturedStderr();
+    stderrOf([] { EXPECT_EQ(line({100, 255, 6, 10}, {0.9f}), (Bytes{90, 230, 6, 9})); });
 
-    const float blur[] = {0.5f, 0.25f};
-    flic_initPackedLuts(blur, 2);
+    flic_initPackedLuts(kBlur, 2);
     unsigned char strided[15] = {0, 7, 7, 0, 7, 7, 100, 7, 7, 0, 7, 7, 0, 7, 7};
     flic_fastconv(strided, 5, 3, strided);
     EXPECT_EQ(Bytes(strided, strided + 15),
@@ -93,62 +70,56 @@ TEST(FastConv, RoundingClampingBordersAndStride) {
 }
 
 TEST(Convolve, OncePerPassRowsByBytesPerLineAndChannels) {
-    const float blur[] = {0.5f, 0.25f};
     Bytes point(25, 0);
     point[12] = 100;
-    FlicImage source = grey(5, 5, point), result;
-    EXPECT_EQ(source.convolve(2, blur, &result), 1);
-    EXPECT_EQ(pixels(source), point);
-    // Outer product of the passes, each rounding on its own: 6.25 -> 6, 12.5 -> 13.
-    const Bytes spread = {0,  0, 0, 0, 0,  0, 6, 13, 6, 0, 0, 13, 25,
-                          13, 0, 0, 6, 13, 6, 0, 0,  0, 0, 0, 0};
-    EXPECT_EQ(pixels(result), spread);
+    FlicImage source = greyImage(5, 5, point), result;
+    EXPECT_EQ(source.convolve(2, kBlur, &result), 1);
+    EXPECT_EQ(pixelBytes(source), point);
+    // The outer product of the passes, each rounding on its own: 6.25 -> 6, 12.5 -> 13.
+    EXPECT_EQ(pixelBytes(result), (Bytes{0,  0, 0, 0, 0,  0, 6, 13, 6, 0, 0, 13, 25,
+                                         13, 0, 0, 6, 13, 6, 0, 0,  0, 0, 0, 0}));
     // {0.9} darkens once per pass: 100 -> 90 -> 81, 255 -> 230 -> 207.
-    testing::internal::CaptureStderr();
-    FlicImage dark = grey(2, 1, {100, 255});
-    dark.convolve(1, std::vector<float>{0.9f}.data());
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(pixels(dark), (Bytes{81, 207}));
+    FlicImage dark = greyImage(2, 1, {100, 255});
+    stderrOf([&] { dark.convolve(1, std::vector<float>{0.9f}.data()); });
+    EXPECT_EQ(pixelBytes(dark), (Bytes{81, 207}));
 
-    // Colour: the first `width` bytes of each row (rows by bytesPerLine), into a grey result or
-    // in place.
+    // Colour: the first `width` bytes of each row, into a grey result or in place.
     FlicImage rgb(3, 1, 3);
     rgb.clear(50);
     rgb.data[1] = 100;
-    rgb.convolve(2, blur, &result);
-    EXPECT_EQ(pixels(result), (Bytes{63, 75, 63}));
-    rgb.convolve(2, blur);
-    EXPECT_EQ(pixels(rgb), (Bytes{63, 75, 63, 50, 50, 50, 50, 50, 50}));
+    rgb.convolve(2, kBlur, &result);
+    EXPECT_EQ(pixelBytes(result), (Bytes{63, 75, 63}));
+    rgb.convolve(2, kBlur);
+    EXPECT_EQ(pixelBytes(rgb), (Bytes{63, 75, 63, 50, 50, 50, 50, 50, 50}));
 }
 
 TEST(Convolve, UnusableKernelsWriteNothing) {
     FlicImage image(7, 6), result;
     image.createRandom(0, 5);
-    Bytes before = pixels(image);
+    Bytes before = pixelBytes(image);
     std::vector<float> ten(10, 0.05f);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(image.convolve(10, ten.data()), 0);
-    EXPECT_EQ(image.convolve(0, ten.data()) + image.gaussBlur(0) + image.gaussBlur(10), 0);
-    testing::internal::GetCapturedStderr();
+    stderrOf([&] {
+        EXPECT_EQ(image.convolve(10, ten.data()) + image.convolve(0, ten.data()) +
+                      image.gaussBlur(0) + image.gaussBlur(10),
+                  0);
+    });
     EXPECT_EQ(image.gaussBlur(12, &result), 0);
-    EXPECT_EQ(result.width, 7);
-    EXPECT_EQ(result.height, 6);
+    EXPECT_TRUE(result.width == 7 && result.height == 6);
 
     MessageCapture capture;
     const float notANumber[] = {NAN, 0.25f};
-    EXPECT_EQ(image.convolve(2, notANumber), 0);
-    EXPECT_EQ(image.convolve(2, nullptr), 0);
+    EXPECT_EQ(image.convolve(2, notANumber) + image.convolve(2, nullptr), 0);
     EXPECT_EQ(capture.errors(),
               (std::vector<std::string>{"FLIC error: convolution kernel weight 0 is not a number",
                                         "FLIC error: convolve: no kernel given for 2 half-taps"}));
-    EXPECT_EQ(pixels(image), before);
+    EXPECT_EQ(pixelBytes(image), before);
 }
 
 TEST(GaussBlur, IdentityConstantsAndLineEquivalence) {
     FlicImage noise(9, 7), result;
     noise.createRandom(0, 3);
     EXPECT_EQ(noise.gaussBlur(1, &result), 1);
-    EXPECT_EQ(pixels(result), pixels(noise));
+    EXPECT_EQ(pixelBytes(result), pixelBytes(noise));
     // One and two half-taps keep every constant, borders included. Longer kernels round each
     // product on its own and add one rounding term per tap group, which lifts some constants:
     // n = 3 rounds 3.56 + 6.74 + 5.70 up to 17 quarters for 8; n = 4 turns 0 into 1, then 2
@@ -158,14 +129,10 @@ TEST(GaussBlur, IdentityConstantsAndLineEquivalence) {
             FlicImage flat(6, 5);
             flat.clear(v);
             flat.gaussBlur(n);
-            Bytes out = pixels(flat);
+            Bytes out = pixelBytes(flat);
             EXPECT_EQ(out, Bytes(30, out[0])) << n << " " << v;
             int lifted = (n == 3 && v == 8) || (n == 9 && v == 0) ? 1 : (n == 4 && v == 0 ? 2 : 0);
-            if (n <= 2 || lifted) {
-                EXPECT_EQ(out[0], v + lifted) << n << " " << v;
-            } else {
-                EXPECT_GE(out[0], v) << n << " " << v;
-            }
+            EXPECT_TRUE(n <= 2 || lifted ? out[0] == v + lifted : out[0] >= v) << n << " " << v;
         }
     // The column pass (strips of columns) equals flic_fastconv column by column.
     FlicImage wide(1100, 37);
@@ -177,7 +144,7 @@ TEST(GaussBlur, IdentityConstantsAndLineEquivalence) {
             flic_fastconv(&ref[y * 1100], 1100, 1, &ref[y * 1100]);
         for (int x = 0; x < 1100; x++)
             flic_fastconv(&ref[x], 37, 1100, &ref[x]);
-        EXPECT_EQ(pixels(result), Bytes(ref.begin(), ref.end())) << n;
+        EXPECT_EQ(pixelBytes(result), Bytes(ref.begin(), ref.end())) << n;
     }
 }
 
@@ -185,58 +152,39 @@ TEST(MedianFilter, SpikesEdgesCornersAndChannels) {
     Bytes flat(25, 50);
     flat[12] = 255;
     flat[0] = 0;
-    FlicImage spike = grey(5, 5, flat);
+    FlicImage spike = greyImage(5, 5, flat), result;
     EXPECT_EQ(spike.medianFilter(), 1);
-    EXPECT_EQ(pixels(spike), Bytes(25, 50));
+    EXPECT_EQ(pixelBytes(spike), Bytes(25, 50));
     Bytes edge;
     for (int i = 0; i < 24; i++)
         edge.push_back(i % 6 < 3 ? 10 : 200);
-    FlicImage step = grey(6, 4, edge), result;
-    step.medianFilter(&result);
-    EXPECT_EQ(pixels(result), edge);
-    // A corner's clamped neighbourhood holds it four times: with the diagonal, five of nine.
-    FlicImage corner = grey(3, 3, {200, 0, 0, 0, 200, 0, 0, 0, 0});
-    corner.medianFilter();
-    EXPECT_EQ(pixels(corner), (Bytes{200, 0, 0, 0, 0, 0, 0, 0, 0}));
+    greyImage(6, 4, edge).medianFilter(&result);
+    EXPECT_EQ(pixelBytes(result), edge);
+    // Clamped neighbourhoods count a corner four times and its edge neighbours twice.
+    FlicImage corners = greyImage(3, 3, {200, 0, 200, 0, 200, 0, 0, 0, 0});
+    corners.medianFilter();
+    EXPECT_EQ(pixelBytes(corners), (Bytes{200, 200, 200, 0, 0, 0, 0, 0, 0}));
     // Colour: the first `width` bytes of each row are filtered, the rest kept.
     FlicImage rgb(3, 3, 3);
     for (int i = 0; i < 27; i++)
         rgb.data[i] = static_cast<unsigned char>(i % 9 < 3 ? 30 : 90);
-    Bytes kept = pixels(rgb);
+    Bytes kept = pixelBytes(rgb);
     rgb.data[10] = 250;
     rgb.medianFilter();
-    EXPECT_EQ(pixels(rgb), kept);
+    EXPECT_EQ(pixelBytes(rgb), kept);
 }
 
 TEST(Filters, LongLinesMatchShortLines) {
-    // A noise pattern framed by constant margins in a 16400-pixel band and in a short one.
+    // A noise pattern in a 16400-pixel band and in a short one, along rows and down columns.
     FlicImage pattern(40, 5);
     pattern.createRandom(0, 11);
-    std::vector<std::function<void(FlicImage&)>> filters = {
-        [](FlicImage& im) { im.gaussBlur(9); }, [](FlicImage& im) { im.gaussBlur(2); },
-        [](FlicImage& im) { im.medianFilter(); }};
-    for (bool rows : {true, false})
-        for (auto& filter : filters) {
+    for (int filter = 0; filter < 3; filter++)
+        for (bool rows : {true, false}) {
             auto run = [&](int length, int start) {
-                FlicImage im = rows ? FlicImage(length, 5) : FlicImage(5, length);
-                im.clear(77);
-                auto at = [&](int along, int s) -> unsigned char& {
-                    return rows ? im.data[s * im.bytesPerLine + along]
-                                : im.data[along * im.bytesPerLine + s];
-                };
-                for (int s = 0; s < 5; s++)
-                    for (int i = 0; i < 40; i++)
-                        at(start + i, s) = pattern.data[s * 40 + i];
-                filter(im);
-                Bytes window;
-                for (int s = 0; s < 5; s++) {
-                    for (int i = -20; i < 60; i++)
-                        window.push_back(at(start + i, s));
-                    window.push_back(at(0, s));
-                    window.push_back(at(length - 1, s));
-                }
-                return window;
+                FlicImage band = bandImage(rows, length, pattern, start);
+                filter == 2 ? band.medianFilter() : band.gaussBlur(filter == 0 ? 9 : 2);
+                return bandBytes(band, rows, start - 20, start + 60);
             };
-            EXPECT_EQ(run(16400, 9000), run(80, 20)) << rows;
+            EXPECT_EQ(run(16400, 9000), run(80, 20)) << rows << filter;
         }
 }

@@ -10,20 +10,12 @@
 #include <string>
 #include <vector>
 
-using testutil::MessageCapture;
+using namespace testutil;
 using Bytes = std::vector<int>;
 
 namespace {
 
 const float kPi = 3.14159265358979f;
-
-Bytes pixels(const FlicImage& image) {
-    Bytes out;
-    for (int y = 0; y < image.height; y++)
-        for (int x = 0; x < image.nChannels * image.width; x++)
-            out.push_back(image.data[y * image.bytesPerLine + x]);
-    return out;
-}
 
 // Every pixel `inside`, the frame `border` (per channel).
 Bytes framed(int width, int height, const Bytes& inside, const Bytes& border) {
@@ -73,18 +65,18 @@ TEST(Emboss, ConstantImagesShowTheBackgroundShade) {
     FlicImage grey(6, 5), result;
     grey.clear(90);
     EXPECT_EQ(grey.emboss(0.3f, kPi / 2, 3, &result), 1);
-    EXPECT_EQ(pixels(result), framed(6, 5, {255}, {128}));
-    EXPECT_EQ(pixels(grey), Bytes(30, 90));
+    EXPECT_EQ(pixelBytes(result), framed(6, 5, {255}, {128}));
+    EXPECT_EQ(pixelBytes(grey), Bytes(30, 90));
     grey.emboss(0.3f, -0.5f, 3, &result); // Lz = trunc(-122.7) = -122, cut to a byte: 134
-    EXPECT_EQ(pixels(result), framed(6, 5, {134}, {128}));
+    EXPECT_EQ(pixelBytes(result), framed(6, 5, {134}, {128}));
     EXPECT_EQ(grey.emboss(0.3f, 0.0f, 3), 1);
-    EXPECT_EQ(pixels(grey), framed(6, 5, {0}, {128}));
+    EXPECT_EQ(pixelBytes(grey), framed(6, 5, {0}, {128}));
     // A colour image keeps its hues: all channels scaled by 255 / 256.
     FlicImage rgb(4, 4, 3);
     for (int i = 0; i < 48; i++)
         rgb.data[i] = static_cast<unsigned char>(200 >> (i % 3));
     rgb.emboss(1.0f, kPi / 2, 3);
-    EXPECT_EQ(pixels(rgb), framed(4, 4, {199, 99, 49}, {128, 128, 128}));
+    EXPECT_EQ(pixelBytes(rgb), framed(4, 4, {199, 99, 49}, {128, 128, 128}));
 }
 
 TEST(Emboss, LambertShadingWithIntegerVectors) {
@@ -109,15 +101,11 @@ TEST(Emboss, LambertShadingWithIntegerVectors) {
 
     // A colour image: the relief of its grey copy (red 100 -> grey 30 in the right column),
     // its own colours darkened by the shade: c * 145 >> 8.
-    FlicImage relief(3, 3, 3), result;
-    relief.clear(0);
-    for (int y = 0; y < 3; y++)
-        relief.data[y * 9 + 6] = 100;
-    relief.data[12] = 200;
-    relief.data[13] = 100;
-    relief.data[14] = 10;
+    FlicImage relief = makeImage(3, 3, 3, {0,  0,   0, 0, 0, 0, 100, 0, 0, 0, 0,   0, 200, 100,
+                                           10, 100, 0, 0, 0, 0, 0,   0, 0, 0, 100, 0, 0});
+    FlicImage result;
     relief.emboss(0.0f, kPi / 4, 3, &result);
-    EXPECT_EQ(pixels(result), framed(3, 3, {113, 56, 5}, {128, 128, 128}));
+    EXPECT_EQ(pixelBytes(result), framed(3, 3, {113, 56, 5}, {128, 128, 128}));
 }
 
 TEST(Emboss, FieldLightAndTheZeroVectorMask) {
@@ -125,23 +113,21 @@ TEST(Emboss, FieldLightAndTheZeroVectorMask) {
     FlicImage grey(5, 4), result;
     grey.clear(40);
     FlicVectorField partly = uniformField(5, 4, 0.0f, 2.0f);
-    partly.vectors()[0] = {0.0f, 0.0f};
-    partly.vectors()[7] = {0.0f, 0.0f};
+    partly.vectors()[0] = partly.vectors()[7] = {0.0f, 0.0f};
     EXPECT_EQ(grey.emboss(partly, &result), 1);
     Bytes expected = framed(5, 4, {150}, {128});
     expected[0] = expected[7] = 0;
-    EXPECT_EQ(pixels(result), expected);
+    EXPECT_EQ(pixelBytes(result), expected);
     // A zero field (here resampled from 2 x 2) blacks out a grey image, border included.
     FlicVectorField coarse = uniformField(2, 2, 0.0f, 0.0f);
     EXPECT_EQ(grey.emboss(coarse), 1);
     EXPECT_EQ(coarse.width, 2);
-    EXPECT_EQ(pixels(grey), Bytes(20, 0));
+    EXPECT_EQ(pixelBytes(grey), Bytes(20, 0));
     // Colour output is not masked: 200 * 150 >> 8.
-    FlicImage rgb(3, 3, 3);
-    rgb.clear(200);
+    FlicImage rgb = makeImage(3, 3, 3, Bytes(27, 200));
     FlicVectorField still = uniformField(3, 3, 0.0f, 0.0f);
     rgb.emboss(still);
-    EXPECT_EQ(pixels(rgb), framed(3, 3, {117, 117, 117}, {128, 128, 128}));
+    EXPECT_EQ(pixelBytes(rgb), framed(3, 3, {117, 117, 117}, {128, 128, 128}));
     // Rows with padding are read by bytesPerLine.
     unsigned char memory[4 * 7];
     for (int i = 0; i < 28; i++)
@@ -149,7 +135,7 @@ TEST(Emboss, FieldLightAndTheZeroVectorMask) {
     FlicImage wrapped(4, 4, 7, memory);
     FlicVectorField flow = uniformField(4, 4, 1.0f, 0.0f);
     wrapped.emboss(flow, &result);
-    EXPECT_EQ(pixels(result), framed(4, 4, {150}, {128}));
+    EXPECT_EQ(pixelBytes(result), framed(4, 4, {150}, {128}));
 }
 
 TEST(Emboss, SmallImagesBadWidthAndEmptyFields) {
@@ -173,11 +159,10 @@ TEST(Emboss, SmallImagesBadWidthAndEmptyFields) {
     EXPECT_EQ(emboss(0.0f, 1.0f, 0, flat.data(), nullptr, untouched.data(), 3, 3), 0);
     EXPECT_EQ(emboss2(1.0f, -3, flat.data(), nullptr, untouched.data(), 3, 3, nullptr), 0);
     EXPECT_EQ(untouched, std::vector<unsigned char>(9, 7));
-    FlicImage kept(3, 3), result;
-    kept.clear(5);
+    FlicImage kept = greyImage(3, 3, Bytes(9, 5)), result;
     FlicVectorField empty;
     EXPECT_EQ(kept.emboss(0.0f, 1.0f, 0, &result) + kept.emboss(empty), 0);
-    EXPECT_EQ(pixels(kept), Bytes(9, 5));
+    EXPECT_EQ(pixelBytes(kept), Bytes(9, 5));
     EXPECT_EQ(result.width, 0);
     EXPECT_EQ(capture.errors(),
               (std::vector<std::string>{"FLIC error: emboss: width45 must be positive, not 0",
@@ -188,26 +173,14 @@ TEST(Emboss, SmallImagesBadWidthAndEmptyFields) {
 
 TEST(Emboss, LongLinesMatchShortLines) {
     // A colour relief inside a 16400-pixel band and inside a short one, under a field.
+    FlicImage pattern(30, 4, 3);
+    pattern.createRandom(0, 9);
     for (bool rows : {true, false}) {
         auto run = [&](int length, int start) {
-            FlicImage im = rows ? FlicImage(length, 4, 3) : FlicImage(4, length, 3);
-            im.clear(60);
-            auto at = [&](int along, int s) {
-                return im.data +
-                       (rows ? s * im.bytesPerLine + 3 * along : along * im.bytesPerLine + 3 * s);
-            };
-            for (int s = 0; s < 4; s++)
-                for (int i = 0; i < 30; i++) {
-                    at(start + i, s)[0] = static_cast<unsigned char>(i * 7 + s * 40);
-                    at(start + i, s)[1] = static_cast<unsigned char>(i * i + s);
-                }
-            FlicVectorField field = uniformField(im.width, im.height, 0.3f, -0.8f);
-            im.emboss(field);
-            Bytes window;
-            for (int s = 0; s < 4; s++)
-                for (int i = start - 1; i < start + 31; i++)
-                    window.insert(window.end(), at(i, s), at(i, s) + 3);
-            return window;
+            FlicImage band = bandImage(rows, length, pattern, start);
+            FlicVectorField field = uniformField(band.width, band.height, 0.3f, -0.8f);
+            band.emboss(field);
+            return bandBytes(band, rows, start - 1, start + 31);
         };
         EXPECT_EQ(run(16400, 9000), run(34, 2)) << rows;
     }
