@@ -208,16 +208,13 @@ class Lic {
             accum[pixel[k] * stride + cell[k]] += 1;
             for (int ch = 0; ch < C; ch++) {
                 auto at = [&](const std::vector<int>& a, int i) { return a[i * C + ch]; };
-                int value;
-                if (s.kernel == 0)
-                    value = (at(sums, k + N) - at(sums, k - N)) / (2 * N);
-                else if (s.kernel == 1)
-                    value =
-                        (at(samples, k + N) + at(samples, k - N) - 2 * at(samples, k)) / (N * N);
-                else
-                    value = (at(sums, k + N) - 3 * (at(sums, k + N / 3) - at(sums, k - N / 3)) -
-                             at(sums, k - N)) /
-                            (8 * N * N * N / 27);
+                int value =
+                    s.kernel == 0 ? (at(sums, k + N) - at(sums, k - N)) / (2 * N)
+                    : s.kernel == 1
+                        ? (at(samples, k + N) + at(samples, k - N) - 2 * at(samples, k)) / (N * N)
+                        : (at(sums, k + N) - 3 * (at(sums, k + N / 3) - at(sums, k - N / 3)) -
+                           at(sums, k - N)) /
+                              (8 * N * N * N / 27);
                 accum[pixel[k] * stride + S * S + ch] += value;
             }
         }

@@ -51,12 +51,13 @@ AdaptiveIntegrator& adaptive(const std::unique_ptr<FlicIntegrator>& in) {
     return static_cast<AdaptiveIntegrator&>(*in);
 }
 
-// Binds `in`, starts a line at p with v and returns `count` results of next(speed, status), or
-// of next(status) when !withSpeed; the speed variable is -1 before every call.
+// Binds `in`, starts a line at p with v (and the speed s unless negative) and returns `count`
+// results of next(speed, status), or of next(status) when !withSpeed; the speed variable is -1
+// before every call.
 Points trace(FlicIntegrator& in, FlicVectorField& field, float h, Vec2f p, Vec2f v, int count,
-             bool withSpeed = true) {
+             bool withSpeed = true, float s = -1) {
     bind(in, field, h);
-    in.init(p, v);
+    s < 0 ? in.init(p, v) : in.init(p, v, s);
     Points points;
     for (int i = 0; i < count; i++) {
         float speed = -1;
@@ -73,10 +74,7 @@ TEST(Integrator, ConstructionAndBinding) {
     Euler euler(-1);
     EXPECT_EQ(std::tie(euler.direction, euler.normalization, euler.speed),
               std::make_tuple(-1.0f, 0.0f, 0.0f));
-    RKCK rk(0.01f, 2.0f, 0.25f, 9.0f, 1);
-    EXPECT_EQ(
-        std::tie(rk.tolerance, rk.initialStep, rk.minStep, rk.maxStep, rk.direction, rk.speed),
-        std::make_tuple(0.01f, 2.0f, 0.25f, 9.0f, 1.0f, 0.0f));
+    EXPECT_EQ(RKCK(0.01f, 2.0f, 0.25f, 9.0f, 1).speed, 0.0f);
     FlicVectorField field = uniformField(7, 5, 1, 0);
     euler.setField(7, 5, field.vectors());
     EXPECT_EQ(std::tie(euler.xMax, euler.yMax), std::make_tuple(7.0f - 1.001f, 5.0f - 1.001f));
@@ -133,8 +131,7 @@ TEST(Integrator, NormalizationKeepsSlowVectorsRelativeLength) {
 
 TEST(Integrator, FixedStepStatusAtBorderAndCriticalPoints) {
     Euler euler(1);
-    // x exactly xMax is inside, x = width - 1 outside; a field one column wide has a negative
-    // xMax, so every line leaves at once.
+    // x = xMax is inside, x = width - 1 outside; one column wide, xMax < 0: every line leaves.
     FlicVectorField up = uniformField(4, 6, 0, 1), thin = uniformField(1, 6, 0, 1);
     EXPECT_EQ(trace(euler, up, 1, Vec2f{4 - 1.001f, 0}, Vec2f{0, 1}, 1),
               (Points{{4 - 1.001f, 1, 0, 1}}));
@@ -144,8 +141,7 @@ TEST(Integrator, FixedStepStatusAtBorderAndCriticalPoints) {
     FlicVectorField flow = uniformField(8, 8, 2, 0);
     EXPECT_EQ(trace(euler, flow, 1, Vec2f{5.5f, 3}, Vec2f{1, 0}, 4),
               (Points{{6.5f, 3, 0, 2}, {7.5f, 3, 1, 2}, {8.5f, 3, 1, 2}, {9.5f, 3, 1, 2}}));
-    // Zero vectors on all four corners from x = 6: status 2 with the rejected magnitude, and
-    // the line continues straight with its previous tangent.
+    // Zero corners from x = 6: status 2 with the rejected magnitude; the line goes on straight.
     FlicVectorField stop = testutil::makeField(12, 4, [](float x, float) {
         return Vec2f{x < 6 ? 1.0f : 0.0f, 0};
     });
@@ -184,8 +180,7 @@ TEST(Integrator, MidpointStepAndMidpointOutsideDomain) {
 }
 
 TEST(Integrator, AdaptiveStepSizesGrowToTheMaximum) {
-    // Accepted steps 4, 8, 15, 15, ...: the intervals end at t1 = 4, 12, 27, 42, 57 while the
-    // output points stay one apart on the line.
+    // Accepted steps 4, 8, 15, 15, ...: the intervals end at t1 = 4, 12, 27, 42, 57.
     FlicVectorField field = uniformField(80, 8, 1, 0);
     for (int kind : {kRK43, kRKDP, kRKCK}) {
         auto in = make(kind);
@@ -230,8 +225,7 @@ TEST(Integrator, AdaptiveStatusTwoIsReportedOnceThenOne) {
             auto first = std::find_if(points.begin(), points.end(),
                                       [](const Point& p) { return p.status != 0; });
             ASSERT_NE(first, points.end());
-            // The rejected magnitude is reported once, then status 1 with the speed left
-            // alone; the line continues straight along d1 = (1, 0).
+            // Status 2 with the rejected magnitude once, then 1 with the speed left alone.
             EXPECT_EQ(std::tie(first->status, first->speed),
                       std::make_tuple(2, withSpeed ? 0.0f : -1.0f));
             for (auto p = first + 1; p != points.end(); ++p)
@@ -291,15 +285,11 @@ TEST(Integrator, AdaptiveSpeedIsInterpolatedAlongTheStep) {
         return Vec2f{x / 10.0f, 0};
     });
     RK43 rk(0.001f, 4.0f, 0.5f, 15.0f, 1);
-    bind(rk, field, 0.75f);
-    rk.init(Vec2f{10, 3}, Vec2f{1, 0}, 1.0f); // with the magnitude at the seed
-    for (int i = 1; i <= 40; i++) {
-        float speed;
-        int status;
-        const Vec2f& p = rk.next(speed, status);
-        EXPECT_EQ(status, 0);
-        EXPECT_NEAR(p.x, 10.0f + 0.75f * i, 1e-4f);
-        EXPECT_NEAR(speed, p.x / 10.0f, 1e-4f) << i;
+    Points points = trace(rk, field, 0.75f, Vec2f{10, 3}, Vec2f{1, 0}, 40, true, 1.0f);
+    for (int i = 0; i < 40; i++) {
+        EXPECT_EQ(points[i].status, 0);
+        EXPECT_NEAR(points[i].x, 10.75f + 0.75f * i, 1e-4f);
+        EXPECT_NEAR(points[i].speed, points[i].x / 10.0f, 1e-4f) << i;
     }
     EXPECT_NEAR(rk.speed0, rk.p0.x / 10.0f, 1e-5f);
     // The form without speed does not touch the speed interpolation.
