@@ -29,13 +29,6 @@ Bytes framed(int width, int height, const Bytes& inside, const Bytes& border) {
     return out;
 }
 
-FlicVectorField uniformField(int width, int height, float vx, float vy) {
-    FlicVectorField field(width, height);
-    for (int i = 0; i < width * height; i++)
-        field.vectors()[i] = {vx, vy};
-    return field;
-}
-
 // 3 x 3 height maps: right column raised by 30 (Nx = -90) or top row raised (Ny = +90).
 const std::vector<unsigned char> kRight = {0, 0, 30, 0, 0, 30, 0, 0, 30};
 const std::vector<unsigned char> kUp = {0, 0, 0, 0, 0, 0, 30, 30, 30};

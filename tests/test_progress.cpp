@@ -1,42 +1,23 @@
 // The engine's progress callback: how often and with which values it is called, and that it
 // changes no byte of the result.
 #include "compute.h"
+#include "testutil.h"
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 namespace {
 
-struct Calls {
-    std::vector<float> done;
-};
-
 void record(float done, void* user) {
-    static_cast<Calls*>(user)->done.push_back(done);
+    static_cast<std::vector<float>*>(user)->push_back(done);
 }
 
-// A vortex with a sink beside it: lines of all lengths, some ending at the critical points.
-FlicVectorField vortexField(int size) {
-    FlicVectorField field(size, size);
-    Vec2f* v = field.vectors();
-    for (int y = 0; y < size; y++)
-        for (int x = 0; x < size; x++) {
-            float u = x / (size - 1.0f) - 0.4f, w = y / (size - 1.0f) - 0.5f;
-            v[y * size + x] = Vec2f{-w - 0.3f * u, u - 0.3f * w};
-        }
-    return field;
-}
-
-FlicImage noise(int width, int height) {
-    FlicImage image(width, height, 1);
-    image.createRandom(0, 5);
-    return image;
-}
-
-std::vector<unsigned char> computeWith(FlicCompute& engine, FlicVectorField& field,
-                                       FlicImage& texture) {
-    FlicImage output;
+std::vector<unsigned char> computeWith(FlicCompute& engine, FlicVectorField& field, int width,
+                                       int height) {
+    FlicImage texture(width, height, 1), output;
+    texture.createRandom(0, 5);
     EXPECT_EQ(1, engine.compute(&field, &texture, &output));
     return std::vector<unsigned char>(output.data, output.data + output.width * output.height);
 }
@@ -44,68 +25,51 @@ std::vector<unsigned char> computeWith(FlicCompute& engine, FlicVectorField& fie
 } // namespace
 
 TEST(Progress, LeavesEveryOutputByteUnchangedInEverySeedingOrder) {
-    FlicVectorField field = vortexField(33);
-    FlicImage texture = noise(97, 61);
+    FlicVectorField field = testutil::vortexSaddle(33, 33);
     for (int seeding = 0; seeding <= 2; seeding++)
         for (int subPixels = 1; subPixels <= 2; subPixels++) {
-            SCOPED_TRACE("seeding " + std::to_string(seeding) + ", sub-pixels " +
-                         std::to_string(subPixels));
+            SCOPED_TRACE("seeding " + std::to_string(seeding) + ", S " + std::to_string(subPixels));
             FlicCompute plain, watched;
             plain.seedingMethod = watched.seedingMethod = seeding;
             plain.setNumSubPixels(subPixels);
             watched.setNumSubPixels(subPixels);
-            Calls calls;
-            watched.setProgressCallback(record, &calls);
-            std::vector<unsigned char> expected = computeWith(plain, field, texture);
-            EXPECT_EQ(expected, computeWith(watched, field, texture));
+            std::vector<float> done;
+            watched.setProgressCallback(record, &done);
+            EXPECT_EQ(computeWith(plain, field, 97, 61), computeWith(watched, field, 97, 61));
             EXPECT_EQ(plain.numFieldLines, watched.numFieldLines);
-
             // Whole percents, rising, at most 100 of them, ending with 1.
-            ASSERT_FALSE(calls.done.empty());
-            EXPECT_LE(calls.done.size(), 100u);
-            EXPECT_GT(calls.done.front(), 0.0f);
-            EXPECT_EQ(1.0f, calls.done.back());
-            for (size_t i = 1; i < calls.done.size(); i++)
-                EXPECT_LT(calls.done[i - 1], calls.done[i]);
+            ASSERT_FALSE(done.empty());
+            EXPECT_LE(done.size(), 100u);
+            EXPECT_GT(done.front(), 0.0f);
+            EXPECT_EQ(1.0f, done.back());
+            for (size_t i = 1; i < done.size(); i++)
+                EXPECT_LT(done[i - 1], done[i]);
         }
 }
 
-TEST(Progress, ReportsEachRunAnewAndStopsWhenRemoved) {
-    FlicVectorField field = vortexField(17);
-    FlicImage texture = noise(400, 300); // 120000 candidates: every percent is reached
+TEST(Progress, ReportsEachRunAnewOnlyWhileInstalledAndWhenSeeding) {
+    FlicVectorField field = testutil::vortexSaddle(17, 17);
     FlicCompute engine;
-    Calls calls;
-    engine.setProgressCallback(record, &calls);
-    computeWith(engine, field, texture);
-    EXPECT_EQ(100u, calls.done.size());
-    EXPECT_FLOAT_EQ(0.01f, calls.done.front());
-    computeWith(engine, field, texture);
-    EXPECT_EQ(200u, calls.done.size()); // the second run starts again from 0
-
+    std::vector<float> done;
+    engine.setProgressCallback(record, &done);
+    computeWith(engine, field, 400, 300); // 120000 candidates: every percent is reached
+    EXPECT_EQ(100u, done.size());
+    EXPECT_FLOAT_EQ(0.01f, done.front());
+    computeWith(engine, field, 400, 300);
+    EXPECT_EQ(200u, done.size()); // the second run starts again from 0
     engine.setProgressCallback(nullptr, nullptr);
-    computeWith(engine, field, texture);
-    EXPECT_EQ(200u, calls.done.size());
-}
+    computeWith(engine, field, 400, 300);
+    EXPECT_EQ(200u, done.size());
 
-TEST(Progress, SilentWithoutSeedingOrOnRejectedInput) {
-    FlicVectorField field = vortexField(17);
-    FlicImage texture = noise(40, 30);
-    FlicCompute engine;
-    Calls calls;
-    engine.setProgressCallback(record, &calls);
-
+    done.clear();
+    engine.setProgressCallback(record, &done);
     engine.setFilterLength(0.4f); // no kernel steps: the texture is copied, nothing seeded
-    FlicImage output;
-    EXPECT_EQ(1, engine.compute(&field, &texture, &output));
-    EXPECT_TRUE(calls.done.empty());
-
+    computeWith(engine, field, 40, 30);
     engine.setFilterLength(20.0f);
-    FlicImage mask(5, 5, 1); // not the field's size: refused before any work
+    FlicImage texture(40, 30, 1), output, mask(5, 5, 1); // mask not of the field's size
     EXPECT_EQ(0, engine.compute(&field, &texture, &output, &mask));
-    EXPECT_TRUE(calls.done.empty());
-
+    EXPECT_TRUE(done.empty());
     engine.seedingMethod = 7; // no seeds at all still finishes at 1
-    EXPECT_EQ(1, engine.compute(&field, &texture, &output));
-    ASSERT_EQ(1u, calls.done.size());
-    EXPECT_EQ(1.0f, calls.done[0]);
+    computeWith(engine, field, 40, 30);
+    EXPECT_EQ(done, std::vector<float>{1.0f});
 }

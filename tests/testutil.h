@@ -4,9 +4,11 @@
 
 #include "image.h"
 #include "messages.h"
+#include "vectorfield.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -151,6 +153,35 @@ inline std::vector<int> bandBytes(FlicImage& band, bool rows, int first, int las
             out.insert(out.end(), bandPixel(band, rows, i, line),
                        bandPixel(band, rows, i, line) + band.nChannels);
     return out;
+}
+
+// A width x height vector field whose node (x, y) holds at(x, y).
+template <class At>
+FlicVectorField makeField(int width, int height, At at) {
+    FlicVectorField field(width, height);
+    for (int y = 0; y < height; y++)
+        for (int x = 0; x < width; x++)
+            field.vectors()[y * width + x] = at(static_cast<float>(x), static_cast<float>(y));
+    return field;
+}
+
+inline FlicVectorField uniformField(int width, int height, float vx, float vy) {
+    return makeField(width, height, [=](float, float) { return Vec2f{vx, vy}; });
+}
+
+// Counter-clockwise rotation about (c, c), which bilinear interpolation reproduces exactly.
+inline FlicVectorField rotationField(int size, float c) {
+    return makeField(size, size, [=](float x, float y) { return Vec2f{-(y - c), x - c}; });
+}
+
+// A vortex and a saddle over the unit square: smooth, with critical points and lines leaving.
+inline FlicVectorField vortexSaddle(int width, int height) {
+    return makeField(width, height, [=](float x, float y) {
+        float u = x / (width - 1.0f), v = y / (height - 1.0f);
+        float ax = u - 0.3f, ay = v - 0.45f, bx = u - 0.72f, by = v - 0.6f;
+        float wa = expf(-(ax * ax + ay * ay) * 12.0f);
+        return Vec2f{-ay * wa + 0.6f * bx, ax * wa - 0.6f * by};
+    });
 }
 
 } // namespace testutil
