@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 
 namespace {
 
@@ -87,17 +88,22 @@ int FlicImage::setSize(int width, int height, int nChannels) {
     if (!byte_count_fits(width, height, nChannels))
         return flic_error("image size %d x %d x %d exceeds the 32-bit byte count", width, height,
                           nChannels);
+    int size = static_cast<int>(static_cast<long long>(width) * height * nChannels);
+    unsigned char* block = nullptr;
+    if (size >= 1) {
+        block = static_cast<unsigned char*>(buffer ? realloc(buffer, size) : malloc(size));
+        // A failed realloc keeps the old block: the image stays as it was.
+        if (!block)
+            return flic_error("no memory for an image of %d x %d x %d bytes", width, height,
+                              nChannels);
+    } else if (buffer) {
+        free(buffer);
+    }
+    buffer = block;
     this->width = width;
     this->height = height;
     this->nChannels = nChannels;
     bytesPerLine = nChannels * width;
-    int size = static_cast<int>(static_cast<long long>(width) * height * nChannels);
-    if (size >= 1) {
-        buffer = static_cast<unsigned char*>(buffer ? realloc(buffer, size) : malloc(size));
-    } else if (buffer) {
-        free(buffer);
-        buffer = nullptr;
-    }
     data = buffer;
     return 1;
 }
@@ -242,6 +248,25 @@ void read_header_line(FILE* file, char* line, int size) {
     } while (line[0] == '#');
 }
 
+// Pixel data a header may announce without the file holding it: a short file of up to this many
+// bytes of pixels is read as far as it goes (the rest keeps what the resized block held, or
+// repeats the last ASCII sample). Beyond it, a header whose data the file cannot hold is
+// refused, so that a few bytes cannot make the reader claim and fill gigabytes.
+const long long kUncheckedPixelBytes = 16LL << 20;
+
+// Whether the rest of `file` can hold `count` samples (one byte each in the binary formats;
+// at least a digit and a separator each in the ASCII formats), or the data is small enough to
+// be read from a short file. Streams whose size is unknown (pipes) are not checked.
+bool announced_size_acceptable(FILE* file, long long count, bool binary) {
+    if (count <= kUncheckedPixelBytes) return true;
+    struct stat info;
+    long position = ftell(file);
+    if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode) || position < 0) return true;
+    long long available = static_cast<long long>(info.st_size) - position;
+    long long needed = binary ? count : 2 * count - 1;
+    return available >= needed;
+}
+
 // The file name as a format text that prints it literally ('%' doubled).
 void literal_format(const char* text, char* format, size_t size) {
     size_t out = 0;
@@ -274,14 +299,27 @@ int FlicImage::readPNM(const char* filename) {
         fclose(file);
         return flic_ioerror(filename, "couldn't read dimensions");
     }
+    bool binary = strncmp(magic, "P5", 2) == 0 || strncmp(magic, "P6", 2) == 0;
+    bool ascii = strncmp(magic, "P2", 2) == 0 || strncmp(magic, "P3", 2) == 0;
+    long long samples = static_cast<long long>(w) * h * channels;
+    if ((binary || ascii) && !announced_size_acceptable(file, samples, binary)) {
+        fclose(file);
+        return flic_ioerror(filename, "file too short for its dimensions");
+    }
 
-    if (strncmp(magic, "P5", 2) == 0 || strncmp(magic, "P6", 2) == 0) {
-        setSize(w, h, channels);
+    if (binary) {
+        if (!setSize(w, h, channels)) {
+            fclose(file);
+            return 0;
+        }
         for (int y = h - 1; y >= 0; y--)
             if (fread(data + static_cast<long>(y) * bytesPerLine, 1, channels * w, file) == 0)
                 break; // nothing more to read: the remaining rows keep their bytes
-    } else if (strncmp(magic, "P2", 2) == 0 || strncmp(magic, "P3", 2) == 0) {
-        setSize(w, h, channels);
+    } else if (ascii) {
+        if (!setSize(w, h, channels)) {
+            fclose(file);
+            return 0;
+        }
         // A sample that cannot be parsed repeats the last one. A failed scan leaves the stream
         // where it failed, so every later scan would fail the same way: stop scanning then.
         int v[3] = {0, 0, 0};

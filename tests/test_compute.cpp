@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -662,6 +663,43 @@ TEST(Compute, RejectsUnusableInputs) {
     EXPECT_EQ(engine.numFieldLines, engine.numFieldLines);
 }
 
+TEST(Compute, ValuesOutsideTheEnumerationsActAsBoxAndBilinear) {
+    FlicVectorField field = vortexSaddle(9, 9);
+    FlicImage texture = noise(24, 20, 1, 8);
+    auto run = [&](int kernel, int interpolation) {
+        FlicCompute engine;
+        engine.setFilterLength(6);
+        engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(kernel));
+        engine.setInterpolationMethod(static_cast<FlicCompute::InterpolationMethod>(interpolation));
+        FlicImage output;
+        EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
+        return bytes(output);
+    };
+    EXPECT_EQ(run(7, 1), run(FlicCompute::BOX, 1));
+    EXPECT_EQ(run(-1, 1), run(FlicCompute::BOX, 1));
+    EXPECT_EQ(run(1, -3), run(1, FlicCompute::BILINEAR));
+    EXPECT_EQ(run(1, 2), run(1, FlicCompute::BILINEAR));
+    EXPECT_NE(run(1, 0), run(1, FlicCompute::BILINEAR));
+}
+
+// The quasi-random order of a grid one cell wide or high holds the sign bit, not 0, on that
+// axis: every candidate still names a pixel of the image.
+TEST(Compute, QuasiRandomSeedingOnTexturesOnePixelWideOrHigh) {
+    FlicVectorField vertical = uniformField(3, 3, 0, 1), horizontal = uniformField(3, 3, 1, 0);
+    FlicImage column(1, 6, 1), row(6, 1, 1);
+    column.clear(200);
+    row.clear(200);
+    FlicCompute engine;
+    engine.seedingMethod = 2;
+    FlicImage output;
+    ASSERT_EQ(engine.compute(&vertical, &column, &output), 1);
+    EXPECT_GT(engine.numFieldLines, 0);
+    EXPECT_EQ(bytes(output), std::vector<unsigned char>(6, 200));
+    ASSERT_EQ(engine.compute(&horizontal, &row, &output), 1);
+    EXPECT_GT(engine.numFieldLines, 0);
+    EXPECT_EQ(bytes(output), std::vector<unsigned char>(6, 200));
+}
+
 TEST(Compute, TinyTexturesAreSafe) {
     FlicVectorField field = vortexSaddle(9, 9);
     FlicImage dot(1, 1, 1), line(5, 1, 3);
@@ -760,4 +798,23 @@ TEST(Compute, CounterTubeChoosesTheBestExtension) {
     EXPECT_EQ(engine.getPixel, lookup);
     EXPECT_GE(engine.extensionSteps, 1);
     EXPECT_LE(engine.extensionSteps, 254);
+
+    // Counts of any size: the gain is summed beyond the int range (30 + INT_MAX twice would
+    // wrap negative and lose to step 1), the stored suffix sums wrap, nothing is undefined.
+    engine.kernelSteps = 0;
+    engine.extensionSteps = 2;
+    engine.zaehlrohr[1][0] = INT_MAX;
+    engine.zaehlrohr[2][0] = INT_MAX;
+    engine.zaehlrohr[1][1] = engine.zaehlrohr[2][1] = engine.zaehlrohr[3][1] = 1;
+    engine.evalZaehlrohr(); // ratios INT_MAX / (1 * 2) and 2 INT_MAX / (2 * 1)
+    EXPECT_EQ(engine.extensionSteps, 2);
+    for (int j = 0; j < 256; j++)
+        engine.zaehlrohr[j][0] = engine.zaehlrohr[j][1] = INT_MAX;
+    engine.kernelSteps = INT_MAX;
+    engine.lengthBias = INT_MAX;
+    engine.extensionSteps = INT_MAX;
+    engine.evalZaehlrohr();
+    EXPECT_GE(engine.extensionSteps, 0);
+    EXPECT_LE(engine.extensionSteps, 254);
+    EXPECT_EQ(engine.zaehlrohr[255][0], INT_MAX); // the gain beyond the evaluated steps stays
 }

@@ -361,3 +361,53 @@ TEST(ImageFiles, FileNamesWithPercentSignsAreReportedLiterally) {
     EXPECT_EQ(image.readPNM(path.c_str()), 0);
     EXPECT_EQ(capture.onlyError(), "FLIC error: " + path);
 }
+
+TEST(ImageContainer, AllocationFailureLeavesTheImageAsItWas) {
+    FlicImage image(3, 2, 1);
+    image.clear(4);
+    testutil::AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(image.setSize(40000, 40000, 1), 0); // 1.6 GB
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for an image of 40000 x 40000 x 1 bytes");
+    EXPECT_EQ(image.width, 3);
+    EXPECT_EQ(pixels(image), std::string(6, '\4'));
+    FlicImage fresh;
+    EXPECT_EQ(fresh.setSize(30000, 30000, 2), 0);
+    EXPECT_EQ(fresh.data, nullptr);
+    EXPECT_EQ(fresh.width, 0);
+}
+
+// Up to 16 MiB of pixels a short file is read as far as it goes; beyond that the file must hold
+// the data its header announces (a byte per sample, or a digit and a separator in ASCII).
+TEST(ImageFiles, LargeHeadersNeedTheirDataInTheFile) {
+    TempDir dir;
+    std::string path = dir.path("big.pnm");
+    FlicImage image = greyImage(2, 1, {5, 6});
+    std::string tooShort =
+        "FLIC error: can't open " + path + " (file too short for its dimensions)";
+    auto read = [&](const std::string& contents) {
+        writeFile(path, contents);
+        MessageCapture capture;
+        int result = image.readPNM(path.c_str());
+        return result ? std::string("read") : capture.onlyError();
+    };
+    EXPECT_EQ(read("P5\n4097 4096\n255\nAB"), tooShort);
+    EXPECT_EQ(read("P6\n2400 2400\n255\n" + std::string(17279999, 'x')), tooShort);
+    EXPECT_EQ(read("P2\n4097 4096\n255\n1 2 3"), tooShort);
+    EXPECT_EQ(read("P3\n1500 4000\n255\n1 2 3"), tooShort);
+    EXPECT_EQ(image.width, 2); // unchanged by every refusal
+    EXPECT_EQ(pixels(image), "\5\6");
+    // An unknown magic keeps its own report, whatever the dimensions.
+    EXPECT_EQ(read("P4\n4097 4096\n255\nAB"), "FLIC error: " + path);
+
+    // Exactly 16 MiB may still be short; a complete larger file is read.
+    EXPECT_EQ(read("P5\n4096 4096\n255\nAB"), "read");
+    EXPECT_EQ(image.data[4095 * 4096], 'A');
+    std::string rows(4097 * 4096, '\7');
+    rows[0] = 'T';
+    EXPECT_EQ(read("P5\n4097 4096\n255\n" + rows), "read");
+    EXPECT_EQ(image.width, 4097);
+    EXPECT_EQ(image.data[4095 * 4097], 'T'); // the file's first row is the top row
+    EXPECT_EQ(read("P6\n2400 2400\n255\n" + std::string(17280000, 'x')), "read");
+}

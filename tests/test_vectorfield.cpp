@@ -206,11 +206,17 @@ TEST(VectorFieldFiles, DimensionLimitsAndFailures) {
     expectDimensionsRejected("7");
     expectDimensionsRejected("");
 
-    // The upper limit itself is accepted (binary, so reading is one block).
+    // The upper limit itself is accepted (binary, so reading is one block). The 800 MB of zero
+    // vectors the short file leaves are never touched, in binary and in ASCII.
+    long peak = testutil::peakResidentKilobytes();
     writeFile(path, "FLIC VECTOR BINARY\n10000 10000\n");
     ASSERT_EQ(field.read(path.c_str()), 1);
     EXPECT_EQ(field.width, 10000);
     EXPECT_EQ(field.data[2 * 10000 * 10000 - 1], 0.0f);
+    writeFile(path, "FLIC VECTOR ASCII\n10000 10000\n1 2 3");
+    EXPECT_EQ(field.read(path.c_str()), 0);
+    EXPECT_EQ(field.data[2], 0.0f); // a pair cut short reads as a zero vector
+    EXPECT_LT(testutil::peakResidentKilobytes() - peak, 100000L);
 
     MessageCapture capture;
     writeFile(path, "FLIC SCALAR ASCII\n2 2\n");
@@ -233,6 +239,17 @@ TEST(VectorFieldFiles, DimensionLimitsAndFailures) {
     EXPECT_EQ(field.write("/nonexistent-dir/f.vec", 1), 0);
     EXPECT_EQ(capture.errors().back(),
               "FLIC error: can't open /nonexistent-dir/f.vec (No such file or directory)");
+}
+
+TEST(VectorField, AllocationFailureLeavesTheFieldAsItWas) {
+    FlicVectorField field = rampField(2, 2);
+    testutil::AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(field.setSize(20000, 20000), 0); // 3.2 GB
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for a vector field of 20000 x 20000");
+    EXPECT_EQ(field.width, 2);
+    EXPECT_EQ(field.data[2], 1.5f);
 }
 
 namespace {
