@@ -127,6 +127,8 @@ unsigned char FlicImage::interp(float x, float y) const {
     const unsigned char* p = data + static_cast<long>(iy) * width + ix;
     float a = p[0], b = p[1], c = p[width], d = p[width + 1];
     float v = ((b - a) * fx + a) + (c - a) * fy + (fx * fy) * (a - c - b + d);
+    // A NaN coordinate makes its fraction, and so the mix, NaN: that has no int value.
+    if (std::isnan(v)) return 0;
     return static_cast<unsigned char>(static_cast<int>(v));
 }
 

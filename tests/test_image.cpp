@@ -158,6 +158,8 @@ TEST(ImageSampling, DegenerateImagesAndCoordinatesDoNotHang) {
     float nan = std::numeric_limits<float>::quiet_NaN();
     EXPECT_EQ(image.interp(inf, -inf), 1);
     EXPECT_EQ(image.interpConst(nan, 0.0f), 1);
+    EXPECT_EQ(image.interp(nan, 0.0f), 0); // the mix is NaN, which gives 0
+    EXPECT_EQ(image.interp(0.5f, nan), 0);
     EXPECT_EQ(image.interp(1.0e30f, 0.0f), image.interp(std::fmod(1.0e30f, 2.0f), 0.0f));
 }
 
