@@ -26,6 +26,10 @@ def pnm():
     put("pnm", "p3.ppm", "P3\n2 1\n255\n255 000 000 000 255 000 ")
     put("pnm", "comments.pgm", "P2\n# made by hand\n2 2\n# maximum\n255\n1 2\n3 300\n")
     put("pnm", "short.pgm", b"P5\n4 4\n255\n\x01\x02")
+    put("image_ops", "grey.pgm", b"P5\n6 5\n255\n" + bytes((i * 37) % 256 for i in range(30)))
+    put("image_ops", "rgb.ppm", b"P6\n4 3\n255\n" + bytes((i * 11) % 256 for i in range(36)))
+    put("image_ops", "flat.pgm", "P2\n3 3\n255\n" + "9 " * 9)
+    put("image_ops", "line.ppm", "P3\n5 1\n255\n" + "1 2 3 " * 5)
 
 
 def fields():

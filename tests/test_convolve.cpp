@@ -60,6 +60,13 @@ TEST(PackedTables, EntriesBiasGroupsWarningAndExit) {
         EXPECT_EQ(luts[FLIC_LUT_GROUPS], static_cast<unsigned>((n + 2) / 3));
     }
     EXPECT_EQ(luts[2 * FLIC_LUT_ENTRIES + 100], 100u + (1u << 10)); // group 4 over table 2
+    // Of the groups beyond the third, the last one is what table 2 holds.
+    std::vector<float> longer(17, 0.0f);
+    longer[9] = 0.25f;
+    longer[15] = 0.1f;
+    flic_initPackedLuts(longer.data(), 17);
+    EXPECT_EQ(luts[FLIC_LUT_GROUPS], 6u);
+    EXPECT_EQ(luts[2 * FLIC_LUT_ENTRIES + 100], 40u + (1u << 10));
     testing::internal::GetCapturedStderr();
 
     const float dark[] = {0.9f};

@@ -95,6 +95,12 @@ TEST(Zoom, ChannelsInPlaceWrappedRowsAndBadSizes) {
                                         "FLIC error: zoom: new size 70000 x 70000 x 1 is too "
                                         "large"}));
     EXPECT_EQ(pixels(grey), (Bytes{1, 2, 3, 4, 5, 6}));
+    // A single row stretched to 100 million pixels fits an image, not its filter weights.
+    FlicImage single = image(2, 1, 1, {0, 100});
+    capture.errors().clear();
+    EXPECT_EQ(single.zoom(100000000, 1), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: zoom: new size 100000000 x 1 x 1 is too large");
+    EXPECT_EQ(pixels(single), (Bytes{0, 100}));
     EXPECT_EQ(grey.zoom(0, 5), 1);
     EXPECT_EQ(grey.width, 0);
     EXPECT_EQ(grey.height, 5);
