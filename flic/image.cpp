@@ -13,10 +13,13 @@
 
 namespace {
 
-// Whether the byte count width * height * nChannels fits a 32-bit int.
+// Whether the byte count width * height * nChannels fits a 32-bit int, and so does the row's
+// byte count nChannels * width that becomes bytesPerLine (for images of at least one row the
+// first implies the second; a row of a degenerate geometry may be longer than the image).
 bool byte_count_fits(int width, int height, int nChannels) {
     long long count = static_cast<long long>(width) * height * nChannels;
-    return count <= INT_MAX && count >= INT_MIN;
+    long long row = static_cast<long long>(width) * nChannels;
+    return count <= INT_MAX && count >= INT_MIN && row <= INT_MAX && row >= INT_MIN;
 }
 
 // Wraps a coordinate into [0, period) by repeated addition/subtraction of the period, the way

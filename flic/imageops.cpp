@@ -263,6 +263,9 @@ int FlicImage::glue(const FlicImage& r, const FlicImage& g, const FlicImage& b) 
         return glue(&r == this ? self : r, &g == this ? self : g, &b == this ? self : b);
     }
     if (!setSize(r.width, r.height, 3)) return 0;
+    // Images without pixels (a crop with exchanged corners records a negative width) have no
+    // rows to address.
+    if (width <= 0 || !data || !r.data || !g.data || !b.data) return 1;
     for (int y = 0; y < height; y++) {
         const unsigned char* red = row_of(r, y);
         const unsigned char* green = row_of(g, y);

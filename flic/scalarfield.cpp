@@ -163,7 +163,7 @@ void FlicScalarField::pixelCallback(int x, int y, float* values, void* field) {
 
 // Value = sin(theta)^2 * (cos(r - p) - sin(r - p) / r), theta measured from the y axis.
 void FlicScalarField::createDipole(float extent, float phase) {
-    if (!data) return;
+    if (!data || width <= 0) return; // no rows to fill (a field of width 0 has storage of 0 bytes)
     float p = phase * 6.2831855f;
     float* out = data;
     for (int j = 0; j < height; j++) {
@@ -182,7 +182,7 @@ void FlicScalarField::createDipole(float extent, float phase) {
 }
 
 void FlicScalarField::createCircle() {
-    if (!data) return;
+    if (!data || width <= 0) return;
     float* out = data;
     for (int j = 0; j < height; j++) {
         float v = j / grid_divisor(height) - 0.5f;

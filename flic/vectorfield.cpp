@@ -254,8 +254,10 @@ bool has_nodes(const FlicVectorField& field) {
 
 // Cell-centred bilinear resampling of `source` into `target`, already sized.
 void resample_into(const FlicVectorField& source, FlicVectorField& target) {
+    // A target without nodes (a width of 0 with any height) has nothing to visit.
+    if (!has_nodes(target)) return;
     Vec2f* out = target.vectors();
-    long count = has_nodes(target) ? static_cast<long>(target.width) * target.height : 0;
+    long count = static_cast<long>(target.width) * target.height;
     if (!has_nodes(source)) {
         for (long k = 0; k < count; k++)
             out[k] = Vec2f{0.0f, 0.0f};

@@ -41,14 +41,17 @@ void sample(const FlicImage& image, fuzz::Choices& choose) {
 // A crop whose rectangle is either small or beyond what an image can hold (refused): crops of
 // gigabytes are valid requests, but too slow for fuzzing.
 void crop(FlicImage& image, fuzz::Choices& choose) {
-    const int starts[] = {-3, 0, 1, image.width - 1, image.width + 2, INT_MIN};
-    const int ends[] = {-5, 0, 2, image.width, image.width + 3, INT_MAX};
+    // Around the current width, held inside the int range (a refused crop may leave any size).
+    int near = image.width > -10 && image.width < 10000 ? image.width : 10;
+    const int starts[] = {-3, 0, 1, near - 1, near + 2, INT_MIN};
+    const int ends[] = {-5, 0, 2, near, near + 3, INT_MAX};
     int x0 = choose.from(starts), y0 = choose.from(starts);
     int x1 = choose.from(ends), y1 = choose.from(ends);
-    long long area = (static_cast<long long>(x1) - x0 + 1) * (static_cast<long long>(y1) - y0 + 1);
-    long long span = static_cast<long long>(x1) - x0 + 1;
-    bool refused = span > INT_MAX || static_cast<long long>(y1) - y0 + 1 > INT_MAX;
-    if (refused || std::llabs(area) <= 1000000) image.crop(x0, y0, x1, y1);
+    long long spanX = static_cast<long long>(x1) - x0 + 1;
+    long long spanY = static_cast<long long>(y1) - y0 + 1;
+    double area = static_cast<double>(spanX) * static_cast<double>(spanY);
+    bool refused = spanX > INT_MAX || spanY > INT_MAX;
+    if (refused || std::fabs(area) <= 1e6) image.crop(x0, y0, x1, y1);
 }
 
 void operate(FlicImage& image, int operation, fuzz::Choices& choose) {

@@ -117,6 +117,14 @@ TEST(ImageContainer, SetSizeFreesOnEmptyAndRejectsOverflow) {
     EXPECT_EQ(image.width, 3);
     EXPECT_EQ(image.nChannels, 3);
     EXPECT_EQ(image.data[17], 9);
+    // No pixels, but a row whose byte count (bytesPerLine) would not fit an int either.
+    capture.errors().clear();
+    EXPECT_EQ(image.setSize(2147483644, 0, 3), 0);
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: image size 2147483644 x 0 x 3 exceeds the 32-bit byte count");
+    EXPECT_EQ(image.width, 3);
+    EXPECT_EQ(image.setSize(2147483644, 0, 1), 1);
+    EXPECT_EQ(image.bytesPerLine, 2147483644);
 }
 
 TEST(ImageContainer, SelfAssignmentKeepsPixels) {

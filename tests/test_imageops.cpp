@@ -68,6 +68,15 @@ TEST(ImageOps, ColorToGreyGlueOneband) {
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(out.glue(g, g, narrow), 0); }),
               "Images must have equal size.\n");
     EXPECT_EQ(out.data[11], 12);
+    // A crop with exchanged corners records a negative width: glue takes that geometry and
+    // has no rows to fill.
+    FlicImage backwards = makeImage(2, 2, 1, {1, 2, 3, 4});
+    EXPECT_EQ(backwards.crop(1, 0, -1, 1), 1);
+    EXPECT_EQ(backwards.width, -1);
+    EXPECT_EQ(out.glue(backwards, backwards, backwards), 1);
+    EXPECT_EQ(out.width, -1);
+    EXPECT_EQ(out.height, 2);
+    EXPECT_EQ(out.data, nullptr);
 
     // oneband: past the last channel takes blue; a negative band reaches into the row before
     // (0 before the first byte).
