@@ -13,6 +13,12 @@
 
 namespace {
 
+// Bytes of one row that the whole-image loops touch, nChannels * width, formed without
+// overflow (applyMask may raise the channel count of an image of extreme width).
+long long row_byte_count(const FlicImage& image) {
+    return static_cast<long long>(image.nChannels) * image.width;
+}
+
 // Whether the byte count width * height * nChannels fits a 32-bit int, and so does the row's
 // byte count nChannels * width that becomes bytesPerLine (for images of at least one row the
 // first implies the second; a row of a degenerate geometry may be longer than the image).
@@ -80,7 +86,7 @@ FlicImage::~FlicImage() {
 void FlicImage::operator=(const FlicImage& other) {
     if (&other == this) return;
     if (!setSize(other.width, other.height, other.nChannels)) return;
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (rowBytes <= 0 || !data || !other.data) return;
     for (int y = 0; y < height; y++)
         memcpy(data + static_cast<long>(y) * bytesPerLine,
@@ -112,7 +118,7 @@ int FlicImage::setSize(int width, int height, int nChannels) {
 }
 
 void FlicImage::clear(int value) {
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (rowBytes <= 0 || !data) return;
     for (int y = 0; y < height; y++)
         memset(data + static_cast<long>(y) * bytesPerLine, value & 0xff, rowBytes);
@@ -144,11 +150,11 @@ unsigned char FlicImage::interpConst(float x, float y) const {
 
 void FlicImage::createRandom(int binary, int seed) {
     if (seed > 0) srand48(seed);
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (!data) return;
     for (int y = 0; y < height; y++) {
         unsigned char* row = data + static_cast<long>(y) * bytesPerLine;
-        for (int i = 0; i < rowBytes; i++) {
+        for (long long i = 0; i < rowBytes; i++) {
             double r = drand48();
             if (binary)
                 row[i] = r >= 0.5 ? 255 : 0;
@@ -160,18 +166,18 @@ void FlicImage::createRandom(int binary, int seed) {
 
 void FlicImage::getStatistics(float& mean, float& sdev) const {
     float sum = 0.0f, sumsq = 0.0f;
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (data) {
         for (int y = 0; y < height; y++) {
             const unsigned char* row = data + static_cast<long>(y) * bytesPerLine;
-            for (int i = 0; i < rowBytes; i++) {
+            for (long long i = 0; i < rowBytes; i++) {
                 int v = row[i];
                 sum += v;
                 sumsq += v * v;
             }
         }
     }
-    float n = static_cast<float>(nChannels * width * height);
+    float n = static_cast<float>(row_byte_count(*this) * height);
     mean = sum / n;
     float variance = (sumsq - mean * (n * mean)) / (n - 1);
     sdev = sqrtf(variance);
@@ -179,9 +185,9 @@ void FlicImage::getStatistics(float& mean, float& sdev) const {
 
 int FlicImage::writeHistogram(const char* filename) const {
     int count[256] = {0};
-    int sum = 0;
-    int total = width * height;
-    for (int i = 0; data && i < total; i++) {
+    long long sum = 0; // the sum of more than 8 million bytes of 255 would overflow an int
+    long long total = static_cast<long long>(width) * height;
+    for (long long i = 0; data && i < total; i++) {
         count[data[i]]++;
         sum += data[i];
     }

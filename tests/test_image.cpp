@@ -198,6 +198,17 @@ TEST(ImageStatistics, MeanAndSampleDeviation) {
     image.getStatistics(mean, sdev);
     EXPECT_FLOAT_EQ(mean, 127.5f);
     EXPECT_NEAR(sdev, 180.3122f, 1e-3);
+
+    // applyMask raises the channel count of the image itself: a row of 2^31 - 4 pixels then
+    // counts 2^32 - 8 bytes, beyond an int, in an image of no rows (0 bytes: no mean).
+    FlicImage wide, mask, masked;
+    ASSERT_EQ(wide.setSize(2147483644, 0, 1), 1);
+    ASSERT_EQ(mask.setSize(2147483644, 0, 1), 1);
+    wide.applyMask(mask, &masked);
+    EXPECT_EQ(wide.nChannels, 2);
+    wide.getStatistics(mean, sdev);
+    EXPECT_TRUE(std::isnan(mean));
+    wide.clear(1); // no rows to touch
 }
 
 TEST(ImageFiles, HistogramFileAndMeanOnStandardOutput) {
@@ -221,6 +232,13 @@ TEST(ImageFiles, HistogramFileAndMeanOnStandardOutput) {
     testing::internal::CaptureStdout();
     rgb.writeHistogram(dir.path("rgb.txt").c_str());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Mean = 1.5\n");
+
+    // The sum of 9 million bytes of 255 does not fit an int; the mean stays right.
+    FlicImage bright(3000, 3000);
+    bright.clear(255);
+    testing::internal::CaptureStdout();
+    bright.writeHistogram(dir.path("bright.txt").c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Mean = 255\n");
 
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
