@@ -329,17 +329,25 @@ int FlicImage::applyMask(const FlicImage& mask, FlicImage* result) {
     if (!same_size(*this, mask)) return report("Images must have same size.\n");
     if (mask.nChannels != 1) return report("mask must only have one component.\n");
     int c = nChannels;
-    if (c == 1 || c == 3) {
-        nChannels = c + 1;
-        long long claimed = static_cast<long long>(width) * height * nChannels;
+    bool addsAlpha = c == 1 || c == 3;
+    // The raised channel count must give a geometry an image can have (the message comes from
+    // setSize); only then does this image take it.
+    FlicImage masked;
+    if (!masked.setSize(width, height, addsAlpha ? c + 1 : c)) return 0;
+    if (addsAlpha) {
+        long long claimed = static_cast<long long>(width) * height * (c + 1);
         if (buffer && data == buffer && claimed > 0) {
             long long held = static_cast<long long>(width) * height * c;
-            buffer = static_cast<unsigned char*>(realloc(buffer, claimed));
-            memset(buffer + held, 0, claimed - held);
-            data = buffer;
+            unsigned char* grown = static_cast<unsigned char*>(realloc(buffer, claimed));
+            if (!grown) {
+                fprintf(stderr, "no memory for an alpha channel.\n");
+                return 0;
+            }
+            memset(grown + held, 0, claimed - held);
+            buffer = data = grown;
         }
+        nChannels = c + 1;
     }
-    FlicImage masked(width, height, nChannels);
     for (int y = 0; masked.data && y < height; y++) {
         const unsigned char* in = row_of(*this, y);
         const unsigned char* alpha = row_of(mask, y);

@@ -199,16 +199,15 @@ TEST(ImageStatistics, MeanAndSampleDeviation) {
     EXPECT_FLOAT_EQ(mean, 127.5f);
     EXPECT_NEAR(sdev, 180.3122f, 1e-3);
 
-    // applyMask raises the channel count of the image itself: a row of 2^31 - 4 pixels then
-    // counts 2^32 - 8 bytes, beyond an int, in an image of no rows (0 bytes: no mean).
-    FlicImage wide, mask, masked;
-    ASSERT_EQ(wide.setSize(2147483644, 0, 1), 1);
-    ASSERT_EQ(mask.setSize(2147483644, 0, 1), 1);
-    wide.applyMask(mask, &masked);
-    EXPECT_EQ(wide.nChannels, 2);
+    // Caller memory wrapped with any geometry: a row of 2^31 - 4 two-byte pixels counts
+    // 2^32 - 8 bytes, beyond an int, in an image of no rows (0 bytes: no mean).
+    unsigned char memory[4] = {1, 2, 3, 4};
+    FlicImage wide(2147483644, 0, 2, 0, memory);
     wide.getStatistics(mean, sdev);
     EXPECT_TRUE(std::isnan(mean));
-    wide.clear(1); // no rows to touch
+    wide.clear(9); // no rows to touch
+    wide.createRandom(1, 1);
+    EXPECT_EQ(memory[0], 1);
 }
 
 TEST(ImageFiles, HistogramFileAndMeanOnStandardOutput) {

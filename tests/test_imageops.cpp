@@ -155,6 +155,15 @@ TEST(ImageOps, MixAndMask) {
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(pair.applyMask(rgb), 0); }),
               "mask must only have one component.\n");
     EXPECT_EQ(four.nChannels + pair.nChannels, 6); // unchanged by the refusals
+    // The alpha channel must give a geometry an image can have; otherwise nothing changes.
+    FlicImage wide, wideMask, masked;
+    ASSERT_EQ(wide.setSize(2147483644, 0, 1), 1);
+    ASSERT_EQ(wideMask.setSize(2147483644, 0, 1), 1);
+    testutil::MessageCapture capture;
+    EXPECT_EQ(wide.applyMask(wideMask, &masked), 0);
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: image size 2147483644 x 0 x 2 exceeds the 32-bit byte count");
+    EXPECT_EQ(wide.nChannels, 1);
 }
 
 TEST(ImageOps, MultiplySubtractCrop) {
