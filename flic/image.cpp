@@ -22,9 +22,11 @@ long long row_byte_count(const FlicImage& image) {
 // Whether the byte count width * height * nChannels fits a 32-bit int, and so does the row's
 // byte count nChannels * width that becomes bytesPerLine (for images of at least one row the
 // first implies the second; a row of a degenerate geometry may be longer than the image).
+// The products are formed in double, exact wherever they are near the int range (below 2^53)
+// and free of overflow for any three ints.
 bool byte_count_fits(int width, int height, int nChannels) {
-    long long count = static_cast<long long>(width) * height * nChannels;
-    long long row = static_cast<long long>(width) * nChannels;
+    double row = static_cast<double>(width) * nChannels;
+    double count = row * height;
     return count <= INT_MAX && count >= INT_MIN && row <= INT_MAX && row >= INT_MIN;
 }
 

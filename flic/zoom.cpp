@@ -118,8 +118,9 @@ void resample_columns(const FlicImage& source, const ContributorLists& lists, Fl
     }
 }
 
+// Formed in double: exact near the int range, and no product of three ints overflows it.
 bool byte_count_fits(int width, int height, int channels) {
-    return static_cast<long long>(width) * height * channels <= INT_MAX;
+    return static_cast<double>(width) * height * channels <= INT_MAX;
 }
 
 // Whether the contributor lists of a pass from `size` to `newSize` samples fit a 32-bit byte

@@ -134,12 +134,25 @@ void chooseIntegrators(fuzz::ByteReader& in, FlicCompute& lic) {
 // The menus hold ordinary values, boundaries and values the engine must refuse. They leave out
 // lengths that are accepted but make every computation take minutes (a filter of a few hundred
 // thousand steps costs that many steps per line, by design); such settings are slow, not wrong.
+// The settings of an engine on standard error (for MUSKEIP_FUZZ_VERBOSE).
+void describe(const FlicCompute& lic) {
+    fprintf(stderr,
+            "L %g, extension %g, step %g, kernel %d, S %d, seeding %d, lookup %d, "
+            "normalization %g\n",
+            lic.filterLength, lic.extensionLength, lic.stepLength, lic.filterKernel,
+            lic.numSubPixels, lic.seedingMethod, lic.interpolationMethod, lic.normalization);
+    const AdaptiveIntegrator* rk = dynamic_cast<const AdaptiveIntegrator*>(lic.forward);
+    if (rk)
+        fprintf(stderr, "adaptive: tolerance %g, steps %g, %g, %g\n", rk->tolerance,
+                rk->initialStep, rk->minStep, rk->maxStep);
+}
+
 void chooseSettings(fuzz::ByteReader& in, FlicCompute& lic) {
     const float filterLengths[] = {20.0f, 5.0f, 2.4f,  0.4f, 0.5f, 1.0f, 3.0f, 7.5f,
                                    12.0f, 0.0f, -1.0f, kNaN, kInf, 1e9f, 2e7f};
     const float extensionLengths[] = {80.0f, 0.0f, 10.0f, 3.0f, 0.4f, -5.0f, kNaN, kInf, 1e12f};
     const float stepLengths[] = {1.0f, 1.0f,  0.5f, 2.0f, 0.25f, 3.0f,
-                                 0.0f, -1.0f, kNaN, kInf, 1e-6f, 1e30f};
+                                 0.0f, -1.0f, kNaN, kInf, 1e-9f, 1e30f};
     const int kernels[] = {0, 1, 2, 1, 3, -1};
     const int subPixels[] = {1, 1, 1, 2, 3, 4, 0, -1, 257, INT_MAX, INT_MIN};
     const int seedings[] = {1, 1, 0, 2, 3, -1};
@@ -155,6 +168,7 @@ void chooseSettings(fuzz::ByteReader& in, FlicCompute& lic) {
     lic.setInterpolationMethod(static_cast<FlicCompute::InterpolationMethod>(in.from(lookups)));
     chooseIntegrators(in, lic);
     lic.setNormalization(in.from(normalizations));
+    if (getenv("MUSKEIP_FUZZ_VERBOSE")) describe(lic);
 }
 
 bool sameImage(const FlicImage& a, const FlicImage& b) {

@@ -125,6 +125,11 @@ TEST(ImageContainer, SetSizeFreesOnEmptyAndRejectsOverflow) {
     EXPECT_EQ(image.width, 3);
     EXPECT_EQ(image.setSize(2147483644, 0, 1), 1);
     EXPECT_EQ(image.bytesPerLine, 2147483644);
+    // Sizes whose byte count does not even fit 64 bits.
+    capture.errors().clear();
+    EXPECT_EQ(image.setSize(2111111111, 2111111111, 3), 0);
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: image size 2111111111 x 2111111111 x 3 exceeds the 32-bit byte count");
 }
 
 TEST(ImageContainer, SelfAssignmentKeepsPixels) {

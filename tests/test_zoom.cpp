@@ -101,6 +101,11 @@ TEST(Zoom, ChannelsInPlaceWrappedRowsAndBadSizes) {
     EXPECT_EQ(single.zoom(100000000, 1), 0);
     EXPECT_EQ(capture.onlyError(), "FLIC error: zoom: new size 100000000 x 1 x 1 is too large");
     EXPECT_EQ(pixels(single), (Bytes{0, 100}));
+    capture.errors().clear();
+    FlicImage rgb3 = image(1, 1, 3, {1, 2, 3});
+    EXPECT_EQ(rgb3.zoom(2147483647, 2147483647), 0); // a byte count beyond 64 bits
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: zoom: new size 2147483647 x 2147483647 x 3 is too large");
     EXPECT_EQ(grey.zoom(0, 5), 1);
     EXPECT_EQ(grey.width, 0);
     EXPECT_EQ(grey.height, 5);
