@@ -50,8 +50,8 @@ inline int printMessage(const char* text) {
 // when MUSKEIP_FUZZ_VERBOSE is set, to see what an input does), and turns the informational
 // messages on, so that their formatting is exercised too.
 inline void quietMessages() {
-    static const FlicMessageHandler handler = getenv("MUSKEIP_FUZZ_VERBOSE") ? printMessage
-                                                                             : checkMessage;
+    static const FlicMessageHandler handler =
+        getenv("MUSKEIP_FUZZ_VERBOSE") ? printMessage : checkMessage;
     flic_error_handler = handler;
     flic_info_handler = handler;
     flic_verbosity = 1;
