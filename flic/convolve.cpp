@@ -333,6 +333,8 @@ int FlicImage::medianFilter(FlicImage* result) {
     if (result == this) result = nullptr;
     // Bytes beyond the first `width` of each row (further channels) keep their values.
     FlicImage filtered(*this);
+    // A copy that could not be made (no memory, reported by setSize) filters nothing.
+    if (filtered.width != width || filtered.height != height) return 0;
     for (int y = 0; y < height && data; y++) {
         for (int x = 0; x < width; x++) {
             unsigned char window[9];

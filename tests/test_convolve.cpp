@@ -247,3 +247,15 @@ TEST(Filters, LongLinesMatchShortLines) {
             EXPECT_EQ(run(16400, 9000), run(80, 20)) << rows;
         }
 }
+
+TEST(MedianFilter, NoMemoryForTheCopyChangesNothing) {
+    FlicImage big(20000, 20000); // 400 MB, never touched
+    big.data[0] = 7;
+    testutil::AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    testutil::MessageCapture capture;
+    EXPECT_EQ(big.medianFilter(), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for an image of 20000 x 20000 x 1 bytes");
+    EXPECT_EQ(big.width, 20000);
+    EXPECT_EQ(big.data[0], 7);
+}
