@@ -12,7 +12,7 @@ TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev libcli11-dev
 MUSKEIP = $(BUILD_DIR)/tools/muskeip
 DEMO_ARGS ?= dipole --size 1024x1024 --length 25 --colour magnitude --colormap hue --emboss
 
-.PHONY: all build test deps-test demo bench bench-python clean
+.PHONY: all build test deps-test demo bench bench-python clean test-sanitize fuzz
 
 all: build
 
@@ -48,6 +48,40 @@ bench: deps-test
 # muskeip.lic against a numpy per-pixel LIC (bench/README.md, "Python module").
 bench-python: build
 	PYTHONPATH=$(BUILD_DIR)/python/module /usr/bin/python3 bench/bench_python.py
+
+# The whole test suite built with AddressSanitizer and UndefinedBehaviorSanitizer (separate build
+# directory). Python loads the instrumented module into an uninstrumented interpreter, so its
+# tests run with the sanitizer runtime preloaded (and libstdc++, whose exceptions the runtime
+# must see from the start); leak checking is off there only, since the interpreter keeps its
+# own objects until exit (the library's leaks are checked by the C++ tests and fuzz replays).
+SANITIZE_BUILD_DIR ?= build-sanitize
+SANITIZE_OPTIONS = ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1 \
+                   UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+SANITIZE_PRELOAD = $(shell $(CXX) -print-file-name=libasan.so) $(shell $(CXX) -print-file-name=libstdc++.so)
+
+test-sanitize: deps-test
+	cmake -S . -B $(SANITIZE_BUILD_DIR) -DMUSKEIP_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    $(CMAKE_FLAGS)
+	cmake --build $(SANITIZE_BUILD_DIR) -j $(JOBS)
+	cd $(SANITIZE_BUILD_DIR) && $(SANITIZE_OPTIONS) ctest --output-on-failure -j $(JOBS) -E '^python_'
+	cd $(SANITIZE_BUILD_DIR) && LD_PRELOAD="$(SANITIZE_PRELOAD)" \
+	    $(subst detect_leaks=1,detect_leaks=0,$(SANITIZE_OPTIONS)) \
+	    ctest --output-on-failure -j $(JOBS) -R '^python_'
+
+# libFuzzer targets (fuzz/README.md): built with clang into FUZZ_BUILD_DIR, then each target runs
+# for FUZZ_SECONDS, FUZZ_JOBS at a time, starting from fuzz/corpus/<target>/. Findings are
+# written to FUZZ_BUILD_DIR/findings/<target>/. FUZZ_TARGETS picks targets (default: all).
+FUZZ_BUILD_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_JOBS ?= 1
+FUZZ_TARGETS ?=
+FUZZ_PACKAGES = cmake make clang libclang-rt-14-dev
+
+fuzz:
+	@scripts/install-deps.sh $(FUZZ_PACKAGES)
+	cmake -S fuzz -B $(FUZZ_BUILD_DIR) -DCMAKE_CXX_COMPILER=clang++
+	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS)
+	fuzz/run.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_JOBS) $(FUZZ_TARGETS)
 
 clean:
 	rm -rf $(BUILD_DIR)

@@ -513,17 +513,32 @@ void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
             }
 }
 
+namespace {
+
+// A cell index brought into 0 .. cells - 1 by the non-negative remainder.
+int cellInGrid(int index, int cells) {
+    int r = index % cells;
+    return r < 0 ? r + cells : r;
+}
+
+} // namespace
+
 // Draws texWidth * texHeight pairs of the quasi-random sequence over all sub-pixel cells and
 // uses all but the last.
 void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
     int s = numSubPixels;
     KvSobol sobol;
-    sobol.init(texWidth * s, texHeight * s);
+    int cellsX = texWidth * s, cellsY = texHeight * s;
+    sobol.init(cellsX, cellsY);
     int pixels = texWidth * texHeight;
     int X, Y;
     for (int counter = 0; sobol.next(X, Y);) {
         counter++;
         if (counter >= pixels) break;
+        // The sequence of a single cell holds the sign bit (INT_MIN), not 0: taken modulo the
+        // grid, every value names a cell of the image (in-range values are left as they are).
+        X = cellInGrid(X, cellsX);
+        Y = cellInGrid(Y, cellsY);
         seedCell(X / s, Y / s, X % s, Y % s, mask, seedMap);
         reportProgress(counter, pixels);
     }
@@ -998,23 +1013,28 @@ void FlicCompute::convolve(int lo, int hi) {
 
 // Re-chooses the extension length from the counter tube: entry j holds the gain of extension
 // step j and the number of lines that reached it. Only entries 0 .. 255 exist; an extension
-// beyond 254 steps is evaluated over the steps the tube records.
+// beyond 254 steps is evaluated over the steps the tube records. The counts come from the host:
+// the suffix sums stored back wrap around like unsigned ints, the running gain is summed in 64
+// bits and the weighted line counts in double, so no count makes the arithmetic undefined
+// (counts of ordinary size give exactly the ratios of int arithmetic).
 void FlicCompute::evalZaehlrohr() {
     int M = extensionSteps;
     int top = M > 254 ? 254 : M;
     for (int j = top + 1; j >= 1; j--)
-        zaehlrohr[j - 1][1] += zaehlrohr[j][1];
-    if (M + 1 <= 1) {
+        zaehlrohr[j - 1][1] = wrapAdd(zaehlrohr[j - 1][1], zaehlrohr[j][1]);
+    if (M <= 0) {
         zaehlrohr[1][1] = 0;
         extensionSteps = 0;
         return;
     }
     float best = 0.0f;
-    int choice = 0, gain = 0;
+    int choice = 0;
+    long long gain = 0;
     for (int j = 1; j <= top; j++) {
         gain += zaehlrohr[j][0];
+        double weight = static_cast<double>(static_cast<long long>(kernelSteps) + lengthBias + j);
         float ratio = static_cast<float>(gain) /
-                      static_cast<float>((kernelSteps + lengthBias + j) * zaehlrohr[j + 1][1]);
+                      static_cast<float>(weight * static_cast<double>(zaehlrohr[j + 1][1]));
         if (ratio > best) {
             best = ratio;
             choice = j;

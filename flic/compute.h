@@ -32,8 +32,10 @@ class FlicWatch {
 
 class FlicCompute {
   public:
-    enum FilterKernel { BOX = 0, TRIANGLE = 1, CUBIC = 2 };
-    enum InterpolationMethod { CONSTANT = 0, BILINEAR = 1 };
+    // Both are stored as int: a host may hand over any int value (the engine then uses the box
+    // formula, respectively the bilinear lookup), and every int is a value of these types.
+    enum FilterKernel : int { BOX = 0, TRIANGLE = 1, CUBIC = 2 };
+    enum InterpolationMethod : int { CONSTANT = 0, BILINEAR = 1 };
 
     // One point of the current field line: output pixel, sub-pixel cell, integrator status.
     struct PointRecord {

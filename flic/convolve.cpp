@@ -192,8 +192,12 @@ void flic_initPackedLuts(const float* kernel, int n) {
         }
         int oa = field_offset(a), ob = field_offset(b), oc = field_offset(c);
         bias += static_cast<uint32_t>(2 * (oa + ob + oc));
-        uint32_t table = g < 3 ? g : 2;
-        fill_table(luts + table * FLIC_LUT_ENTRIES, a, b, c, oa, ob, oc);
+        // Groups beyond the third all land in table 2, each over the one before: only the
+        // last of them is filled, so an absurd tap count costs a pass over the taps, not a
+        // table per group.
+        bool lastGroup = tap + 3 >= n;
+        if (g < 3 || lastGroup)
+            fill_table(luts + (g < 3 ? g : 2) * FLIC_LUT_ENTRIES, a, b, c, oa, ob, oc);
     }
     luts[FLIC_LUT_BIAS] = bias;
     luts[FLIC_LUT_GROUPS] = g;
@@ -329,6 +333,8 @@ int FlicImage::medianFilter(FlicImage* result) {
     if (result == this) result = nullptr;
     // Bytes beyond the first `width` of each row (further channels) keep their values.
     FlicImage filtered(*this);
+    // A copy that could not be made (no memory, reported by setSize) filters nothing.
+    if (filtered.width != width || filtered.height != height) return 0;
     for (int y = 0; y < height && data; y++) {
         for (int x = 0; x < width; x++) {
             unsigned char window[9];

@@ -153,7 +153,7 @@ class ShadingInputs {
   public:
     explicit ShadingInputs(FlicImage& image) {
         FlicImage* source = &image;
-        if (image.bytesPerLine != image.width * image.nChannels) {
+        if (image.bytesPerLine != static_cast<long long>(image.width) * image.nChannels) {
             compact = image;
             source = &compact;
         }

@@ -9,13 +9,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 
 namespace {
 
-// Whether the byte count width * height * nChannels fits a 32-bit int.
+// Bytes of one row that the whole-image loops touch, nChannels * width, formed without
+// overflow (applyMask may raise the channel count of an image of extreme width).
+long long row_byte_count(const FlicImage& image) {
+    return static_cast<long long>(image.nChannels) * image.width;
+}
+
+// Whether the byte count width * height * nChannels fits a 32-bit int, and so does the row's
+// byte count nChannels * width that becomes bytesPerLine (for images of at least one row the
+// first implies the second; a row of a degenerate geometry may be longer than the image).
+// The products are formed in double, exact wherever they are near the int range (below 2^53)
+// and free of overflow for any three ints.
 bool byte_count_fits(int width, int height, int nChannels) {
-    long long count = static_cast<long long>(width) * height * nChannels;
-    return count <= INT_MAX && count >= INT_MIN;
+    double row = static_cast<double>(width) * nChannels;
+    double count = row * height;
+    return count <= INT_MAX && count >= INT_MIN && row <= INT_MAX && row >= INT_MIN;
 }
 
 // Wraps a coordinate into [0, period) by repeated addition/subtraction of the period, the way
@@ -76,7 +88,7 @@ FlicImage::~FlicImage() {
 void FlicImage::operator=(const FlicImage& other) {
     if (&other == this) return;
     if (!setSize(other.width, other.height, other.nChannels)) return;
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (rowBytes <= 0 || !data || !other.data) return;
     for (int y = 0; y < height; y++)
         memcpy(data + static_cast<long>(y) * bytesPerLine,
@@ -87,23 +99,28 @@ int FlicImage::setSize(int width, int height, int nChannels) {
     if (!byte_count_fits(width, height, nChannels))
         return flic_error("image size %d x %d x %d exceeds the 32-bit byte count", width, height,
                           nChannels);
+    int size = static_cast<int>(static_cast<long long>(width) * height * nChannels);
+    unsigned char* block = nullptr;
+    if (size >= 1) {
+        block = static_cast<unsigned char*>(buffer ? realloc(buffer, size) : malloc(size));
+        // A failed realloc keeps the old block: the image stays as it was.
+        if (!block)
+            return flic_error("no memory for an image of %d x %d x %d bytes", width, height,
+                              nChannels);
+    } else if (buffer) {
+        free(buffer);
+    }
+    buffer = block;
     this->width = width;
     this->height = height;
     this->nChannels = nChannels;
     bytesPerLine = nChannels * width;
-    int size = static_cast<int>(static_cast<long long>(width) * height * nChannels);
-    if (size >= 1) {
-        buffer = static_cast<unsigned char*>(buffer ? realloc(buffer, size) : malloc(size));
-    } else if (buffer) {
-        free(buffer);
-        buffer = nullptr;
-    }
     data = buffer;
     return 1;
 }
 
 void FlicImage::clear(int value) {
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (rowBytes <= 0 || !data) return;
     for (int y = 0; y < height; y++)
         memset(data + static_cast<long>(y) * bytesPerLine, value & 0xff, rowBytes);
@@ -121,6 +138,8 @@ unsigned char FlicImage::interp(float x, float y) const {
     const unsigned char* p = data + static_cast<long>(iy) * width + ix;
     float a = p[0], b = p[1], c = p[width], d = p[width + 1];
     float v = ((b - a) * fx + a) + (c - a) * fy + (fx * fy) * (a - c - b + d);
+    // A NaN coordinate makes its fraction, and so the mix, NaN: that has no int value.
+    if (std::isnan(v)) return 0;
     return static_cast<unsigned char>(static_cast<int>(v));
 }
 
@@ -133,11 +152,11 @@ unsigned char FlicImage::interpConst(float x, float y) const {
 
 void FlicImage::createRandom(int binary, int seed) {
     if (seed > 0) srand48(seed);
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (!data) return;
     for (int y = 0; y < height; y++) {
         unsigned char* row = data + static_cast<long>(y) * bytesPerLine;
-        for (int i = 0; i < rowBytes; i++) {
+        for (long long i = 0; i < rowBytes; i++) {
             double r = drand48();
             if (binary)
                 row[i] = r >= 0.5 ? 255 : 0;
@@ -149,18 +168,18 @@ void FlicImage::createRandom(int binary, int seed) {
 
 void FlicImage::getStatistics(float& mean, float& sdev) const {
     float sum = 0.0f, sumsq = 0.0f;
-    int rowBytes = nChannels * width;
+    long long rowBytes = row_byte_count(*this);
     if (data) {
         for (int y = 0; y < height; y++) {
             const unsigned char* row = data + static_cast<long>(y) * bytesPerLine;
-            for (int i = 0; i < rowBytes; i++) {
+            for (long long i = 0; i < rowBytes; i++) {
                 int v = row[i];
                 sum += v;
                 sumsq += v * v;
             }
         }
     }
-    float n = static_cast<float>(nChannels * width * height);
+    float n = static_cast<float>(row_byte_count(*this) * height);
     mean = sum / n;
     float variance = (sumsq - mean * (n * mean)) / (n - 1);
     sdev = sqrtf(variance);
@@ -168,9 +187,9 @@ void FlicImage::getStatistics(float& mean, float& sdev) const {
 
 int FlicImage::writeHistogram(const char* filename) const {
     int count[256] = {0};
-    int sum = 0;
-    int total = width * height;
-    for (int i = 0; data && i < total; i++) {
+    long long sum = 0; // the sum of more than 8 million bytes of 255 would overflow an int
+    long long total = static_cast<long long>(width) * height;
+    for (long long i = 0; data && i < total; i++) {
         count[data[i]]++;
         sum += data[i];
     }
@@ -242,6 +261,25 @@ void read_header_line(FILE* file, char* line, int size) {
     } while (line[0] == '#');
 }
 
+// Pixel data a header may announce without the file holding it: a short file of up to this many
+// bytes of pixels is read as far as it goes (the rest keeps what the resized block held, or
+// repeats the last ASCII sample). Beyond it, a header whose data the file cannot hold is
+// refused, so that a few bytes cannot make the reader claim and fill gigabytes.
+const long long kUncheckedPixelBytes = 16LL << 20;
+
+// Whether the rest of `file` can hold `count` samples (one byte each in the binary formats;
+// at least a digit and a separator each in the ASCII formats), or the data is small enough to
+// be read from a short file. Streams whose size is unknown (pipes) are not checked.
+bool announced_size_acceptable(FILE* file, long long count, bool binary) {
+    if (count <= kUncheckedPixelBytes) return true;
+    struct stat info;
+    long position = ftell(file);
+    if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode) || position < 0) return true;
+    long long available = static_cast<long long>(info.st_size) - position;
+    long long needed = binary ? count : 2 * count - 1;
+    return available >= needed;
+}
+
 // The file name as a format text that prints it literally ('%' doubled).
 void literal_format(const char* text, char* format, size_t size) {
     size_t out = 0;
@@ -274,14 +312,27 @@ int FlicImage::readPNM(const char* filename) {
         fclose(file);
         return flic_ioerror(filename, "couldn't read dimensions");
     }
+    bool binary = strncmp(magic, "P5", 2) == 0 || strncmp(magic, "P6", 2) == 0;
+    bool ascii = strncmp(magic, "P2", 2) == 0 || strncmp(magic, "P3", 2) == 0;
+    long long samples = static_cast<long long>(w) * h * channels;
+    if ((binary || ascii) && !announced_size_acceptable(file, samples, binary)) {
+        fclose(file);
+        return flic_ioerror(filename, "file too short for its dimensions");
+    }
 
-    if (strncmp(magic, "P5", 2) == 0 || strncmp(magic, "P6", 2) == 0) {
-        setSize(w, h, channels);
+    if (binary) {
+        if (!setSize(w, h, channels)) {
+            fclose(file);
+            return 0;
+        }
         for (int y = h - 1; y >= 0; y--)
             if (fread(data + static_cast<long>(y) * bytesPerLine, 1, channels * w, file) == 0)
                 break; // nothing more to read: the remaining rows keep their bytes
-    } else if (strncmp(magic, "P2", 2) == 0 || strncmp(magic, "P3", 2) == 0) {
-        setSize(w, h, channels);
+    } else if (ascii) {
+        if (!setSize(w, h, channels)) {
+            fclose(file);
+            return 0;
+        }
         // A sample that cannot be parsed repeats the last one. A failed scan leaves the stream
         // where it failed, so every later scan would fail the same way: stop scanning then.
         int v[3] = {0, 0, 0};

@@ -111,7 +111,8 @@ class FlicImage {
     // Gaussian blur with a kernel of n half-taps and standard deviation n pixels (n = 1 is the
     // identity). Returns 1, or 0 for n outside 1 to 9 as for convolve.
     int gaussBlur(int n, FlicImage* result = nullptr);
-    // 3 x 3 median filter with clamped borders; further bytes of each row are kept. Returns 1.
+    // 3 x 3 median filter with clamped borders; further bytes of each row are kept. Returns 1,
+    // or 0 when there is no memory for the filtered copy (reported; nothing changed).
     int medianFilter(FlicImage* result = nullptr);
     // Resamples to newWidth x newHeight with the triangle filter, anchored at pixel 0; sums
     // are truncated to their low 8 bits. Returns 1, or 0 through flic_error for a negative

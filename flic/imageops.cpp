@@ -41,8 +41,10 @@ bool report(const char* text) {
 }
 
 // Number of bytes of one row that the whole-image loops touch.
-int row_bytes(const FlicImage& image) {
-    return image.data && image.height > 0 && image.width > 0 ? image.nChannels * image.width : 0;
+long long row_bytes(const FlicImage& image) {
+    return image.data && image.height > 0 && image.width > 0
+               ? static_cast<long long>(image.nChannels) * image.width
+               : 0;
 }
 
 // Statistics of the non-zero bytes of an image, the background (zero bytes) skipped.
@@ -54,10 +56,10 @@ struct NonZeroStatistics {
 
 NonZeroStatistics non_zero_statistics(const FlicImage& image) {
     NonZeroStatistics stats;
-    int bytes = row_bytes(image);
+    long long bytes = row_bytes(image);
     for (int y = 0; bytes > 0 && y < image.height; y++) {
         const unsigned char* row = row_of(image, y);
-        for (int i = 0; i < bytes; i++) {
+        for (long long i = 0; i < bytes; i++) {
             int v = row[i];
             if (v == 0) continue;
             stats.count++;
@@ -202,10 +204,10 @@ void FlicImage::autoAdjust(float mean, float sdev, FlicImage* result) {
         }
     }
     FlicImage& target = result ? *result : *this;
-    int bytes = row_bytes(target);
+    long long bytes = row_bytes(target);
     for (int y = 0; bytes > 0 && y < target.height; y++) {
         unsigned char* row = row_of(target, y);
-        for (int i = 0; i < bytes; i++)
+        for (long long i = 0; i < bytes; i++)
             if (row[i] != 0) row[i] = adjusted_byte(row[i], m, g, mean);
     }
 }
@@ -216,12 +218,12 @@ void FlicImage::brighten(int low, int high, FlicImage* result) {
     if (result == this) result = nullptr;
     if (result && !result->setSize(width, height, nChannels)) return;
     FlicImage& target = result ? *result : *this;
-    int bytes = row_bytes(*this);
+    long long bytes = row_bytes(*this);
     long long range = static_cast<long long>(high) - low;
     for (int y = 0; bytes > 0 && y < height; y++) {
         const unsigned char* in = row_of(*this, y);
         unsigned char* out = row_of(target, y);
-        for (int i = 0; i < bytes; i++)
+        for (long long i = 0; i < bytes; i++)
             out[i] = range == 0 ? in[i]
                                 : clamp_byte(((in[i] - static_cast<long long>(low)) * 255) / range);
     }
@@ -263,6 +265,9 @@ int FlicImage::glue(const FlicImage& r, const FlicImage& g, const FlicImage& b) 
         return glue(&r == this ? self : r, &g == this ? self : g, &b == this ? self : b);
     }
     if (!setSize(r.width, r.height, 3)) return 0;
+    // Images without pixels (a crop with exchanged corners records a negative width) have no
+    // rows to address.
+    if (width <= 0 || !data || !r.data || !g.data || !b.data) return 1;
     for (int y = 0; y < height; y++) {
         const unsigned char* red = row_of(r, y);
         const unsigned char* green = row_of(g, y);
@@ -324,17 +329,25 @@ int FlicImage::applyMask(const FlicImage& mask, FlicImage* result) {
     if (!same_size(*this, mask)) return report("Images must have same size.\n");
     if (mask.nChannels != 1) return report("mask must only have one component.\n");
     int c = nChannels;
-    if (c == 1 || c == 3) {
-        nChannels = c + 1;
-        long long claimed = static_cast<long long>(width) * height * nChannels;
+    bool addsAlpha = c == 1 || c == 3;
+    // The raised channel count must give a geometry an image can have (the message comes from
+    // setSize); only then does this image take it.
+    FlicImage masked;
+    if (!masked.setSize(width, height, addsAlpha ? c + 1 : c)) return 0;
+    if (addsAlpha) {
+        long long claimed = static_cast<long long>(width) * height * (c + 1);
         if (buffer && data == buffer && claimed > 0) {
             long long held = static_cast<long long>(width) * height * c;
-            buffer = static_cast<unsigned char*>(realloc(buffer, claimed));
-            memset(buffer + held, 0, claimed - held);
-            data = buffer;
+            unsigned char* grown = static_cast<unsigned char*>(realloc(buffer, claimed));
+            if (!grown) {
+                fprintf(stderr, "no memory for an alpha channel.\n");
+                return 0;
+            }
+            memset(grown + held, 0, claimed - held);
+            buffer = data = grown;
         }
+        nChannels = c + 1;
     }
-    FlicImage masked(width, height, nChannels);
     for (int y = 0; masked.data && y < height; y++) {
         const unsigned char* in = row_of(*this, y);
         const unsigned char* alpha = row_of(mask, y);
@@ -378,12 +391,12 @@ int FlicImage::subtract(const FlicImage& other, FlicImage* result) {
     if (!same_size(*this, other)) return report("Images must have same size.\n");
     if (nChannels != other.nChannels) return report("Images must have same number of channels.\n");
     FlicImage difference(width, height, nChannels);
-    int bytes = row_bytes(difference);
+    long long bytes = row_bytes(difference);
     for (int y = 0; bytes > 0 && y < height; y++) {
         const unsigned char* a = row_of(*this, y);
         const unsigned char* b = row_of(other, y);
         unsigned char* out = row_of(difference, y);
-        for (int i = 0; i < bytes; i++)
+        for (long long i = 0; i < bytes; i++)
             out[i] = clamp_byte(a[i] + 128 - b[i]);
     }
     if (result)

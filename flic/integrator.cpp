@@ -232,7 +232,8 @@ FLIC_ALWAYS_INLINE void AdaptiveIntegrator::endDerivative(const Vec2f& y1, Vec2f
 }
 
 // The control law: absolute error measure, accept when tolerance / e >= 1 (NaN included), then
-// double h up to maxStep; otherwise halve h, or end the line when h is already below minStep.
+// double h up to maxStep; otherwise halve h, or end the line when h is already below minStep
+// (or zero).
 FLIC_ALWAYS_INLINE bool AdaptiveIntegrator::controlStep(const Vec2f& err, float& h, float& hdid) {
     float e = (fabsf(err.y) + fabsf(err.x)) + 1e-10f;
     float ratio = tolerance / e;
@@ -242,7 +243,9 @@ FLIC_ALWAYS_INLINE bool AdaptiveIntegrator::controlStep(const Vec2f& err, float&
         if (h > maxStep) h = maxStep;
         return true;
     }
-    if (minStep > fabsf(h)) longjmp(jumpBuffer, 3);
+    // A step already halved to zero cannot shrink further: without a positive minStep it
+    // would be retried forever, so it ends the line like a step below minStep.
+    if (minStep > fabsf(h) || h == 0.0f) longjmp(jumpBuffer, 3);
     h = h * 0.5f;
     return false;
 }

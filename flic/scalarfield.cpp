@@ -117,23 +117,43 @@ int FlicScalarField::setSize(int width, int height) {
     long long nodes = static_cast<long long>(width) * height;
     if (nodes > kMaxScalarNodes)
         return flic_error("scalar field size %d x %d is too large", width, height);
+    size_t bytes = static_cast<size_t>(nodes) * sizeof(float);
+    float* block;
+    if (bytes == 0) {
+        // realloc with 0 bytes has implementation-defined results; free explicitly.
+        free(buffer);
+        buffer = nullptr;
+        block = static_cast<float*>(malloc(0));
+    } else {
+        block = static_cast<float*>(buffer ? realloc(buffer, bytes) : malloc(bytes));
+        // A failed realloc keeps the old block: the field stays as it was.
+        if (!block) return flic_error("no memory for a scalar field of %d x %d", width, height);
+    }
+    buffer = block;
     this->width = width;
     this->height = height;
-    size_t bytes = static_cast<size_t>(nodes) * sizeof(float);
-    if (buffer) {
-        if (bytes == 0) {
-            // realloc with 0 bytes has implementation-defined results; free explicitly.
-            free(buffer);
-            buffer = static_cast<float*>(malloc(0));
-        } else {
-            buffer = static_cast<float*>(realloc(buffer, bytes));
-        }
-    } else {
-        buffer = static_cast<float*>(malloc(bytes));
-    }
     data = buffer;
     return 1;
 }
+
+namespace {
+
+// Gives a field that is being read fresh zero-filled storage of width x height nodes, in place
+// of setSize's resized block. The pages of a large block stay untouched until values arrive,
+// so a file that announces a large field but ends early costs memory only for what it holds;
+// nodes it does not supply read as zero.
+bool take_zeroed_storage(FlicScalarField& field, int width, int height) {
+    size_t nodes = static_cast<size_t>(width) * static_cast<size_t>(height);
+    float* block = static_cast<float*>(calloc(nodes, sizeof(float)));
+    if (!block) return flic_error("no memory for a scalar field of %d x %d", width, height);
+    free(field.buffer);
+    field.buffer = field.data = block;
+    field.width = width;
+    field.height = height;
+    return true;
+}
+
+} // namespace
 
 // No bounds test: the scan converter only produces nodes inside the field it was sized to.
 void FlicScalarField::pixelCallback(int x, int y, float* values, void* field) {
@@ -143,7 +163,7 @@ void FlicScalarField::pixelCallback(int x, int y, float* values, void* field) {
 
 // Value = sin(theta)^2 * (cos(r - p) - sin(r - p) / r), theta measured from the y axis.
 void FlicScalarField::createDipole(float extent, float phase) {
-    if (!data) return;
+    if (!data || width <= 0) return; // no rows to fill (a field of width 0 has storage of 0 bytes)
     float p = phase * 6.2831855f;
     float* out = data;
     for (int j = 0; j < height; j++) {
@@ -162,7 +182,7 @@ void FlicScalarField::createDipole(float extent, float phase) {
 }
 
 void FlicScalarField::createCircle() {
-    if (!data) return;
+    if (!data || width <= 0) return;
     float* out = data;
     for (int j = 0; j < height; j++) {
         float v = j / grid_divisor(height) - 0.5f;
@@ -195,17 +215,19 @@ int FlicScalarField::read(const char* filename) {
         fclose(file);
         return flic_ioerror(filename, "illegal scalar field dimensions");
     }
-    setSize(w, h);
+    if (!take_zeroed_storage(*this, w, h)) {
+        fclose(file);
+        return 0;
+    }
     size_t nodes = static_cast<size_t>(w) * h;
 
     if (binary) {
         size_t got = fread(data, 4, nodes, file);
-        if (got < nodes) memset(data + got, 0, (nodes - got) * 4);
-        swapByteOrder(w * h, data);
+        if (got < nodes) memset(data + got, 0, 4); // bytes of a value cut short
+        swapByteOrder(static_cast<int>(got), data);
     } else {
         for (size_t i = 0; i < nodes; i++) {
             if (fscanf(file, "%g", &data[i]) < 1) {
-                memset(data + i, 0, (nodes - i) * 4);
                 fclose(file);
                 return flic_ioerror(filename, "illegal or missing scalar values");
             }

@@ -69,18 +69,40 @@ int FlicVectorField::setSize(int width, int height) {
     long long nodes = static_cast<long long>(width) * height;
     if (nodes > kMaxFieldNodes)
         return flic_error("vector field size %d x %d is too large", width, height);
-    this->width = width;
-    this->height = height;
+    float* block = nullptr;
     if (nodes > 0) {
         size_t bytes = static_cast<size_t>(width) * 8 * static_cast<size_t>(height);
-        buffer = static_cast<float*>(buffer ? realloc(buffer, bytes) : malloc(bytes));
+        block = static_cast<float*>(buffer ? realloc(buffer, bytes) : malloc(bytes));
+        // A failed realloc keeps the old block: the field stays as it was.
+        if (!block) return flic_error("no memory for a vector field of %d x %d", width, height);
     } else if (buffer) {
         free(buffer);
-        buffer = nullptr;
     }
+    buffer = block;
+    this->width = width;
+    this->height = height;
     data = buffer;
     return 1;
 }
+
+namespace {
+
+// Gives a field that is being read fresh zero-filled storage of width x height nodes, in place
+// of setSize's resized block. The pages of a large block stay untouched until values arrive,
+// so a file that announces a large field but ends early costs memory only for what it holds;
+// nodes it does not supply read as zero vectors.
+bool take_zeroed_storage(FlicVectorField& field, int width, int height) {
+    size_t nodes = static_cast<size_t>(width) * static_cast<size_t>(height);
+    float* block = static_cast<float*>(calloc(nodes, 2 * sizeof(float)));
+    if (!block) return flic_error("no memory for a vector field of %d x %d", width, height);
+    free(field.buffer);
+    field.buffer = field.data = block;
+    field.width = width;
+    field.height = height;
+    return true;
+}
+
+} // namespace
 
 void FlicVectorField::pixelCallback(int x, int y, float* values, void* field) {
     FlicVectorField* self = static_cast<FlicVectorField*>(field);
@@ -109,19 +131,22 @@ int FlicVectorField::read(const char* filename) {
         fclose(file);
         return flic_ioerror(filename, "illegal vector field dimensions");
     }
-    setSize(w, h);
+    if (!take_zeroed_storage(*this, w, h)) {
+        fclose(file);
+        return 0;
+    }
     size_t nodes = static_cast<size_t>(w) * h;
 
     if (binary) {
         // A short file is not an error; the part it does not supply reads as zero vectors.
         size_t got = fread(data, 8, nodes, file);
-        if (got < nodes) memset(data + 2 * got, 0, (nodes - got) * 8);
-        swapByteOrder(2 * w * h, data);
+        if (got < nodes) memset(data + 2 * got, 0, 8); // bytes of a record cut short
+        swapByteOrder(static_cast<int>(2 * got), data);
     } else {
         for (size_t i = 0; i < nodes; i++) {
             if (fscanf(file, "%g%g", &data[2 * i], &data[2 * i + 1]) < 2) {
-                // Keep the values read so far; the rest reads as zero vectors.
-                memset(data + 2 * i, 0, (nodes - i) * 8);
+                // The values read so far are kept; the rest reads as zero vectors.
+                data[2 * i] = 0.0f;
                 fclose(file);
                 return flic_ioerror(filename, "illegal or missing vector values");
             }
@@ -229,8 +254,10 @@ bool has_nodes(const FlicVectorField& field) {
 
 // Cell-centred bilinear resampling of `source` into `target`, already sized.
 void resample_into(const FlicVectorField& source, FlicVectorField& target) {
+    // A target without nodes (a width of 0 with any height) has nothing to visit.
+    if (!has_nodes(target)) return;
     Vec2f* out = target.vectors();
-    long count = has_nodes(target) ? static_cast<long>(target.width) * target.height : 0;
+    long count = static_cast<long>(target.width) * target.height;
     if (!has_nodes(source)) {
         for (long k = 0; k < count; k++)
             out[k] = Vec2f{0.0f, 0.0f};

@@ -118,8 +118,22 @@ void resample_columns(const FlicImage& source, const ContributorLists& lists, Fl
     }
 }
 
+// Formed in double: exact near the int range, and no product of three ints overflows it.
 bool byte_count_fits(int width, int height, int channels) {
-    return static_cast<long long>(width) * height * channels <= INT_MAX;
+    return static_cast<double>(width) * height * channels <= INT_MAX;
+}
+
+// Whether the contributor lists of a pass from `size` to `newSize` samples fit a 32-bit byte
+// count, like the images themselves. Each output position takes at most the samples within its
+// support on both sides (twice the support plus one); the lists outgrow the image only for
+// lines far longer than the image is high, as when a single row is stretched.
+bool contributors_fit(int size, int newSize) {
+    if (size <= 0 || newSize <= 0) return true;
+    double scale = static_cast<double>(newSize) / size;
+    double support = scale < 1.0 ? fwidth / scale : fwidth;
+    double entries = newSize * (2.0 * support + 1.0);
+    double bytes = entries * sizeof(Contributor) + (newSize + 1.0) * sizeof(int);
+    return bytes <= INT_MAX;
 }
 
 } // namespace
@@ -132,7 +146,8 @@ int FlicImage::zoom(int newWidth, int newHeight, FlicImage* result) {
     if (!hasPixels && newWidth > 0 && newHeight > 0)
         return flic_error("zoom: the image to be zoomed has no pixels");
     if (!byte_count_fits(newWidth, height, nChannels) ||
-        !byte_count_fits(newWidth, newHeight, nChannels))
+        !byte_count_fits(newWidth, newHeight, nChannels) || !contributors_fit(width, newWidth) ||
+        !contributors_fit(height, newHeight))
         return flic_error("zoom: new size %d x %d x %d is too large", newWidth, newHeight,
                           nChannels);
 

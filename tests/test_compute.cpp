@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -426,6 +427,42 @@ TEST(Compute, RejectsUnusableInputs) {
     EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
 }
 
+TEST(Compute, ValuesOutsideTheEnumerationsActAsBoxAndBilinear) {
+    FlicVectorField field = vortexSaddle(9, 9);
+    FlicImage texture = noise(24, 20, 1, 8);
+    auto run = [&](int kernel, int interpolation) {
+        FlicCompute engine;
+        engine.setFilterLength(6);
+        engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(kernel));
+        engine.setInterpolationMethod(static_cast<FlicCompute::InterpolationMethod>(interpolation));
+        FlicImage output;
+        EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
+        return bytes(output);
+    };
+    for (int kernel : {7, -1})
+        EXPECT_EQ(run(kernel, 1), run(FlicCompute::BOX, 1)) << kernel;
+    for (int interpolation : {-3, 2})
+        EXPECT_EQ(run(1, interpolation), run(1, FlicCompute::BILINEAR)) << interpolation;
+    EXPECT_NE(run(1, 0), run(1, FlicCompute::BILINEAR));
+}
+
+// The quasi-random order of a grid one cell wide or high holds the sign bit, not 0, on that
+// axis: every candidate still names a pixel of the image.
+TEST(Compute, QuasiRandomSeedingOnTexturesOnePixelWideOrHigh) {
+    FlicVectorField vertical = uniformField(3, 3, 0, 1), horizontal = uniformField(3, 3, 1, 0);
+    FlicImage column(1, 6, 1), row(6, 1, 1), output;
+    column.clear(200);
+    row.clear(200);
+    FlicCompute engine;
+    engine.seedingMethod = 2;
+    ASSERT_EQ(engine.compute(&vertical, &column, &output), 1);
+    EXPECT_GT(engine.numFieldLines, 0);
+    EXPECT_EQ(bytes(output), Bytes(6, 200));
+    ASSERT_EQ(engine.compute(&horizontal, &row, &output), 1);
+    EXPECT_GT(engine.numFieldLines, 0);
+    EXPECT_EQ(bytes(output), Bytes(6, 200));
+}
+
 TEST(Compute, TextureLookupsWrapPeriodically) {
     // Periods 4 x 3 and 2 x 4: the last column and row are only right and upper neighbours.
     FlicImage grey = noise(5, 4, 1, 6), rgb = noise(3, 5, 3, 7);
@@ -485,4 +522,20 @@ TEST(Compute, CounterTubeChoosesTheBestExtension) {
     engine.evalZaehlrohr();
     EXPECT_EQ(engine.getPixel, lookup);
     EXPECT_TRUE(engine.extensionSteps >= 1 && engine.extensionSteps <= 254);
+
+    // Counts of any size: the gain is summed beyond the int range (30 + INT_MAX twice would
+    // wrap negative and lose to step 1), the stored suffix sums wrap, nothing is undefined.
+    engine.kernelSteps = 0;
+    engine.extensionSteps = 2;
+    engine.zaehlrohr[1][0] = INT_MAX;
+    engine.zaehlrohr[2][0] = INT_MAX;
+    engine.zaehlrohr[1][1] = engine.zaehlrohr[2][1] = engine.zaehlrohr[3][1] = 1;
+    engine.evalZaehlrohr(); // ratios INT_MAX / (1 * 2) and 2 INT_MAX / (2 * 1)
+    EXPECT_EQ(engine.extensionSteps, 2);
+    for (auto& entry : engine.zaehlrohr)
+        entry[0] = entry[1] = INT_MAX;
+    engine.kernelSteps = engine.lengthBias = engine.extensionSteps = INT_MAX;
+    engine.evalZaehlrohr();
+    EXPECT_TRUE(engine.extensionSteps >= 0 && engine.extensionSteps <= 254);
+    EXPECT_EQ(engine.zaehlrohr[255][0], INT_MAX); // the gain beyond the evaluated steps stays
 }

@@ -44,6 +44,13 @@ TEST(PackedTables, EntriesBiasGroupsWarningAndExit) {
         }
     });
     EXPECT_EQ(luts[2 * FLIC_LUT_ENTRIES + 100], 100u + (1u << 10)); // group 4 over table 2
+    // Of the groups beyond the third, the last one is what table 2 holds.
+    std::vector<float> longer(17, 0.0f);
+    longer[9] = 0.25f;
+    longer[15] = 0.1f;
+    stderrOf([&] { flic_initPackedLuts(longer.data(), 17); });
+    EXPECT_EQ(luts[FLIC_LUT_GROUPS], 6u);
+    EXPECT_EQ(luts[2 * FLIC_LUT_ENTRIES + 100], 40u + (1u << 10));
 
     const float dark[] = {0.9f};
     EXPECT_EQ(stderrOf([&] { flic_initPackedLuts(dark, 1); }),
@@ -187,4 +194,15 @@ TEST(Filters, LongLinesMatchShortLines) {
             };
             EXPECT_EQ(run(16400, 9000), run(80, 20)) << rows << filter;
         }
+}
+
+TEST(MedianFilter, NoMemoryForTheCopyChangesNothing) {
+    FlicImage big(20000, 20000); // 400 MB, never touched
+    big.data[0] = 7;
+    AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(big.medianFilter(), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for an image of 20000 x 20000 x 1 bytes");
+    EXPECT_TRUE(big.width == 20000 && big.data[0] == 7);
 }

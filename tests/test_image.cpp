@@ -59,6 +59,44 @@ TEST(ImageContainer, OwnershipWrappingAndResizing) {
     EXPECT_EQ(capture.onlyError(),
               "FLIC error: image size 50000 x 50000 x 1 exceeds the 32-bit byte count");
     EXPECT_TRUE(image.width == 3 && image.nChannels == 3 && image.data[17] == 9);
+    // No pixels, but a row whose byte count (bytesPerLine) would not fit an int either.
+    capture.errors().clear();
+    EXPECT_EQ(image.setSize(2147483644, 0, 3), 0);
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: image size 2147483644 x 0 x 3 exceeds the 32-bit byte count");
+    EXPECT_EQ(image.width, 3);
+    EXPECT_EQ(image.setSize(2147483644, 0, 1), 1);
+    EXPECT_EQ(image.bytesPerLine, 2147483644);
+    // Sizes whose byte count does not even fit 64 bits.
+    capture.errors().clear();
+    EXPECT_EQ(image.setSize(2111111111, 2111111111, 3), 0);
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: image size 2111111111 x 2111111111 x 3 exceeds the 32-bit byte count");
+
+    // Caller memory wrapped with any geometry: a row of 2^31 - 4 two-byte pixels counts
+    // 2^32 - 8 bytes, beyond an int, in an image of no rows (0 bytes: no mean).
+    unsigned char guard[4] = {1, 2, 3, 4};
+    FlicImage wide(2147483644, 0, 2, 0, guard);
+    float mean, sdev;
+    wide.getStatistics(mean, sdev);
+    EXPECT_TRUE(std::isnan(mean));
+    wide.clear(9); // no rows to touch
+    wide.createRandom(1, 1);
+    EXPECT_EQ(guard[0], 1);
+}
+
+TEST(ImageContainer, AllocationFailureLeavesTheImageAsItWas) {
+    FlicImage image(3, 2, 1);
+    image.clear(4);
+    AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(image.setSize(40000, 40000, 1), 0); // 1.6 GB
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for an image of 40000 x 40000 x 1 bytes");
+    EXPECT_EQ(pixelBytes(image), Bytes(6, 4));
+    FlicImage fresh;
+    EXPECT_EQ(fresh.setSize(30000, 30000, 2), 0);
+    EXPECT_TRUE(fresh.data == nullptr && fresh.width == 0);
 }
 
 TEST(ImageSampling, WrappingDegenerateImagesAndOddCoordinates) {
@@ -79,6 +117,7 @@ TEST(ImageSampling, WrappingDegenerateImagesAndOddCoordinates) {
     FlicImage nine = greyImage(3, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9});
     EXPECT_EQ(nine.interp(INFINITY, -INFINITY), 1);
     EXPECT_EQ(nine.interpConst(NAN, 0.0f), 1);
+    EXPECT_EQ(nine.interp(NAN, 0.0f) + nine.interp(0.5f, NAN), 0); // a NaN mix gives 0
     EXPECT_EQ(nine.interp(1.0e30f, 0.0f), nine.interp(std::fmod(1.0e30f, 2.0f), 0.0f));
 }
 
@@ -107,6 +146,12 @@ TEST(ImageFiles, HistogramFileAndMeanOnStandardOutput) {
     testing::internal::CaptureStdout();
     makeImage(2, 1, 3, {1, 2, 3, 4, 5, 6}).writeHistogram(dir.path("rgb.txt").c_str());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Mean = 1.5\n");
+    // The sum of 9 million bytes of 255 does not fit an int; the mean stays right.
+    FlicImage bright(3000, 3000);
+    bright.clear(255);
+    testing::internal::CaptureStdout();
+    bright.writeHistogram(dir.path("bright.txt").c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Mean = 255\n");
     testing::internal::CaptureStdout();
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(image.writeHistogram("/nonexistent-dir/h.txt"), 0); }),
               "FlicImage: Can't write histogram /nonexistent-dir/h.txt\n");
@@ -202,4 +247,37 @@ TEST(ImageFiles, RejectedHeadersReportAndLeaveTheImageUnchanged) {
     EXPECT_EQ(image.readPNM("/nonexistent-dir/x.pgm"), 0);
     EXPECT_EQ(capture.onlyError(),
               "FLIC error: can't open /nonexistent-dir/x.pgm (No such file or directory)");
+}
+
+// Up to 16 MiB of pixels a short file is read as far as it goes; beyond that the file must hold
+// the data its header announces (a byte per sample, or a digit and a separator in ASCII).
+TEST(ImageFiles, LargeHeadersNeedTheirDataInTheFile) {
+    TempDir dir;
+    std::string path = dir.path("big.pnm");
+    FlicImage image = greyImage(2, 1, {5, 6});
+    std::string tooShort =
+        "FLIC error: can't open " + path + " (file too short for its dimensions)";
+    auto read = [&](const std::string& contents) {
+        writeFile(path, contents);
+        MessageCapture capture;
+        int result = image.readPNM(path.c_str());
+        return result ? std::string("read") : capture.onlyError();
+    };
+    EXPECT_EQ(read("P5\n4097 4096\n255\nAB"), tooShort);
+    EXPECT_EQ(read("P6\n2400 2400\n255\n" + std::string(17279999, 'x')), tooShort);
+    EXPECT_EQ(read("P2\n4097 4096\n255\n1 2 3"), tooShort);
+    EXPECT_EQ(read("P3\n1500 4000\n255\n1 2 3"), tooShort);
+    EXPECT_EQ(pixelBytes(image), (Bytes{5, 6})); // unchanged by every refusal
+    // An unknown magic keeps its own report, whatever the dimensions.
+    EXPECT_EQ(read("P4\n4097 4096\n255\nAB"), "FLIC error: " + path);
+
+    // Exactly 16 MiB may still be short; a complete larger file is read.
+    EXPECT_EQ(read("P5\n4096 4096\n255\nAB"), "read");
+    EXPECT_EQ(image.data[4095 * 4096], 'A');
+    std::string rows(4097 * 4096, '\7');
+    rows[0] = 'T';
+    EXPECT_EQ(read("P5\n4097 4096\n255\n" + rows), "read");
+    EXPECT_EQ(image.width, 4097);
+    EXPECT_EQ(image.data[4095 * 4097], 'T'); // the file's first row is the top row
+    EXPECT_EQ(read("P6\n2400 2400\n255\n" + std::string(17280000, 'x')), "read");
 }

@@ -40,6 +40,15 @@ TEST(ImageOps, ColorToGreyGlueOneband) {
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(out.glue(g, g, narrow), 0); }),
               "Images must have equal size.\n");
     EXPECT_EQ(out.data[11], 12);
+    // A crop with exchanged corners records a negative width: glue takes that geometry and
+    // has no rows to fill.
+    FlicImage backwards = makeImage(2, 2, 1, {1, 2, 3, 4});
+    EXPECT_EQ(backwards.crop(1, 0, -1, 1), 1);
+    EXPECT_EQ(backwards.width, -1);
+    EXPECT_EQ(out.glue(backwards, backwards, backwards), 1);
+    EXPECT_EQ(out.width, -1);
+    EXPECT_EQ(out.height, 2);
+    EXPECT_EQ(out.data, nullptr);
 
     // oneband: past the last channel takes blue; a negative band reaches into the row before
     // (0 before the first byte).
@@ -116,6 +125,15 @@ TEST(ImageOps, MixAndMask) {
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(pair.applyMask(rgb), 0); }),
               "mask must only have one component.\n");
     EXPECT_EQ(four.nChannels + pair.nChannels, 6); // unchanged by the refusals
+    // The alpha channel must give a geometry an image can have; otherwise nothing changes.
+    FlicImage wide, wideMask, masked;
+    ASSERT_EQ(wide.setSize(2147483644, 0, 1), 1);
+    ASSERT_EQ(wideMask.setSize(2147483644, 0, 1), 1);
+    testutil::MessageCapture capture;
+    EXPECT_EQ(wide.applyMask(wideMask, &masked), 0);
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: image size 2147483644 x 0 x 2 exceeds the 32-bit byte count");
+    EXPECT_EQ(wide.nChannels, 1);
 }
 
 TEST(ImageOps, MultiplySubtractCrop) {

@@ -201,6 +201,41 @@ TEST(Integrator, AdaptiveStepSizesGrowToTheMaximum) {
     }
 }
 
+// Step-size settings that can never finish a step end the line (status 1, straight on) instead
+// of looping: a zero initial or maximum step never advances the line, and a tolerance no step
+// meets halves the trial step down to zero when no positive minimum stops it first.
+TEST(Integrator, AdaptiveSettingsThatCannotProgressEndTheLine) {
+    FlicVectorField field = uniformField(40, 8, 1, 0);
+    struct Settings {
+        float tolerance, initialStep, minStep, maxStep;
+    } cases[] = {{0.001f, 0.0f, 0.5f, 15.0f}, {0.001f, -2.0f, 0.5f, 15.0f},
+                 {0.001f, 4.0f, 0.5f, 0.0f},  {-1.0f, 4.0f, 0.0f, 15.0f},
+                 {-1.0f, 4.0f, -1.0f, 15.0f}, {0.0f, 4.0f, 0.0f, 15.0f},
+                 {1e-30f, 4.0f, 0.0f, 15.0f}, {0.001f, 4.0f, 0.5f, 1e-30f}};
+    for (const Settings& c : cases)
+        for (int kind = 2; kind < 5; kind++) {
+            std::unique_ptr<FlicIntegrator> owner;
+            if (kind == 2)
+                owner = std::make_unique<RK43>(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
+            if (kind == 3)
+                owner = std::make_unique<RKDP>(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
+            if (kind == 4)
+                owner = std::make_unique<RKCK>(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
+            bind(*owner, field, 0.5f);
+            owner->init(Vec2f{5, 4}, Vec2f{1, 0});
+            int status = -1;
+            float x = 5;
+            for (int i = 0; i < 20 && status != 1; i++)
+                x = owner->next(status).x;
+            EXPECT_EQ(status, 1) << kind << " " << c.tolerance << " " << c.initialStep << " "
+                                 << c.minStep << " " << c.maxStep;
+            const Vec2f& p = owner->next(status);
+            EXPECT_EQ(status, 1);
+            EXPECT_EQ(p.x, x + 0.5f); // straight on along the last tangent
+            EXPECT_EQ(p.y, 4.0f);
+        }
+}
+
 TEST(Integrator, AdaptiveFallsBackToEulerAtTheBorder) {
     // Steps 4 and 8 reach t1 = 12 (x = 14); at t = 13 the step of 15 would reach x = 29,
     // outside: code 1, then Euler points exactly one step apart until x passes xMax = 22.999.

@@ -118,9 +118,27 @@ TEST(ScalarFieldFiles, Rejections) {
     expectError("FLIC VECTOR ASCII\n2 2\n1 2 3 4\n", "header string 'FLIC SCALAR' not found");
     expectError("FLIC SCALAR ASCII\n3 2\n9 8 x", "illegal or missing scalar values");
     EXPECT_EQ(valuesOf(field), (Floats{9, 8, 0, 0, 0, 0})); // resized, values so far kept
+    // A short file that announces the largest field costs no memory for the zeros it leaves.
+    long peak = testutil::peakResidentKilobytes();
+    expectError("FLIC SCALAR ASCII\n10000 10000\n7\n", "illegal or missing scalar values");
+    writeFile(path, "FLIC SCALAR BINARY\n10000 10000\n\x3f\x80");
+    EXPECT_EQ(field.read(path.c_str()), 1);
+    EXPECT_EQ(field.data[0], 0.0f); // a value cut short reads as zero
+    EXPECT_EQ(field.data[10000 * 10000 - 1], 0.0f);
+    EXPECT_LT(testutil::peakResidentKilobytes() - peak, 100000L);
     EXPECT_EQ(field.write("/nonexistent-dir/f.sca", 0), 0);
     EXPECT_EQ(capture.errors().back(),
               "FLIC error: can't open /nonexistent-dir/f.sca (No such file or directory)");
+}
+
+TEST(ScalarField, AllocationFailureLeavesTheFieldAsItWas) {
+    FlicScalarField field = makeField(2, 2, {1, 2, 3, 4});
+    testutil::AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(field.setSize(30000, 30000), 0); // 3.6 GB
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for a scalar field of 30000 x 30000");
+    EXPECT_EQ(valuesOf(field), (Floats{1, 2, 3, 4}));
 }
 
 TEST(ScalarField, PseudoColor) {

@@ -146,11 +146,30 @@ TEST(VectorFieldFiles, DimensionLimitsAndFailures) {
         ASSERT_EQ(field.read(path.c_str()), 1) << dims;
         EXPECT_EQ(componentsOf(field), Floats(40000, 0.0f));
     }
+    // The 800 MB of zero vectors a short file of the largest size leaves are never touched,
+    // in binary and in ASCII (where a pair cut short reads as a zero vector).
+    long peak = peakResidentKilobytes();
+    writeFile(path, "FLIC VECTOR BINARY\n10000 10000\n");
+    ASSERT_EQ(field.read(path.c_str()), 1);
+    EXPECT_EQ(field.data[2 * 10000 * 10000 - 1], 0.0f);
+    fails("FLIC VECTOR ASCII\n10000 10000\n1 2 3", "illegal or missing vector values");
+    EXPECT_TRUE(field.data[0] == 1.0f && field.data[2] == 0.0f);
+    EXPECT_LT(peakResidentKilobytes() - peak, 100000L);
     capture.errors().clear();
     EXPECT_EQ(field.read("/nonexistent-dir/f.vec") + field.write("/nonexistent-dir/f.vec", 1), 0);
     EXPECT_EQ(capture.errors(),
               std::vector<std::string>(
                   2, "FLIC error: can't open /nonexistent-dir/f.vec (No such file or directory)"));
+}
+
+TEST(VectorField, AllocationFailureLeavesTheFieldAsItWas) {
+    FlicVectorField field = fieldOf(2, 2, kOneToEight);
+    AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(field.setSize(20000, 20000), 0); // 3.2 GB
+    EXPECT_EQ(capture.onlyError(), "FLIC error: no memory for a vector field of 20000 x 20000");
+    EXPECT_EQ(componentsOf(field), kOneToEight);
 }
 
 TEST(VectorFieldSynthetic, Generators) {

@@ -75,6 +75,17 @@ TEST(Zoom, ChannelsInPlaceWrappedRowsAndBadSizes) {
                                         "FLIC error: zoom: new size 70000 x 70000 x 1 is too "
                                         "large"}));
     EXPECT_EQ(pixelBytes(grey), (Bytes{1, 2, 3, 4, 5, 6}));
+    // A single row stretched to 100 million pixels fits an image, not its filter weights.
+    FlicImage single = makeImage(2, 1, 1, {0, 100});
+    capture.errors().clear();
+    EXPECT_EQ(single.zoom(100000000, 1), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: zoom: new size 100000000 x 1 x 1 is too large");
+    EXPECT_EQ(pixelBytes(single), (Bytes{0, 100}));
+    capture.errors().clear();
+    FlicImage rgb3 = makeImage(1, 1, 3, {1, 2, 3});
+    EXPECT_EQ(rgb3.zoom(2147483647, 2147483647), 0); // a byte count beyond 64 bits
+    EXPECT_EQ(capture.onlyError(),
+              "FLIC error: zoom: new size 2147483647 x 2147483647 x 3 is too large");
     EXPECT_EQ(grey.zoom(0, 5), 1);
     EXPECT_TRUE(grey.width == 0 && grey.height == 5);
 }

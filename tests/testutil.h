@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace testutil {
@@ -183,6 +184,44 @@ inline FlicVectorField vortexSaddle(int width, int height) {
         return Vec2f{-ay * wa + 0.6f * bx, ax * wa - 0.6f * by};
     });
 }
+
+// Peak resident memory of this process so far, in kilobytes.
+inline long peakResidentKilobytes() {
+    struct rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+// While it lives, limits the address space to what the process maps now plus `headroom` bytes,
+// so that larger allocations fail. AddressSanitizer needs address space of its own and ignores
+// such limits: active() is false in sanitizer builds and when the limit cannot be set.
+class AddressSpaceLimit {
+  public:
+    explicit AddressSpaceLimit(long long headroom) {
+#if !defined(__SANITIZE_ADDRESS__)
+        long pages = 0;
+        std::ifstream statm("/proc/self/statm");
+        if (!(statm >> pages) || getrlimit(RLIMIT_AS, &saved) != 0) return;
+        struct rlimit limited = saved;
+        limited.rlim_cur = static_cast<rlim_t>(pages) * sysconf(_SC_PAGESIZE) + headroom;
+        set = setrlimit(RLIMIT_AS, &limited) == 0;
+#else
+        (void)headroom;
+#endif
+    }
+    ~AddressSpaceLimit() {
+        if (set) setrlimit(RLIMIT_AS, &saved);
+    }
+    AddressSpaceLimit(const AddressSpaceLimit&) = delete;
+    AddressSpaceLimit& operator=(const AddressSpaceLimit&) = delete;
+    bool active() const {
+        return set;
+    }
+
+  private:
+    struct rlimit saved {};
+    bool set = false;
+};
 
 } // namespace testutil
 

@@ -11,7 +11,9 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer -DCMAKE_PREFIX_PATH=${prefix})
+# CONSUMER_FLAGS: compiler and linker flags the consumer needs (a sanitizer build's runtime).
+run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer -DCMAKE_PREFIX_PATH=${prefix}
+    "-DCMAKE_CXX_FLAGS=${CONSUMER_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${CONSUMER_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/consumer)
 run(${WORK_DIR}/consumer/consumer ${WORK_DIR}/noise.pgm)
 file(READ ${WORK_DIR}/noise.pgm header LIMIT 11)
@@ -30,5 +32,5 @@ if(PKG_CONFIG)
         message(FATAL_ERROR "pkg-config does not know muskeip")
     endif()
     separate_arguments(flags UNIX_COMMAND "${flags}")
-    run(c++ ${CONSUMER_DIR}/main.cpp ${flags} -o ${WORK_DIR}/consumer_pc)
+    run(c++ ${CONSUMER_FLAGS} ${CONSUMER_DIR}/main.cpp ${flags} -o ${WORK_DIR}/consumer_pc)
 endif()

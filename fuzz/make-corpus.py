@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+"""Writes the seed corpora under fuzz/corpus/<target>/: small valid files of every format and
+mode the readers know, and for the engine byte strings that select typical settings (their
+layout follows the order in which fuzz_engine.cpp reads its input). Run it from anywhere; it
+replaces the files it writes and leaves others alone."""
+import os
+import struct
+
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "corpus")
+
+
+def put(target, name, data):
+    folder = os.path.join(ROOT, target)
+    os.makedirs(folder, exist_ok=True)
+    if isinstance(data, str):
+        data = data.encode()
+    with open(os.path.join(folder, name), "wb") as out:
+        out.write(data)
+
+
+def pnm():
+    grey = bytes([0, 64, 128, 255, 10, 20])
+    put("pnm", "p5.pgm", b"P5\n3 2\n255\n" + grey)
+    put("pnm", "p6.ppm", b"P6\n2 2\n255\n" + bytes(range(0, 240, 20)))
+    put("pnm", "p2.pgm", "P2\n3 2\n255\n000  064  128  255  010  020 ")
+    put("pnm", "p3.ppm", "P3\n2 1\n255\n255 000 000 000 255 000 ")
+    put("pnm", "comments.pgm", "P2\n# made by hand\n2 2\n# maximum\n255\n1 2\n3 300\n")
+    put("pnm", "short.pgm", b"P5\n4 4\n255\n\x01\x02")
+    put("image_ops", "grey.pgm", b"P5\n6 5\n255\n" + bytes((i * 37) % 256 for i in range(30)))
+    put("image_ops", "rgb.ppm", b"P6\n4 3\n255\n" + bytes((i * 11) % 256 for i in range(36)))
+    put("image_ops", "flat.pgm", "P2\n3 3\n255\n" + "9 " * 9)
+    put("image_ops", "line.ppm", "P3\n5 1\n255\n" + "1 2 3 " * 5)
+
+
+def fields():
+    put("vector", "ascii.vec", "FLIC VECTOR ASCII\n2 2\n1 0\n0 1\n-1 0\n0.5 -0.25\n")
+    put("vector", "oneline.vec", "FLIC VECTOR\n3 2\n1 2 3 4 5 6 7 8 9 10 11 12\n")
+    values = [1.0, 0.0, 0.0, 1.0, -1.0, 0.0, 0.5, -0.25]
+    put("vector", "binary.vec", b"FLIC VECTOR BINARY\n2 2\n" + struct.pack(">8f", *values))
+    put("scalar", "ascii.sca", "FLIC SCALAR ASCII\n2 3\n0\n1\n2\n3\n-4.5\n1e3\n")
+    put("scalar", "binary.sca",
+        b"FLIC SCALAR BINARY\n3 2\n" + struct.pack(">6f", 0, 0.5, 1, 1.5, -2, 3e10))
+
+
+def icol():
+    lines = []
+    for k in range(64):
+        groups = []
+        for g in range(4):
+            i = k + 64 * g
+            groups.append("%4d%4d%4d%4d" % (i, i, 255 - i, i // 2))
+        lines.append("   ".join(groups) + "\n")
+    put("icol", "grouped.icol", "".join(lines) + "0 1\n")
+    put("icol", "plain.icol", "".join("%d %d %d\n" % (i, i, i) for i in range(256)) + "-2 5\n")
+    put("icol", "norange.icol", "".join("%d 0 %d\n" % (i, 255 - i) for i in range(256)))
+
+
+UCD = """4 2
+vertices: x y value vx vy
+0 0 1 1 0
+1 0 2 0 1
+1 1 3 -1 0
+0 1 4 0 -1
+triangles
+1 2 3
+1 3 4
+"""
+
+UCD_COUNTS = """nodes: 5, cells: 3
+x y s u v
+0 0 0.5 1 1
+2 0 1.5 -1 1
+2 1 2.5 0 2
+0 1 3.5 1 0
+1 3 4 0.5 0.5
+cells
+1 2 3 1 3 4
+3 5 4
+"""
+
+
+def ucd():
+    for target in ("ucd_scalar", "ucd_vector", "graphics_ucd"):
+        put(target, "square.inp", UCD)
+        put(target, "counts.inp", UCD_COUNTS)
+
+
+def graphics():
+    put("graphics", "commands.fg", "FLIC GRAPHICS\ncanvas 0 0 1 1\ncolor 1 0 0\nwidth 3\n"
+        "line 0 0 1 1 0.5 0.2\npoints 0.1 0.1 0.9 0.9\n# comment\n")
+    put("graphics", "abbreviated.fg", "FLIC GRAPHICS overlay\nc 0.5 0.5 0.5\nw 1\n"
+        "l 0 0 10 0 10 10 \\\n 0 10\np 3 3\nunknown words\n")
+
+
+def engine_input(field, texture, settings, integrator=(0,), mask=(0,), again=0):
+    """field: (width, height, pattern, pattern bytes..., specials); texture: (size index x,
+    size index y, channel index, binary, seed, owned); settings: (filter, extension, step,
+    kernel, sub-pixels, seeding, lookup) menu indices; integrator: kind and its menu indices;
+    then the normalization index; mask: choice and seed; again: a second computation."""
+    data = list(field) + list(texture) + list(settings) + list(integrator) + [0]
+    data += list(mask) + [again]
+    return bytes(data)
+
+
+def engine():
+    circle = (8, 8, 1, 96, 0)
+    noise = (8, 8, 0, 0, 5, 1)
+    put("engine", "defaults", engine_input(circle, noise, (0, 0, 0, 1, 0, 0, 0)))
+    put("engine", "rgb-cubic-sobol", engine_input(
+        circle, (7, 6, 3, 0, 9, 1), (1, 2, 1, 2, 3, 3, 0), mask=(3, 4), again=1))
+    raw = [5, 4, 0] + [96 + ((7 * i) % 60) for i in range(40)] + [0]
+    put("engine", "raw-box-raster", engine_input(
+        raw, (5, 5, 0, 1, 3, 1), (2, 1, 0, 0, 4, 2, 2), integrator=(1,), mask=(1, 7)))
+    saddle = (6, 9, 2, 128, 96, 96, 64, 96, 96, 0)
+    put("engine", "linear-rk43-wrapped", engine_input(
+        saddle, (6, 9, 4, 0, 11, 0, 2), (2, 0, 4, 1, 0, 0, 1), integrator=(2, 1, 1, 1, 0)))
+    specials = [9, 9, 3, 100, 90, 3, 0, 0, 0, 3, 194, 1, 0, 0, 0, 195, 2, 0, 0, 0, 196]
+    put("engine", "specials-rkdp", engine_input(
+        specials, (8, 8, 1, 0, 2, 1), (0, 0, 0, 1, 1, 1, 1), integrator=(3,)))
+    put("engine", "rkck-euler", engine_input(
+        circle, (9, 9, 0, 0, 2, 1), (4, 3, 1, 1, 0, 0, 1), integrator=(6,), mask=(1, 2)))
+
+
+if __name__ == "__main__":
+    pnm()
+    fields()
+    icol()
+    ucd()
+    graphics()
+    engine()
