@@ -2,6 +2,7 @@
 // field-line sampling with integer running-sum convolution, and the texture lookups.
 #include "compute.h"
 
+#include "build_common.h"
 #include "messages.h"
 #include "sobol.h"
 
@@ -15,12 +16,6 @@
 #include <emmintrin.h>
 #endif
 #include <unistd.h>
-
-#if defined(__GNUC__)
-#define FLIC_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define FLIC_ALWAYS_INLINE inline
-#endif
 
 namespace {
 
@@ -119,6 +114,22 @@ FLIC_ALWAYS_INLINE int bilinearTexel(const unsigned char* p, int ch, std::ptrdif
     return static_cast<int>(static_cast<float>(a) + ba * fx + ca * fy + fx * fy * cross);
 }
 
+// Wraps coordinate c along a texture axis of `count` pixels, `stride` bytes apart, into a pixel
+// index, its fraction and the byte step to the neighbour. An axis of one pixel has no period:
+// it is read at 0 with itself as neighbour.
+void wrapAxis(float c, int count, std::ptrdiff_t stride, int& index, float& fraction,
+              std::ptrdiff_t& step) {
+    index = 0;
+    fraction = 0.0f;
+    step = 0;
+    if (count < 2) return;
+    float period = static_cast<float>(count - 1);
+    c = wrapCoordinate(c, period, farPeriods * period);
+    index = static_cast<int>(c);
+    fraction = c - index;
+    step = stride;
+}
+
 // Lookups on textures narrower or lower than 2 pixels (no wrap period) or without pixels: an
 // axis of one pixel is read at 0 with itself as neighbour; an empty texture gives 0.
 void degenerateLookup(const FlicImage* texture, float x, float y, int* out, int channels,
@@ -128,23 +139,11 @@ void degenerateLookup(const FlicImage* texture, float x, float y, int* out, int 
             out[ch] = 0;
         return;
     }
-    std::ptrdiff_t stepX = 0, stepY = 0;
-    int ix = 0, iy = 0;
-    float fx = 0.0f, fy = 0.0f;
-    if (texture->width >= 2) {
-        float period = static_cast<float>(texture->width - 1);
-        x = wrapCoordinate(x, period, farPeriods * period);
-        ix = static_cast<int>(x);
-        fx = x - ix;
-        stepX = texture->nChannels;
-    }
-    if (texture->height >= 2) {
-        float period = static_cast<float>(texture->height - 1);
-        y = wrapCoordinate(y, period, farPeriods * period);
-        iy = static_cast<int>(y);
-        fy = y - iy;
-        stepY = texture->bytesPerLine;
-    }
+    std::ptrdiff_t stepX, stepY;
+    int ix, iy;
+    float fx, fy;
+    wrapAxis(x, texture->width, texture->nChannels, ix, fx, stepX);
+    wrapAxis(y, texture->height, texture->bytesPerLine, iy, fy, stepY);
     const unsigned char* p = texture->data +
                              static_cast<std::ptrdiff_t>(iy) * texture->bytesPerLine +
                              static_cast<std::ptrdiff_t>(ix) * texture->nChannels;

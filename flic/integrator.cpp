@@ -5,14 +5,10 @@
 // build disables contraction into fused multiply-adds, so every result is reproducible.
 #include "integrator.h"
 
+#include "build_common.h"
+
 #include <cmath>
 #include <cstddef>
-
-#if defined(__GNUC__)
-#define FLIC_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define FLIC_ALWAYS_INLINE inline
-#endif
 
 namespace {
 
@@ -58,6 +54,14 @@ FLIC_ALWAYS_INLINE int sampleField(FlicIntegrator& in, float x, float y, Vec2f& 
     out.x = v.x * s;
     out.y = v.y * s;
     return SAMPLE_OK;
+}
+
+// Samples the tangent at (x, y) for a fixed-step line that is still running; a failed sample
+// ends the line with the sample's outcome as its status.
+FLIC_ALWAYS_INLINE void sampleWhileRunning(FixedIntegrator& in, float x, float y) {
+    if (in.status != 0) return;
+    int outcome = sampleField(in, x, y, in.tangent);
+    if (outcome != SAMPLE_OK) in.status = outcome;
 }
 
 } // namespace
@@ -114,10 +118,7 @@ Euler::~Euler() {}
 FLIC_ALWAYS_INLINE void Euler::advance() {
     position.x = position.x + stepLength * tangent.x;
     position.y = position.y + stepLength * tangent.y;
-    if (status == 0) {
-        int outcome = sampleField(*this, position.x, position.y, tangent);
-        if (outcome != SAMPLE_OK) status = outcome;
-    }
+    sampleWhileRunning(*this, position.x, position.y);
 }
 
 const Vec2f& Euler::next(int& statusOut) {
@@ -146,16 +147,12 @@ FLIC_ALWAYS_INLINE void Midpoint::advance() {
         if (!(mx >= 0.0f && mx <= xMax) || !(my >= 0.0f && my <= yMax)) {
             status = SAMPLE_OUTSIDE;
         } else {
-            int outcome = sampleField(*this, mx, my, tangent);
-            if (outcome != SAMPLE_OK) status = outcome;
+            sampleWhileRunning(*this, mx, my);
         }
     }
     position.x = position.x + stepLength * tangent.x;
     position.y = position.y + stepLength * tangent.y;
-    if (status == 0) {
-        int outcome = sampleField(*this, position.x, position.y, tangent);
-        if (outcome != SAMPLE_OK) status = outcome;
-    }
+    sampleWhileRunning(*this, position.x, position.y);
 }
 
 const Vec2f& Midpoint::next(int& statusOut) {
@@ -350,16 +347,6 @@ int AdaptiveIntegrator::newInterval(bool trackSpeed) {
     return INTERVAL_BUILT;
 }
 
-// Advances the output point on the current cubic by forward differences.
-FLIC_ALWAYS_INLINE void AdaptiveIntegrator::advanceOnCubic() {
-    position.x = position.x + diff1.x;
-    position.y = position.y + diff1.y;
-    diff1.x = diff1.x + diff2.x;
-    diff1.y = diff1.y + diff2.y;
-    diff2.x = diff2.x + diff3.x;
-    diff2.y = diff2.y + diff3.y;
-}
-
 const Vec2f& AdaptiveIntegrator::next(int& statusOut) {
     return nextPoint(statusOut);
 }
@@ -382,7 +369,7 @@ const Vec2f& AdaptiveIntegrator::nextOutOfLine(int& statusOut) {
         statusOut = outcome == INTERVAL_FALLBACK ? status : outcome == INTERVAL_ENDED ? 1 : 0;
         return position;
     }
-    advanceOnCubic();
+    forwardDifferenceStep(position, diff1, diff2, diff3);
     statusOut = 0;
     return position;
 }
@@ -413,7 +400,7 @@ const Vec2f& AdaptiveIntegrator::next(float& speedOut, int& statusOut) {
         }
         return position;
     }
-    advanceOnCubic();
+    forwardDifferenceStep(position, diff1, diff2, diff3);
     speedInterp = speedInterp + speedStep;
     statusOut = 0;
     speedOut = speedInterp;

@@ -127,12 +127,7 @@ class AdaptiveIntegrator : public FlicIntegrator {
             float ahead = t + stepLength;
             if (!(ahead > t1)) {
                 t = ahead;
-                position.x = position.x + diff1.x;
-                position.y = position.y + diff1.y;
-                diff1.x = diff1.x + diff2.x;
-                diff1.y = diff1.y + diff2.y;
-                diff2.x = diff2.x + diff3.x;
-                diff2.y = diff2.y + diff3.y;
+                forwardDifferenceStep(position, diff1, diff2, diff3);
                 statusOut = 0;
                 return position;
             }
@@ -152,12 +147,7 @@ class AdaptiveIntegrator : public FlicIntegrator {
             float ahead = at + stepLength;
             if (ahead > t1) break;
             at = ahead;
-            p.x = p.x + first.x;
-            p.y = p.y + first.y;
-            first.x = first.x + second.x;
-            first.y = first.y + second.y;
-            second.x = second.x + third.x;
-            second.y = second.y + third.y;
+            forwardDifferenceStep(p, first, second, third);
             out[made * stride] = p;
         }
         t = at;
@@ -193,7 +183,15 @@ class AdaptiveIntegrator : public FlicIntegrator {
     bool integrateTo(bool trackSpeed);
     void buildCubic();
     int newInterval(bool trackSpeed);
-    void advanceOnCubic();
+    // One output point further on a cubic by forward differences: p += d1, d1 += d2, d2 += d3.
+    static void forwardDifferenceStep(Vec2f& p, Vec2f& d1, Vec2f& d2, const Vec2f& d3) {
+        p.x = p.x + d1.x;
+        p.y = p.y + d1.y;
+        d1.x = d1.x + d2.x;
+        d1.y = d1.y + d2.y;
+        d2.x = d2.x + d3.x;
+        d2.y = d2.y + d3.y;
+    }
     const Vec2f& nextOutOfLine(int& statusOut);
 };
 

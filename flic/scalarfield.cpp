@@ -3,6 +3,7 @@
 #include "scalarfield.h"
 
 #include "colormap.h"
+#include "field_common.h"
 #include "image.h"
 #include "messages.h"
 #include "vectorfield.h"
@@ -13,27 +14,16 @@
 #include <cstdlib>
 #include <cstring>
 
+using flic_field::grid_divisor;
+
 namespace {
 
 // Largest node count a scalar field may have: the node count must stay a positive 32-bit int.
 const long long kMaxScalarNodes = INT_MAX;
 
-// Divisor of the grid coordinate i / (n - 1). A single node has no extent: it sits at
-// position 0 (the divisor 1 keeps the only index, 0, at 0 instead of dividing by zero).
-float grid_divisor(int n) {
-    return static_cast<float>(n > 1 ? n - 1 : 1);
-}
-
 long node_count(const FlicScalarField& field) {
     if (!field.data || field.width <= 0 || field.height <= 0) return 0;
     return static_cast<long>(field.width) * field.height;
-}
-
-// Reads one header line of a field file into `line` (at most 62 characters).
-bool read_field_header_line(FILE* file, char line[64]) {
-    if (fgets(line, 63, file)) return true;
-    line[0] = '\0';
-    return false;
 }
 
 // A colour component in 0..1 as a byte: times 255, truncated; out-of-range components keep
@@ -58,17 +48,9 @@ void put_colour(const FlicColormap& colormap, float value, unsigned char* pixel)
 // Bilinear sample at (px, py) with the mirrored neighbour at the last column and row; a
 // field one node wide or high uses the node itself, and positions past the grid (from
 // rounding of long position sums) are held to the last node.
-int cell_index(float p, int count) {
-    if (p >= static_cast<float>(count - 1)) return count - 1;
-    return p > 0 ? static_cast<int>(p) : 0;
-}
-
-int neighbour_index(int i, int count) {
-    if (i < count - 1) return i + 1;
-    return count > 1 ? i - 1 : i;
-}
-
 float sample_scalar(const FlicScalarField& field, float px, float py) {
+    using flic_field::cell_index;
+    using flic_field::neighbour_index;
     int ix = cell_index(px, field.width), iy = cell_index(py, field.height);
     int nx = neighbour_index(ix, field.width), ny = neighbour_index(iy, field.height);
     const float* row = field.data + static_cast<long>(iy) * field.width;
@@ -136,25 +118,6 @@ int FlicScalarField::setSize(int width, int height) {
     return 1;
 }
 
-namespace {
-
-// Gives a field that is being read fresh zero-filled storage of width x height nodes, in place
-// of setSize's resized block. The pages of a large block stay untouched until values arrive,
-// so a file that announces a large field but ends early costs memory only for what it holds;
-// nodes it does not supply read as zero.
-bool take_zeroed_storage(FlicScalarField& field, int width, int height) {
-    size_t nodes = static_cast<size_t>(width) * static_cast<size_t>(height);
-    float* block = static_cast<float*>(calloc(nodes, sizeof(float)));
-    if (!block) return flic_error("no memory for a scalar field of %d x %d", width, height);
-    free(field.buffer);
-    field.buffer = field.data = block;
-    field.width = width;
-    field.height = height;
-    return true;
-}
-
-} // namespace
-
 // No bounds test: the scan converter only produces nodes inside the field it was sized to.
 void FlicScalarField::pixelCallback(int x, int y, float* values, void* field) {
     FlicScalarField* self = static_cast<FlicScalarField*>(field);
@@ -197,25 +160,11 @@ void FlicScalarField::createCircle() {
 // zeros where it ends; missing ASCII values fail, keeping the values read so far (the rest
 // reads as zero).
 int FlicScalarField::read(const char* filename) {
-    FILE* file = fopen(filename, "rb");
-    if (!file) return flic_ioerror(filename, nullptr);
-
-    char line[64];
-    read_field_header_line(file, line);
-    if (!strstr(line, "FLIC SCALAR")) {
-        flic_ioerror(filename, "header string 'FLIC SCALAR' not found");
-        fclose(file);
-        return 0;
-    }
-    bool binary = strstr(line, "BINARY") != nullptr;
-
-    int w = 0, h = 0;
-    read_field_header_line(file, line);
-    if (sscanf(line, "%d%d", &w, &h) < 2 || w < 2 || h < 2 || w > 10000 || h > 10000) {
-        fclose(file);
-        return flic_ioerror(filename, "illegal scalar field dimensions");
-    }
-    if (!take_zeroed_storage(*this, w, h)) {
+    bool binary;
+    int w, h;
+    FILE* file = flic_field::open_field_file(filename, "FLIC SCALAR", "scalar", binary, w, h);
+    if (!file) return 0;
+    if (!flic_field::take_zeroed_storage(*this, w, h, 1, "scalar")) {
         fclose(file);
         return 0;
     }

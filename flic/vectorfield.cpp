@@ -2,6 +2,7 @@
 #include "vectorfield.h"
 
 #include "colormap.h"
+#include "field_common.h"
 #include "image.h"
 #include "messages.h"
 #include "scalarfield.h"
@@ -16,13 +17,6 @@ namespace {
 
 // Largest node count a field may have: two floats per node must stay countable in an int.
 const long long kMaxFieldNodes = INT_MAX / 2;
-
-// Reads one header line of a field file into `line` (at most 62 characters).
-bool read_field_header_line(FILE* file, char line[64]) {
-    if (fgets(line, 63, file)) return true;
-    line[0] = '\0';
-    return false;
-}
 
 } // namespace
 
@@ -85,25 +79,6 @@ int FlicVectorField::setSize(int width, int height) {
     return 1;
 }
 
-namespace {
-
-// Gives a field that is being read fresh zero-filled storage of width x height nodes, in place
-// of setSize's resized block. The pages of a large block stay untouched until values arrive,
-// so a file that announces a large field but ends early costs memory only for what it holds;
-// nodes it does not supply read as zero vectors.
-bool take_zeroed_storage(FlicVectorField& field, int width, int height) {
-    size_t nodes = static_cast<size_t>(width) * static_cast<size_t>(height);
-    float* block = static_cast<float*>(calloc(nodes, 2 * sizeof(float)));
-    if (!block) return flic_error("no memory for a vector field of %d x %d", width, height);
-    free(field.buffer);
-    field.buffer = field.data = block;
-    field.width = width;
-    field.height = height;
-    return true;
-}
-
-} // namespace
-
 void FlicVectorField::pixelCallback(int x, int y, float* values, void* field) {
     FlicVectorField* self = static_cast<FlicVectorField*>(field);
     if (x < 0 || x >= self->width || y < 0 || y >= self->height) return;
@@ -112,26 +87,14 @@ void FlicVectorField::pixelCallback(int x, int y, float* values, void* field) {
     entry[1] = values[1];
 }
 
+// The field gets its new size, in fresh zero-filled storage, once the dimension line is
+// accepted; nodes a file does not supply read as zero vectors.
 int FlicVectorField::read(const char* filename) {
-    FILE* file = fopen(filename, "rb");
-    if (!file) return flic_ioerror(filename, nullptr);
-
-    char line[64];
-    read_field_header_line(file, line);
-    if (!strstr(line, "FLIC VECTOR")) {
-        flic_ioerror(filename, "header string 'FLIC VECTOR' not found");
-        fclose(file);
-        return 0;
-    }
-    bool binary = strstr(line, "BINARY") != nullptr;
-
-    int w = 0, h = 0;
-    read_field_header_line(file, line);
-    if (sscanf(line, "%d%d", &w, &h) < 2 || w < 2 || h < 2 || w > 10000 || h > 10000) {
-        fclose(file);
-        return flic_ioerror(filename, "illegal vector field dimensions");
-    }
-    if (!take_zeroed_storage(*this, w, h)) {
+    bool binary;
+    int w, h;
+    FILE* file = flic_field::open_field_file(filename, "FLIC VECTOR", "vector", binary, w, h);
+    if (!file) return 0;
+    if (!flic_field::take_zeroed_storage(*this, w, h, 2, "vector")) {
         fclose(file);
         return 0;
     }
@@ -212,17 +175,9 @@ struct BilinearCell {
     float tx, ty;
 };
 
-int cell_index(float p, int count) {
-    if (p >= static_cast<float>(count - 1)) return count - 1;
-    return p > 0 ? static_cast<int>(p) : 0;
-}
-
-int neighbour_index(int i, int count) {
-    if (i < count - 1) return i + 1;
-    return count > 1 ? i - 1 : i;
-}
-
 BilinearCell bilinear_cell(float px, float py, int width, int height) {
+    using flic_field::cell_index;
+    using flic_field::neighbour_index;
     int ix = cell_index(px, width), iy = cell_index(py, height);
     int nx = neighbour_index(ix, width), ny = neighbour_index(iy, height);
     BilinearCell cell;
@@ -296,15 +251,7 @@ void FlicVectorField::resample(int newWidth, int newHeight, FlicVectorField* res
 
 // --- Analytic fields -------------------------------------------------------------------------
 
-namespace {
-
-// Divisor of the grid coordinate i / (n - 1). A single node has no extent: it sits at
-// position 0 (the divisor 1 keeps the only index, 0, at 0 instead of dividing by zero).
-float grid_divisor(int n) {
-    return static_cast<float>(n > 1 ? n - 1 : 1);
-}
-
-} // namespace
+using flic_field::grid_divisor;
 
 void FlicVectorField::setLinear(const float matrix[2][2], const float offset[2]) {
     Vec2f* out = vectors();

@@ -257,6 +257,38 @@ py::array scalarValues(const ScalarFieldObject& self) {
     return values;
 }
 
+// What both field classes have alike: width, height and shape (the array's shape, with
+// `components` values per node when it is above 1), repr and copying, and pickling as the
+// array of values (`fromValues` rebuilds the field from it).
+template <class Object, class Class, class FromValues>
+void bindFieldBasics(Class& cls, const char* name, int components,
+                     py::object (*copy)(const Object&), py::array (*values)(const Object&),
+                     FromValues fromValues) {
+    std::string repr = std::string("muskeip.") + name + "(width=";
+    std::string badState = std::string("bad ") + name + " state";
+    cls.def_property_readonly("width", [](const Object& s) { return s.field.width; })
+        .def_property_readonly("height", [](const Object& s) { return s.field.height; })
+        .def_property_readonly("shape",
+                               [components](const Object& s) {
+                                   py::tuple shape = py::make_tuple(s.field.height, s.field.width);
+                                   return components > 1 ? shape + py::make_tuple(components)
+                                                         : shape;
+                               })
+        .def("__repr__",
+             [repr](const Object& s) {
+                 return repr + std::to_string(s.field.width) +
+                        ", height=" + std::to_string(s.field.height) + ")";
+             })
+        .def("copy", copy)
+        .def("__copy__", copy)
+        .def("__deepcopy__", [copy](const Object& s, py::handle) { return copy(s); })
+        .def(py::pickle([values](const Object& s) { return py::make_tuple(values(s)); },
+                        [badState, fromValues](py::tuple state) {
+                            if (state.size() != 1) throw py::value_error(badState);
+                            return fromValues(state[0]);
+                        }));
+}
+
 void bindVectorField(py::module_& m) {
     py::class_<VectorFieldObject> cls(m, "VectorField", R"doc(A 2-D vector field on a grid.
 
@@ -265,6 +297,9 @@ row 0 is the bottom row, and a positive y component points up the picture.
 VectorField(width, height) is zero; VectorField(array) copies an (H, W, 2) array and
 VectorField(u, v) two (H, W) arrays of the x and y components.)doc");
     enableCountedBuffer<VectorFieldObject>(cls);
+    bindFieldBasics<VectorFieldObject>(
+        cls, "VectorField", 2, &copyVectorField, &vectorValues,
+        [](py::handle values) { return vectorFieldFromArrays(values, py::none()); });
     cls.def(py::init(&blankVectorField), py::arg("width"), py::arg("height"))
         .def(py::init([](py::array values) { return vectorFieldFromArrays(values, py::none()); }),
              py::arg("array"))
@@ -273,26 +308,6 @@ VectorField(u, v) two (H, W) arrays of the x and y components.)doc");
                  return vectorFieldFromArrays(u, v);
              }),
              py::arg("u"), py::arg("v"))
-        .def_property_readonly("width", [](const VectorFieldObject& s) { return s.field.width; })
-        .def_property_readonly("height", [](const VectorFieldObject& s) { return s.field.height; })
-        .def_property_readonly("shape",
-                               [](const VectorFieldObject& s) {
-                                   return py::make_tuple(s.field.height, s.field.width, 2);
-                               })
-        .def("__repr__",
-             [](const VectorFieldObject& s) {
-                 return "muskeip.VectorField(width=" + std::to_string(s.field.width) +
-                        ", height=" + std::to_string(s.field.height) + ")";
-             })
-        .def("copy", &copyVectorField)
-        .def("__copy__", &copyVectorField)
-        .def("__deepcopy__",
-             [](const VectorFieldObject& s, py::handle) { return copyVectorField(s); })
-        .def(py::pickle([](const VectorFieldObject& s) { return py::make_tuple(vectorValues(s)); },
-                        [](py::tuple state) {
-                            if (state.size() != 1) throw py::value_error("bad VectorField state");
-                            return vectorFieldFromArrays(state[0], py::none());
-                        }))
         .def_static("read", &readVectorField, py::arg("path"),
                     "Reads a 'FLIC VECTOR' file (binary data big-endian). OSError on failure.")
         .def(
@@ -344,28 +359,11 @@ void bindScalarField(py::module_& m) {
 numpy.asarray(field) is a writable float32 view of shape (H, W), row 0 the bottom row.
 ScalarField(width, height) is zero; ScalarField(array) copies an (H, W) float array.)doc");
     enableCountedBuffer<ScalarFieldObject>(cls);
+    bindFieldBasics<ScalarFieldObject>(
+        cls, "ScalarField", 1, &copyScalarField, &scalarValues,
+        [](py::handle values) { return scalarFieldFromArray(values); });
     cls.def(py::init(&blankScalarField), py::arg("width"), py::arg("height"))
         .def(py::init(&scalarFieldFromArray), py::arg("array"))
-        .def_property_readonly("width", [](const ScalarFieldObject& s) { return s.field.width; })
-        .def_property_readonly("height", [](const ScalarFieldObject& s) { return s.field.height; })
-        .def_property_readonly("shape",
-                               [](const ScalarFieldObject& s) {
-                                   return py::make_tuple(s.field.height, s.field.width);
-                               })
-        .def("__repr__",
-             [](const ScalarFieldObject& s) {
-                 return "muskeip.ScalarField(width=" + std::to_string(s.field.width) +
-                        ", height=" + std::to_string(s.field.height) + ")";
-             })
-        .def("copy", &copyScalarField)
-        .def("__copy__", &copyScalarField)
-        .def("__deepcopy__",
-             [](const ScalarFieldObject& s, py::handle) { return copyScalarField(s); })
-        .def(py::pickle([](const ScalarFieldObject& s) { return py::make_tuple(scalarValues(s)); },
-                        [](py::tuple state) {
-                            if (state.size() != 1) throw py::value_error("bad ScalarField state");
-                            return scalarFieldFromArray(state[0]);
-                        }))
         .def_static("read", &readScalarField, py::arg("path"),
                     "Reads a 'FLIC SCALAR' file. OSError with the library's message on failure.")
         .def(
