@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 uint32_t globalLUT[FLIC_LUT_WORDS];
 uint32_t* luts = globalLUT;
@@ -51,9 +50,26 @@ void fill_table(uint32_t* table, float a, float b, float c, int oa, int ob, int 
 
 // The padded line of flic_fastconv, grown to the longest line seen so far. Like the tables it
 // is process-wide state; growing happens outside the per-sample loop only.
-std::vector<unsigned char>& padded_line_buffer() {
-    static std::vector<unsigned char> buffer;
-    return buffer;
+struct PaddedLine {
+    unsigned char* bytes = nullptr;
+    size_t size = 0;
+};
+PaddedLine paddedLine;
+
+// Makes the padded line hold at least `needed` bytes. Returns false after reporting when there
+// is no memory for it (the line keeps its old size).
+bool reserve_padded_line(size_t needed) {
+    if (paddedLine.size >= needed) return true;
+    void* grown = realloc(paddedLine.bytes, needed);
+    if (!grown) return flic_error("convolve: no memory for a line of %zu bytes", needed);
+    paddedLine.bytes = static_cast<unsigned char*>(grown);
+    paddedLine.size = needed;
+    return true;
+}
+
+// Bytes of the padded line for lines of n samples under the current tables.
+size_t padded_line_bytes(int n) {
+    return static_cast<size_t>(n) + 2 * static_cast<size_t>(3 * luts[FLIC_LUT_GROUPS] - 1);
 }
 
 // Copies the n samples into `padded` with `pad` copies of the first sample before them and of
@@ -212,17 +228,17 @@ void fastconv_line(const unsigned char* src, int srcStride, int n, unsigned char
     uint32_t groups = luts[FLIC_LUT_GROUPS];
     if (n < 1 || groups < 1 || groups > 3) return;
     int pad = 3 * static_cast<int>(groups) - 1;
-    std::vector<unsigned char>& padded = padded_line_buffer();
-    size_t needed = static_cast<size_t>(n) + 2 * static_cast<size_t>(pad);
-    if (padded.size() < needed) padded.resize(needed);
-    build_padded_line(src, n, srcStride, pad, padded.data());
+    // Without memory for the padded line nothing is written (reported).
+    if (!reserve_padded_line(padded_line_bytes(n))) return;
+    unsigned char* padded = paddedLine.bytes;
+    build_padded_line(src, n, srcStride, pad, padded);
     uint32_t bias = luts[FLIC_LUT_BIAS];
     if (groups == 1)
-        convolve_groups<1>(padded.data(), n, dst, dstStride, luts, bias);
+        convolve_groups<1>(padded, n, dst, dstStride, luts, bias);
     else if (groups == 2)
-        convolve_groups<2>(padded.data(), n, dst, dstStride, luts, bias);
+        convolve_groups<2>(padded, n, dst, dstStride, luts, bias);
     else
-        convolve_groups<3>(padded.data(), n, dst, dstStride, luts, bias);
+        convolve_groups<3>(padded, n, dst, dstStride, luts, bias);
 }
 
 // Whether the tables last built hold a kernel flic_fastconv applies.
@@ -252,18 +268,25 @@ int FlicImage::convolve(int n, const float* kernel, FlicImage* result) {
     if (!packed_tables_usable()) return 0;
     if (width < 1 || height < 1 || !data) return 1;
 
-    // Horizontal pass into a compact intermediate, then vertical pass into the target.
-    std::vector<unsigned char> rows(static_cast<size_t>(width) * height);
+    // Horizontal pass into a compact intermediate, then vertical pass into the target. Both
+    // buffers are made first: without memory nothing is written.
+    size_t bytes = static_cast<size_t>(width) * height;
+    if (!reserve_padded_line(padded_line_bytes(width))) return 0;
+    unsigned char* rows = static_cast<unsigned char*>(malloc(bytes));
+    if (!rows)
+        return flic_error("convolve: no memory for an intermediate image of %d x %d bytes", width,
+                          height);
     for (int y = 0; y < height; y++)
         fastconv_line(data + static_cast<long>(y) * bytesPerLine, 1, width,
-                      rows.data() + static_cast<size_t>(y) * width, 1);
+                      rows + static_cast<size_t>(y) * width, 1);
     uint32_t groups = luts[FLIC_LUT_GROUPS];
     if (groups == 1)
-        convolve_columns<1>(rows.data(), width, width, height, target.data, target.bytesPerLine);
+        convolve_columns<1>(rows, width, width, height, target.data, target.bytesPerLine);
     else if (groups == 2)
-        convolve_columns<2>(rows.data(), width, width, height, target.data, target.bytesPerLine);
+        convolve_columns<2>(rows, width, width, height, target.data, target.bytesPerLine);
     else
-        convolve_columns<3>(rows.data(), width, width, height, target.data, target.bytesPerLine);
+        convolve_columns<3>(rows, width, width, height, target.data, target.bytesPerLine);
+    free(rows);
     return 1;
 }
 

@@ -2,11 +2,15 @@
 #include "emboss.h"
 
 #include "image.h"
+#include "image_common.h"
 #include "messages.h"
 #include "vectorfield.h"
 
 #include <climits>
 #include <cmath>
+
+using flic_image::has_geometry;
+using flic_image::take_pixels;
 
 namespace {
 
@@ -148,7 +152,8 @@ const int kFieldWidth45 = 3;
 
 // The height map and texture of an image, rows contiguous as the kernels read them: a grey
 // image is its own height map; a colour image is the texture and its grey copy the height
-// map. Images with padding between rows are read through a compact copy.
+// map. Images with padding between rows are read through a compact copy. `ready` is false
+// when a copy could not be made (no memory, reported by setSize).
 class ShadingInputs {
   public:
     explicit ShadingInputs(FlicImage& image) {
@@ -156,17 +161,20 @@ class ShadingInputs {
         if (image.bytesPerLine != static_cast<long long>(image.width) * image.nChannels) {
             compact = image;
             source = &compact;
+            ready = has_geometry(compact, image.width, image.height, image.nChannels);
         }
         if (image.nChannels < 3) {
             bump = source->data;
             return;
         }
         source->colorToGrey(&grey);
+        ready = ready && has_geometry(grey, image.width, image.height, 1);
         bump = grey.data;
         texture = source->data;
     }
     const unsigned char* bump = nullptr;
     const unsigned char* texture = nullptr;
+    bool ready = true;
 
   private:
     FlicImage compact, grey;
@@ -186,11 +194,12 @@ int FlicImage::emboss(float azimuth, float elevation, int width45, FlicImage* re
     if (result == this) result = nullptr;
     if (width45 <= 0) return flic_error("emboss: width45 must be positive, not %d", width45);
     ShadingInputs inputs(*this);
+    if (!inputs.ready) return 0;
     FlicImage temporary;
     FlicImage& output = result ? *result : temporary;
     if (!prepare_output(*this, output)) return 0;
     ::emboss(azimuth, elevation, width45, inputs.bump, inputs.texture, output.data, width, height);
-    if (!result) *this = temporary;
+    if (!result) take_pixels(temporary, *this);
     return 1;
 }
 
@@ -208,6 +217,7 @@ int FlicImage::emboss(FlicVectorField& field, FlicImage* result) {
         light = &resampled;
     }
     ShadingInputs inputs(*this);
+    if (!inputs.ready) return 0;
     FlicImage temporary;
     FlicImage& output = result ? *result : temporary;
     if (!prepare_output(*this, output)) return 0;
@@ -220,6 +230,6 @@ int FlicImage::emboss(FlicVectorField& field, FlicImage* result) {
         for (long i = 0; i < count; i++)
             if (vectors[i][0] == 0.0f && vectors[i][1] == 0.0f) output.data[i] = 0;
     }
-    if (!result) *this = temporary;
+    if (!result) take_pixels(temporary, *this);
     return 1;
 }

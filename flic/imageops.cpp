@@ -4,12 +4,17 @@
 #include "image.h"
 
 #include "colormap.h"
+#include "image_common.h"
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+
+using flic_image::has_geometry;
+using flic_image::take_pixels;
 
 namespace {
 
@@ -262,6 +267,7 @@ int FlicImage::glue(const FlicImage& r, const FlicImage& g, const FlicImage& b) 
     if (&r == this || &g == this || &b == this) {
         // Resizing this image would destroy a source: glue from a copy of it.
         FlicImage self(*this);
+        if (!has_geometry(self, width, height, nChannels)) return 0;
         return glue(&r == this ? self : r, &g == this ? self : g, &b == this ? self : b);
     }
     if (!setSize(r.width, r.height, 3)) return 0;
@@ -298,7 +304,7 @@ void FlicImage::oneband(int band, FlicImage* result) {
             out[x] = offset < 0 ? 0 : data[offset];
         }
     }
-    if (!result) *this = temporary;
+    if (!result) take_pixels(temporary, *this);
 }
 
 int FlicImage::mix(const FlicImage& other, FlicImage* result) {
@@ -308,6 +314,7 @@ int FlicImage::mix(const FlicImage& other, FlicImage* result) {
     if (grey->nChannels != 1 || colour->nChannels != 3)
         return report("Illegal number of channels (1 and 3 required).\n");
     FlicImage mixed(width, height, 3);
+    if (!has_geometry(mixed, width, height, 3)) return 0;
     for (int y = 0; mixed.data && y < height; y++) {
         const unsigned char* g = row_of(*grey, y);
         const unsigned char* c = row_of(*colour, y);
@@ -315,10 +322,7 @@ int FlicImage::mix(const FlicImage& other, FlicImage* result) {
         for (int x = 0; x < width; x++)
             mix_pixel(c + 3 * x, g[x], out + 3 * x);
     }
-    if (result)
-        *result = mixed;
-    else
-        *this = mixed;
+    take_pixels(mixed, result ? *result : *this);
     return 1;
 }
 
@@ -358,10 +362,7 @@ int FlicImage::applyMask(const FlicImage& mask, FlicImage* result) {
             out += nChannels;
         }
     }
-    if (result)
-        *result = masked;
-    else
-        *this = masked;
+    take_pixels(masked, result ? *result : *this);
     return 1;
 }
 
@@ -372,6 +373,7 @@ int FlicImage::multiply(const FlicImage& other, FlicImage* result) {
     int ca = nChannels, cb = other.nChannels;
     int channels = ca > cb ? ca : cb;
     FlicImage product(width, height, channels);
+    if (!has_geometry(product, width, height, channels)) return 0;
     for (int y = 0; product.data && y < height; y++) {
         const unsigned char* a = row_of(*this, y);
         const unsigned char* b = row_of(other, y);
@@ -380,10 +382,7 @@ int FlicImage::multiply(const FlicImage& other, FlicImage* result) {
             for (int k = 0; k < channels; k++)
                 *out++ = static_cast<unsigned char>((a[k < ca ? k : 0] * b[k < cb ? k : 0]) / 255);
     }
-    if (result)
-        *result = product;
-    else
-        *this = product;
+    take_pixels(product, result ? *result : *this);
     return 1;
 }
 
@@ -391,6 +390,7 @@ int FlicImage::subtract(const FlicImage& other, FlicImage* result) {
     if (!same_size(*this, other)) return report("Images must have same size.\n");
     if (nChannels != other.nChannels) return report("Images must have same number of channels.\n");
     FlicImage difference(width, height, nChannels);
+    if (!has_geometry(difference, width, height, nChannels)) return 0;
     long long bytes = row_bytes(difference);
     for (int y = 0; bytes > 0 && y < height; y++) {
         const unsigned char* a = row_of(*this, y);
@@ -399,10 +399,7 @@ int FlicImage::subtract(const FlicImage& other, FlicImage* result) {
         for (long long i = 0; i < bytes; i++)
             out[i] = clamp_byte(a[i] + 128 - b[i]);
     }
-    if (result)
-        *result = difference;
-    else
-        *this = difference;
+    take_pixels(difference, result ? *result : *this);
     return 1;
 }
 
@@ -430,10 +427,7 @@ int FlicImage::crop(int x0, int y0, int x1, int y1, FlicImage* result) {
             out += nChannels;
         }
     }
-    if (result)
-        *result = cut;
-    else
-        *this = cut;
+    take_pixels(cut, result ? *result : *this);
     return 1;
 }
 
@@ -452,6 +446,8 @@ int FlicImage::floodFill(int x, int y, int value, int* bbox, FlicImage* result) 
     unsigned char newValue = static_cast<unsigned char>(value);
     if (oldValue == newValue) return 0;
     // The segment stack is large for a thread's stack: keep it on the heap.
-    std::unique_ptr<SeedFill> fill(new SeedFill(target, width, height, oldValue, newValue, box));
+    std::unique_ptr<SeedFill> fill(new (std::nothrow)
+                                       SeedFill(target, width, height, oldValue, newValue, box));
+    if (!fill) return report("no memory for the segment stack.\n");
     return fill->run(x, y);
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 namespace {
@@ -288,7 +289,13 @@ int FlicUcdMesh::read(const char* filename, const char* mode, int nValues) {
 
     FILE* file = fopen(filename, mode);
     if (!file) return flic_ioerror(filename, nullptr);
-    int result = readOpenFile(file, filename);
+    int result;
+    try {
+        result = readOpenFile(file, filename);
+    } catch (const std::bad_alloc&) {
+        // A line too long to hold in memory.
+        result = flic_error("file %s: no memory for a line of the file", filename);
+    }
     fclose(file);
     if (!result) release();
     return result;

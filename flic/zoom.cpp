@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <cmath>
+#include <new>
 #include <vector>
 
 float triangle_filter_function(float t) {
@@ -99,9 +100,10 @@ void resample_rows(const FlicImage& source, const ContributorLists& lists, FlicI
 // Resamples every column of `source` to the height of `target`. Each output row is summed
 // for all columns at once, contributor by contributor, so every value sees the same sequence
 // of additions as a column-by-column sum while rows are read contiguously.
-void resample_columns(const FlicImage& source, const ContributorLists& lists, FlicImage& target) {
+// `sums` holds a float for every byte of a source row.
+void resample_columns(const FlicImage& source, const ContributorLists& lists, FlicImage& target,
+                      std::vector<float>& sums) {
     size_t rowValues = static_cast<size_t>(source.width) * source.nChannels;
-    std::vector<float> sums(rowValues);
     for (int i = 0; i < target.height; i++) {
         for (size_t s = 0; s < rowValues; s++)
             sums[s] = 0.0f;
@@ -136,6 +138,32 @@ bool contributors_fit(int size, int newSize) {
     return bytes <= INT_MAX;
 }
 
+// Both passes of zoom, for sizes already checked. Every work buffer is made before the target
+// is resized, so running out of memory (a failed image reported by setSize, or std::bad_alloc
+// from the lists, caught by zoom) leaves the source and the target as they were. Rows go first:
+// the source is read completely before the target is resized, so zooming in place is safe.
+int zoom_passes(const FlicImage& source, bool hasPixels, int newWidth, int newHeight,
+                FlicImage& target) {
+    FlicImage intermediate(newWidth, source.height, source.nChannels);
+    if (intermediate.width != newWidth) return 0;
+    bool columnPass = hasPixels && newWidth > 0 && newHeight > 0;
+    ContributorLists rowLists, columnLists;
+    std::vector<float> sums;
+    if (hasPixels && newWidth > 0) {
+        build_contributors(source.width, newWidth, rowLists);
+        resample_rows(source, rowLists, intermediate);
+    }
+    if (columnPass) {
+        build_contributors(intermediate.height, newHeight, columnLists);
+        sums.resize(static_cast<size_t>(intermediate.width) * intermediate.nChannels);
+    }
+    // The column pass works from the intermediate alone: resizing the target in place has
+    // already replaced the source's geometry.
+    if (!target.setSize(newWidth, newHeight, intermediate.nChannels)) return 0;
+    if (columnPass) resample_columns(intermediate, columnLists, target, sums);
+    return 1;
+}
+
 } // namespace
 
 int FlicImage::zoom(int newWidth, int newHeight, FlicImage* result) {
@@ -151,21 +179,10 @@ int FlicImage::zoom(int newWidth, int newHeight, FlicImage* result) {
         return flic_error("zoom: new size %d x %d x %d is too large", newWidth, newHeight,
                           nChannels);
 
-    // Rows first: the source is read completely before the target is resized, so zooming in
-    // place is safe.
-    FlicImage intermediate(newWidth, height, nChannels);
-    ContributorLists lists;
-    if (hasPixels && newWidth > 0) {
-        build_contributors(width, newWidth, lists);
-        resample_rows(*this, lists, intermediate);
+    try {
+        return zoom_passes(*this, hasPixels, newWidth, newHeight, result ? *result : *this);
+    } catch (const std::bad_alloc&) {
+        return flic_error("zoom: no memory for the filter weights of new size %d x %d", newWidth,
+                          newHeight);
     }
-    // The column pass works from the intermediate alone: resizing the target in place has
-    // already replaced this image's geometry.
-    FlicImage& target = result ? *result : *this;
-    if (!target.setSize(newWidth, newHeight, intermediate.nChannels)) return 0;
-    if (hasPixels && newWidth > 0 && newHeight > 0) {
-        build_contributors(intermediate.height, newHeight, lists);
-        resample_columns(intermediate, lists, target);
-    }
-    return 1;
 }

@@ -178,3 +178,18 @@ TEST(Emboss, LongLinesMatchShortLines) {
         EXPECT_EQ(run(16400, 9000), run(34, 2)) << rows;
     }
 }
+
+TEST(Emboss, WithoutMemoryNothingChanges) {
+    FlicImage big(20000, 20000, 3); // 1.2 GB, never touched
+    big.data[0] = 7;
+    FlicVectorField field = uniformField(2, 2, 1, 0);
+    AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(big.emboss(30, 45, 3), 0); // no memory for the grey height map
+    EXPECT_EQ(big.emboss(field), 0);     // nor for the field resampled to the image's size
+    EXPECT_EQ(capture.errors(), (std::vector<std::string>{
+                                    "FLIC error: no memory for an image of 20000 x 20000 x 1 bytes",
+                                    "FLIC error: no memory for a vector field of 20000 x 20000"}));
+    EXPECT_TRUE(big.width == 20000 && big.nChannels == 3 && big.data[0] == 7);
+}

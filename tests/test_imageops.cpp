@@ -200,3 +200,23 @@ TEST(ImageOps, FloodFill) {
     EXPECT_GT(done, width);
     EXPECT_LT(done, width + 3 * teeth);
 }
+
+TEST(ImageOps, WithoutMemoryNothingChanges) {
+    FlicImage grey(20000, 20000), rgb(20000, 20000, 3); // 1.6 GB, never touched
+    grey.data[0] = 7;
+    AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(stderrOf([&] {
+                  EXPECT_EQ(grey.mix(rgb), 0);
+                  EXPECT_EQ(grey.multiply(grey), 0);
+                  EXPECT_EQ(grey.subtract(grey), 0);
+                  EXPECT_EQ(grey.glue(grey, grey, grey), 0); // no memory for the copy of itself
+              }),
+              "");
+    std::string grey400 = "FLIC error: no memory for an image of 20000 x 20000 x 1 bytes";
+    EXPECT_EQ(capture.errors(), (std::vector<std::string>{
+                                    "FLIC error: no memory for an image of 20000 x 20000 x 3 bytes",
+                                    grey400, grey400, grey400}));
+    EXPECT_TRUE(grey.width == 20000 && grey.nChannels == 1 && grey.data[0] == 7);
+}

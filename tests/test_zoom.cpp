@@ -106,3 +106,20 @@ TEST(Zoom, LongLinesMatchShortLines) {
             EXPECT_EQ(run(16400, 9000), run(80, 20)) << rows << up;
         }
 }
+
+TEST(Zoom, WithoutMemoryNothingChanges) {
+    FlicImage big(20000, 20000), single = makeImage(2, 1, 1, {0, 100});
+    big.data[0] = 7;
+    AddressSpaceLimit limit(256LL << 20);
+    if (!limit.active()) GTEST_SKIP() << "address space cannot be limited in this build";
+    MessageCapture capture;
+    EXPECT_EQ(big.zoom(20000, 19999), 0); // no memory for the intermediate image
+    // The filter weights of a row 50 million pixels long (1.2 GB) cannot be held.
+    EXPECT_EQ(single.zoom(50000000, 1), 0);
+    EXPECT_EQ(capture.errors(),
+              (std::vector<std::string>{
+                  "FLIC error: no memory for an image of 20000 x 20000 x 1 bytes",
+                  "FLIC error: zoom: no memory for the filter weights of new size 50000000 x 1"}));
+    EXPECT_TRUE(big.height == 20000 && big.data[0] == 7);
+    EXPECT_EQ(pixelBytes(single), (Bytes{0, 100}));
+}
