@@ -22,11 +22,11 @@ const float kInf = __builtin_inff();
 // A field component: mostly ordinary values in -3 .. 3, sometimes a special value or any bit
 // pattern at all.
 float fieldValue(fuzz::ByteReader& in) {
-    static const float specials[] = {0.0f,   -0.0f,  kNaN,   kInf,   -kInf,  1e38f,
+    static const float unusual[] = {0.0f,   -0.0f,  kNaN,   kInf,   -kInf,  1e38f,
                                      -1e38f, 1e-38f, 1e-45f, 3e-39f, 1e-10f, 1e10f};
     uint8_t b = in.byte();
     if (b < 192) return static_cast<float>(b - 96) / 32.0f;
-    if (b < 192 + 12) return specials[b - 192];
+    if (b < 192 + 12) return unusual[b - 192];
     return in.rawFloat();
 }
 

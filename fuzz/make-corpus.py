@@ -93,7 +93,7 @@ def graphics():
 
 
 def engine_input(field, texture, settings, integrator=(0,), mask=(0,), again=0):
-    """field: (width, height, pattern, pattern bytes..., specials); texture: (size index x,
+    """field: (width, height, pattern, pattern bytes..., unusual values); texture: (size index x,
     size index y, channel index, binary, seed, owned); settings: (filter, extension, step,
     kernel, sub-pixels, seeding, lookup) menu indices; integrator: kind and its menu indices;
     then the normalization index; mask: choice and seed; again: a second computation."""
@@ -114,9 +114,9 @@ def engine():
     saddle = (6, 9, 2, 128, 96, 96, 64, 96, 96, 0)
     put("engine", "linear-rk43-wrapped", engine_input(
         saddle, (6, 9, 4, 0, 11, 0, 2), (2, 0, 4, 1, 0, 0, 1), integrator=(2, 1, 1, 1, 0)))
-    specials = [9, 9, 3, 100, 90, 3, 0, 0, 0, 3, 194, 1, 0, 0, 0, 195, 2, 0, 0, 0, 196]
-    put("engine", "specials-rkdp", engine_input(
-        specials, (8, 8, 1, 0, 2, 1), (0, 0, 0, 1, 1, 1, 1), integrator=(3,)))
+    unusual = [9, 9, 3, 100, 90, 3, 0, 0, 0, 3, 194, 1, 0, 0, 0, 195, 2, 0, 0, 0, 196]
+    put("engine", "nan-infinities-rkdp", engine_input(
+        unusual, (8, 8, 1, 0, 2, 1), (0, 0, 0, 1, 1, 1, 1), integrator=(3,)))
     put("engine", "rkck-euler", engine_input(
         circle, (9, 9, 0, 0, 2, 1), (4, 3, 1, 1, 0, 0, 1), integrator=(6,), mask=(1, 2)))
 

@@ -13,17 +13,18 @@
 namespace {
 
 // Scalar sources stay scalar unless --angle asks for their turned gradient.
-bool writesScalars(const FieldOptions& o, const FieldSpec& spec, SourceKind kind) {
-    return !o.field.angleGiven && isScalarSource(spec, spec.forceUCD ? SOURCE_UCD_FILE : kind);
+bool writesScalars(const FieldOptions& o, const FieldRequest& request, SourceKind kind) {
+    return !o.field.angleGiven &&
+           isScalarSource(request, request.forceUCD ? SOURCE_UCD_FILE : kind);
 }
 
-int checkGridOptions(const FieldOptions& o, FieldSpec& spec, SourceKind kind) {
+int checkGridOptions(const FieldOptions& o, FieldRequest& request, SourceKind kind) {
     if (o.size.empty()) return EXIT_OK;
-    bool meshOrBuiltIn = isBuiltIn(kind) || kind == SOURCE_UCD_FILE || spec.forceUCD;
+    bool meshOrBuiltIn = isBuiltIn(kind) || kind == SOURCE_UCD_FILE || request.forceUCD;
     if (!meshOrBuiltIn)
         return usageError("--size sets the grid of built-in fields and UCD meshes; '%s' is a "
                           "%s with a size of its own",
-                          spec.source.c_str(), describeKind(kind));
+                          request.source.c_str(), describeKind(kind));
     if (!o.field.grid.empty() || !o.field.ucd.empty())
         return usageError("give the grid once: --size, --grid or --ucd");
     int width = 0, height = 0;
@@ -31,15 +32,15 @@ int checkGridOptions(const FieldOptions& o, FieldSpec& spec, SourceKind kind) {
         height > 10000)
         return usageError("--size expects WxH with 2 to 10000 nodes each way, got '%s'",
                           o.size.c_str());
-    spec.gridWidth = width;
-    spec.gridHeight = height;
+    request.gridWidth = width;
+    request.gridHeight = height;
     return EXIT_OK;
 }
 
-int writeScalars(const FieldOptions& o, const FieldSpec& spec, SourceKind kind) {
+int writeScalars(const FieldOptions& o, const FieldRequest& request, SourceKind kind) {
     FlicScalarField scalars;
-    if (!loadScalarField(spec, kind == SOURCE_UCD_FILE || spec.forceUCD ? SOURCE_UCD_FILE : kind,
-                         scalars))
+    if (!loadScalarField(
+            request, kind == SOURCE_UCD_FILE || request.forceUCD ? SOURCE_UCD_FILE : kind, scalars))
         return EXIT_FAILED;
     FileContext context(o.output);
     if (!scalars.write(o.output.c_str(), o.ascii ? 1 : 0)) return EXIT_FAILED;
@@ -47,9 +48,9 @@ int writeScalars(const FieldOptions& o, const FieldSpec& spec, SourceKind kind) 
     return EXIT_OK;
 }
 
-int writeVectors(const FieldOptions& o, const FieldSpec& spec, SourceKind kind) {
+int writeVectors(const FieldOptions& o, const FieldRequest& request, SourceKind kind) {
     FlicVectorField vectors;
-    if (!loadVectorField(spec, kind, vectors)) return EXIT_FAILED;
+    if (!loadVectorField(request, kind, vectors)) return EXIT_FAILED;
     if (!writeVectorFile(o.output, vectors, o.ascii)) return EXIT_FAILED;
     note("wrote FLIC VECTOR %s: %d x %d nodes", o.output.c_str(), vectors.width, vectors.height);
     return EXIT_OK;
@@ -58,19 +59,19 @@ int writeVectors(const FieldOptions& o, const FieldSpec& spec, SourceKind kind) 
 } // namespace
 
 int runField(const FieldOptions& options) {
-    FieldSpec spec;
+    FieldRequest request;
     SourceKind kind;
-    int status = buildFieldSpec(options.field, spec, kind);
-    if (status == EXIT_OK) status = checkGridOptions(options, spec, kind);
+    int status = buildFieldRequest(options.field, request, kind);
+    if (status == EXIT_OK) status = checkGridOptions(options, request, kind);
     if (status != EXIT_OK) return status;
     if (!checkWritable(options.output)) return EXIT_FAILED;
-    defaultGrid(spec, 0, 0);
+    defaultGrid(request, 0, 0);
     bool noField = kind == SOURCE_UNKNOWN_FILE || kind == SOURCE_GRAPHICS_FILE;
-    if (kind == SOURCE_MISSING_FILE || (noField && !spec.forceUCD)) {
+    if (kind == SOURCE_MISSING_FILE || (noField && !request.forceUCD)) {
         FlicVectorField unused;
-        loadVectorField(spec, kind, unused); // reports why the source is no field
+        loadVectorField(request, kind, unused); // reports why the source is no field
         return EXIT_FAILED;
     }
-    if (writesScalars(options, spec, kind)) return writeScalars(options, spec, kind);
-    return writeVectors(options, spec, kind);
+    if (writesScalars(options, request, kind)) return writeScalars(options, request, kind);
+    return writeVectors(options, request, kind);
 }

@@ -72,41 +72,41 @@ bool checkImageAsField(const std::string& path, const FlicImage& image) {
     return true;
 }
 
-bool loadImageField(const FieldSpec& spec, FlicVectorField& vectors) {
-    FileContext context(spec.source);
+bool loadImageField(const FieldRequest& request, FlicVectorField& vectors) {
+    FileContext context(request.source);
     FlicImage image;
-    if (!readImage(spec.source, image)) return false;
-    if (!checkImageAsField(spec.source, image)) return false;
-    vectors.fromImage(image, spec.angle);
+    if (!readImage(request.source, image)) return false;
+    if (!checkImageAsField(request.source, image)) return false;
+    vectors.fromImage(image, request.angle);
     return true;
 }
 
-bool loadVectorFile(const FieldSpec& spec, FlicVectorField& vectors) {
-    FileContext context(spec.source);
-    if (!vectors.read(spec.source.c_str())) return false;
-    if (isBinaryFieldFile(spec.source) &&
-        !checkFieldFileLength(spec.source, 2LL * vectors.width * vectors.height))
+bool loadVectorFile(const FieldRequest& request, FlicVectorField& vectors) {
+    FileContext context(request.source);
+    if (!vectors.read(request.source.c_str())) return false;
+    if (isBinaryFieldFile(request.source) &&
+        !checkFieldFileLength(request.source, 2LL * vectors.width * vectors.height))
         return false;
     return true;
 }
 
-bool loadUCDVectors(const FieldSpec& spec, FlicVectorField& vectors) {
-    FileContext context(spec.source);
-    return vectors.readUCD(spec.source.c_str(), spec.gridWidth, spec.gridHeight) != 0;
+bool loadUCDVectors(const FieldRequest& request, FlicVectorField& vectors) {
+    FileContext context(request.source);
+    return vectors.readUCD(request.source.c_str(), request.gridWidth, request.gridHeight) != 0;
 }
 
-bool generateBuiltIn(const FieldSpec& spec, SourceKind kind, FlicVectorField& vectors) {
+bool generateBuiltIn(const FieldRequest& request, SourceKind kind, FlicVectorField& vectors) {
     if (kind == SOURCE_SADDLE) {
         vectors.setSize(2, 2);
         vectors.setSaddle();
         return true;
     }
-    if (!vectors.setSize(spec.gridWidth, spec.gridHeight)) return false;
-    if (kind == SOURCE_CIRCLE) vectors.setCircle(spec.angle);
-    if (kind == SOURCE_LINEAR) vectors.setLinear(spec.matrix, spec.offset);
+    if (!vectors.setSize(request.gridWidth, request.gridHeight)) return false;
+    if (kind == SOURCE_CIRCLE) vectors.setCircle(request.angle);
+    if (kind == SOURCE_LINEAR) vectors.setLinear(request.matrix, request.offset);
     if (kind == SOURCE_BRUSSELATOR)
-        vectors.setBrusselator(spec.brusselator[0], spec.brusselator[1], spec.brusselator[2],
-                               spec.brusselator[3]);
+        vectors.setBrusselator(request.brusselator[0], request.brusselator[1],
+                               request.brusselator[2], request.brusselator[3]);
     return true;
 }
 
@@ -164,11 +164,11 @@ const char* describeKind(SourceKind kind) {
     }
 }
 
-bool isScalarSource(const FieldSpec& spec, SourceKind kind) {
+bool isScalarSource(const FieldRequest& request, SourceKind kind) {
     if (kind == SOURCE_SCALAR_FILE || kind == SOURCE_DIPOLE) return true;
     if (kind != SOURCE_UCD_FILE) return false;
     UCDHeader header;
-    return probeUCD(spec.source, header) && header.columns == 3;
+    return probeUCD(request.source, header) && header.columns == 3;
 }
 
 bool probeUCD(const std::string& path, UCDHeader& header) {
@@ -196,58 +196,58 @@ bool probeUCD(const std::string& path, UCDHeader& header) {
     return counted;
 }
 
-bool loadScalarField(const FieldSpec& spec, SourceKind kind, FlicScalarField& scalars) {
+bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarField& scalars) {
     if (kind == SOURCE_DIPOLE) {
-        if (!scalars.setSize(spec.gridWidth, spec.gridHeight)) return false;
-        scalars.createDipole(spec.extent, spec.phase);
+        if (!scalars.setSize(request.gridWidth, request.gridHeight)) return false;
+        scalars.createDipole(request.extent, request.phase);
         return true;
     }
-    FileContext context(spec.source);
+    FileContext context(request.source);
     if (kind == SOURCE_UCD_FILE)
-        return scalars.readUCD(spec.source.c_str(), spec.gridWidth, spec.gridHeight) != 0;
-    if (!scalars.read(spec.source.c_str())) return false;
-    if (isBinaryFieldFile(spec.source) &&
-        !checkFieldFileLength(spec.source, 1LL * scalars.width * scalars.height))
+        return scalars.readUCD(request.source.c_str(), request.gridWidth, request.gridHeight) != 0;
+    if (!scalars.read(request.source.c_str())) return false;
+    if (isBinaryFieldFile(request.source) &&
+        !checkFieldFileLength(request.source, 1LL * scalars.width * scalars.height))
         return false;
     return true;
 }
 
-bool loadVectorField(const FieldSpec& spec, SourceKind kind, FlicVectorField& vectors) {
+bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorField& vectors) {
     if (kind == SOURCE_MISSING_FILE) {
-        FILE* file = fopen(spec.source.c_str(), "rb"); // sets errno for the report
+        FILE* file = fopen(request.source.c_str(), "rb"); // sets errno for the report
         if (file) fclose(file);
-        flic_ioerror(spec.source.c_str(), nullptr);
+        flic_ioerror(request.source.c_str(), nullptr);
         return false;
     }
-    if (spec.forceUCD || kind == SOURCE_UCD_FILE) {
-        if (isScalarSource(spec, SOURCE_UCD_FILE)) {
+    if (request.forceUCD || kind == SOURCE_UCD_FILE) {
+        if (isScalarSource(request, SOURCE_UCD_FILE)) {
             FlicScalarField scalars;
-            if (!loadScalarField(spec, SOURCE_UCD_FILE, scalars)) return false;
-            vectors.fromScalarField(scalars, spec.angle);
+            if (!loadScalarField(request, SOURCE_UCD_FILE, scalars)) return false;
+            vectors.fromScalarField(scalars, request.angle);
             return true;
         }
-        return loadUCDVectors(spec, vectors);
+        return loadUCDVectors(request, vectors);
     }
-    if (isScalarSource(spec, kind)) {
+    if (isScalarSource(request, kind)) {
         FlicScalarField scalars;
-        if (!loadScalarField(spec, kind, scalars)) return false;
-        vectors.fromScalarField(scalars, spec.angle);
+        if (!loadScalarField(request, kind, scalars)) return false;
+        vectors.fromScalarField(scalars, request.angle);
         return true;
     }
     switch (kind) {
     case SOURCE_VECTOR_FILE:
-        return loadVectorFile(spec, vectors);
+        return loadVectorFile(request, vectors);
     case SOURCE_IMAGE_FILE:
-        return loadImageField(spec, vectors);
+        return loadImageField(request, vectors);
     case SOURCE_GRAPHICS_FILE:
         failure("%s: a FLIC GRAPHICS file is a drawing, not a field (draw it with --overlay)",
-                spec.source.c_str());
+                request.source.c_str());
         return false;
     case SOURCE_UNKNOWN_FILE:
-        failure("%s: not a FLIC VECTOR, FLIC SCALAR, PNM, PNG or UCD file", spec.source.c_str());
+        failure("%s: not a FLIC VECTOR, FLIC SCALAR, PNM, PNG or UCD file", request.source.c_str());
         return false;
     default:
-        return generateBuiltIn(spec, kind, vectors);
+        return generateBuiltIn(request, kind, vectors);
     }
 }
 

@@ -25,7 +25,7 @@ enum SourceKind {
 };
 
 // The parameters of every kind of source (already parsed and checked).
-struct FieldSpec {
+struct FieldRequest {
     std::string source;    // a built-in name or a file path
     bool forceUCD = false; // read the file as a UCD mesh whatever it looks like
     float angle = 0.0f;    // radians: 0 along iso-lines / circles, pi/2 along the gradient
@@ -46,7 +46,7 @@ bool isBuiltIn(SourceKind kind);
 const char* describeKind(SourceKind kind);
 // Whether the source is a scalar field (FLIC SCALAR, dipole, UCD mesh with one value per
 // vertex) rather than a vector field.
-bool isScalarSource(const FieldSpec& spec, SourceKind kind);
+bool isScalarSource(const FieldRequest& request, SourceKind kind);
 
 // Counts a UCD mesh announces and the number of values on its first vertex line.
 struct UCDHeader {
@@ -57,10 +57,10 @@ struct UCDHeader {
 bool probeUCD(const std::string& path, UCDHeader& header);
 
 // Fills `scalars` from a scalar source. False after a report naming the file.
-bool loadScalarField(const FieldSpec& spec, SourceKind kind, FlicScalarField& scalars);
+bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarField& scalars);
 // Fills `vectors` from any source; scalar sources and images give their gradient turned by
-// spec.angle. False after a report naming the file.
-bool loadVectorField(const FieldSpec& spec, SourceKind kind, FlicVectorField& vectors);
+// request.angle. False after a report naming the file.
+bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorField& vectors);
 
 // Writes a FLIC VECTOR file whose binary data is big-endian, the order the reader expects, so
 // that the files this program writes read back unchanged. False after a report.

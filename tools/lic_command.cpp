@@ -109,7 +109,7 @@ int parsePostProcessing(const LicOptions& o, LicSettings& s) {
 }
 
 int parseSettings(const LicOptions& o, LicSettings& s) {
-    int status = buildFieldSpec(o.field, s.spec, s.kind);
+    int status = buildFieldRequest(o.field, s.request, s.kind);
     if (status == EXIT_OK) status = parseEngine(o, s);
     if (status == EXIT_OK) status = parseOutputs(o, s);
     if (status == EXIT_OK) status = parsePostProcessing(o, s);

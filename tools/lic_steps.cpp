@@ -53,13 +53,13 @@ void pictureSizeFor(const FlicVectorField& field, int& width, int& height) {
 
 bool loadField(LicSettings& s, LicInputs& in) {
     if (isBuiltIn(s.kind) && s.width == 0) s.width = s.height = 512;
-    defaultGrid(s.spec, s.width, s.height);
-    if (!loadVectorField(s.spec, s.kind, in.field)) return false;
+    defaultGrid(s.request, s.width, s.height);
+    if (!loadVectorField(s.request, s.kind, in.field)) return false;
     if (s.width == 0) pictureSizeFor(in.field, s.width, s.height);
     if (!(in.field.getMax() > 0.0f))
         warning("%s: the field has no non-zero vector; the picture will be black",
-                s.spec.source.c_str());
-    note("field %s (%s): %d x %d nodes; picture %d x %d pixels", s.spec.source.c_str(),
+                s.request.source.c_str());
+    note("field %s (%s): %d x %d nodes; picture %d x %d pixels", s.request.source.c_str(),
          describeKind(s.kind), in.field.width, in.field.height, s.width, s.height);
     return true;
 }

@@ -16,7 +16,7 @@ enum EmbossMode { EMBOSS_NONE, EMBOSS_FIELD, EMBOSS_LIGHT };
 
 // The checked values of the options of `lic`.
 struct LicSettings {
-    FieldSpec spec;
+    FieldRequest request;
     SourceKind kind = SOURCE_UNKNOWN_FILE;
     int width = 0, height = 0; // picture size; 0 until known
     int zoomWidth = 0, zoomHeight = 0;

@@ -28,60 +28,61 @@ bool parseList(const std::string& text, const char* option, int count, const cha
 }
 
 // Whether --angle changes the field of this source.
-bool usesAngle(const FieldSpec& spec, SourceKind kind) {
+bool usesAngle(const FieldRequest& request, SourceKind kind) {
     if (kind == SOURCE_CIRCLE || kind == SOURCE_IMAGE_FILE) return true;
-    return isScalarSource(spec, spec.forceUCD ? SOURCE_UCD_FILE : kind);
+    return isScalarSource(request, request.forceUCD ? SOURCE_UCD_FILE : kind);
 }
 
 } // namespace
 
-int buildFieldSpec(const FieldSourceOptions& options, FieldSpec& spec, SourceKind& kind) {
-    spec.source = options.source;
+int buildFieldRequest(const FieldSourceOptions& options, FieldRequest& request, SourceKind& kind) {
+    request.source = options.source;
     if (!std::isfinite(options.angle) || std::fabs(options.angle) > 1.0e6)
         return usageError("--angle expects a finite number of degrees");
-    spec.angle = static_cast<float>(options.angle * degrees);
+    request.angle = static_cast<float>(options.angle * degrees);
     float matrix[4];
     if (!parseList(options.matrix, "--matrix", 4, "a,b,c,d", matrix) ||
-        !parseList(options.offset, "--offset", 2, "x,y", spec.offset) ||
-        !parseList(options.brusselator, "--brusselator", 4, "XMAX,YMAX,A,B", spec.brusselator))
+        !parseList(options.offset, "--offset", 2, "x,y", request.offset) ||
+        !parseList(options.brusselator, "--brusselator", 4, "XMAX,YMAX,A,B", request.brusselator))
         return EXIT_USAGE;
-    spec.matrix[0][0] = matrix[0];
-    spec.matrix[0][1] = matrix[1];
-    spec.matrix[1][0] = matrix[2];
-    spec.matrix[1][1] = matrix[3];
-    if (!(spec.brusselator[0] > 0.0f && spec.brusselator[1] > 0.0f))
+    request.matrix[0][0] = matrix[0];
+    request.matrix[0][1] = matrix[1];
+    request.matrix[1][0] = matrix[2];
+    request.matrix[1][1] = matrix[3];
+    if (!(request.brusselator[0] > 0.0f && request.brusselator[1] > 0.0f))
         return usageError("--brusselator needs XMAX and YMAX above 0");
     if (!(options.extent > 0.0 && options.extent < 1.0e6))
         return usageError("--extent expects a number above 0");
     if (!std::isfinite(options.phase) || std::fabs(options.phase) > 1.0e6)
         return usageError("--phase expects a finite number of cycles");
-    spec.extent = static_cast<float>(options.extent);
-    spec.phase = static_cast<float>(options.phase);
+    request.extent = static_cast<float>(options.extent);
+    request.phase = static_cast<float>(options.phase);
     if (!options.ucd.empty() && !options.grid.empty())
         return usageError("--ucd already gives the grid; leave out --grid");
-    if (!options.ucd.empty() && !parseGrid(options.ucd, "--ucd", spec.gridWidth, spec.gridHeight))
+    if (!options.ucd.empty() &&
+        !parseGrid(options.ucd, "--ucd", request.gridWidth, request.gridHeight))
         return EXIT_USAGE;
     if (!options.grid.empty() &&
-        !parseGrid(options.grid, "--grid", spec.gridWidth, spec.gridHeight))
+        !parseGrid(options.grid, "--grid", request.gridWidth, request.gridHeight))
         return EXIT_USAGE;
-    spec.forceUCD = !options.ucd.empty();
-    kind = classifySource(spec.source);
-    if (spec.forceUCD && isBuiltIn(kind))
+    request.forceUCD = !options.ucd.empty();
+    kind = classifySource(request.source);
+    if (request.forceUCD && isBuiltIn(kind))
         return usageError("--ucd reads a mesh file, but '%s' names a built-in field",
-                          spec.source.c_str());
-    if (options.angleGiven && !usesAngle(spec, kind))
+                          request.source.c_str());
+    if (options.angleGiven && !usesAngle(request, kind))
         warning("--angle turns scalar fields, images and the circle field; it does not change "
                 "%s",
-                spec.source.c_str());
+                request.source.c_str());
     return EXIT_OK;
 }
 
-void defaultGrid(FieldSpec& spec, int pictureWidth, int pictureHeight) {
-    if (spec.gridWidth > 0) return;
+void defaultGrid(FieldRequest& request, int pictureWidth, int pictureHeight) {
+    if (request.gridWidth > 0) return;
     if (pictureWidth < 2 || pictureHeight < 2) {
-        spec.gridWidth = spec.gridHeight = 512;
+        request.gridWidth = request.gridHeight = 512;
         return;
     }
-    spec.gridWidth = pictureWidth < 1024 ? pictureWidth : 1024;
-    spec.gridHeight = pictureHeight < 1024 ? pictureHeight : 1024;
+    request.gridWidth = pictureWidth < 1024 ? pictureWidth : 1024;
+    request.gridHeight = pictureHeight < 1024 ? pictureHeight : 1024;
 }
