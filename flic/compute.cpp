@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <typeinfo>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -267,13 +268,9 @@ FlicCompute::FlicCompute()
       texture(nullptr), forward(nullptr), backward(nullptr), accum(nullptr), samples(nullptr),
       sums(nullptr), points(nullptr), getPixel(nullptr), positions(nullptr) {
     memset(zaehlrohr, 0, sizeof zaehlrohr);
-    forward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, 1);
-    try {
-        backward = new RK43(0.001f, 4.0f, 0.5f, 15.0f, -1);
-    } catch (...) {
-        delete forward; // the exception passes on; the watch is destroyed with the object
-        throw;
-    }
+    // Without memory for them the engine has no integrators, and compute refuses to run.
+    installIntegrators(new (std::nothrow) RK43(0.001f, 4.0f, 0.5f, 15.0f, 1),
+                       new (std::nothrow) RK43(0.001f, 4.0f, 0.5f, 15.0f, -1));
 }
 
 FlicCompute::~FlicCompute() {
@@ -301,23 +298,31 @@ void FlicCompute::reportProgress(long long done, long long total) {
     progressCallback(static_cast<float>(percent) / 100.0f, progressUser);
 }
 
-void FlicCompute::installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne) {
+// Replaces the integrator pair. A null one (no memory) drops both new ones and keeps the pair in
+// place; returns 0 after reporting.
+int FlicCompute::installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne) {
+    if (!forwardOne || !backwardOne) {
+        delete forwardOne;
+        delete backwardOne;
+        return flic_error("LIC: no memory for the integrators");
+    }
     delete forward;
     delete backward;
     forward = forwardOne;
     backward = backwardOne;
     forward->normalization = normalization;
     backward->normalization = normalization;
+    return 1;
 }
 
 // The operation's name is historical: it installs the midpoint method.
 void FlicCompute::useEuler() {
-    installIntegrators(new Midpoint(1), new Midpoint(-1));
+    installIntegrators(new (std::nothrow) Midpoint(1), new (std::nothrow) Midpoint(-1));
 }
 
 void FlicCompute::useRK43(float initialStep, float minStep, float maxStep, float tolerance) {
-    installIntegrators(new RK43(tolerance, initialStep, minStep, maxStep, 1),
-                       new RK43(tolerance, initialStep, minStep, maxStep, -1));
+    installIntegrators(new (std::nothrow) RK43(tolerance, initialStep, minStep, maxStep, 1),
+                       new (std::nothrow) RK43(tolerance, initialStep, minStep, maxStep, -1));
 }
 
 // --- start / stop -----------------------------------------------------------------------------
@@ -403,6 +408,7 @@ int FlicCompute::checkInputs(FlicVectorField* field, FlicImage* texture, FlicIma
         texture->nChannels < 1)
         return flic_error("LIC: the input texture is empty");
     if (!output) return flic_error("LIC: no output image");
+    if (!forward || !backward) return flic_error("LIC: the engine has no integrators");
     if (seedMap && !mask) return flic_error("LIC: a seed map needs a mask");
     if (mask && (!mask->data || mask->nChannels < 1)) return flic_error("LIC: the mask is empty");
     if (numSubPixels < 1 || numSubPixels > 256)

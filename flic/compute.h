@@ -107,8 +107,10 @@ class FlicCompute {
     void setProgressCallback(ProgressCallback callback, void* user);
 
     // Installs two midpoint integrators (directions +1, -1) with the engine's normalization.
+    // Without memory for them the integrators in place are kept (reported through flic_error).
     void useEuler();
-    // Installs two RK43 integrators built from the arguments, with the engine's normalization.
+    // Installs two RK43 integrators built from the arguments, with the engine's normalization;
+    // without memory for them as above.
     void useRK43(float initialStep, float minStep, float maxStep, float tolerance);
 
     // Computes the LIC image of `field` with the input texture `texture` (1 or more channels)
@@ -139,7 +141,7 @@ class FlicCompute {
   private:
     int progressPercent = 0; // whole percent reported so far in this computation
     void reportProgress(long long done, long long total);
-    void installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);
+    int installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);
     int checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap) const;
     void seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap);

@@ -162,6 +162,11 @@ TEST(Compute, IntegratorChoice) {
     delete engine.forward;
     delete engine.backward;
     engine.forward = engine.backward = nullptr;
+    FlicVectorField field = uniformField(3, 3, 1, 0);
+    FlicImage texture(4, 4), output;
+    MessageCapture capture;
+    EXPECT_EQ(engine.compute(&field, &texture, &output), 0);
+    EXPECT_EQ(capture.onlyError(), "FLIC error: LIC: the engine has no integrators");
     engine.setNormalization(2.0f);
     engine.useRK43(4.0f, 0.5f, 15.0f, 0.001f);
     EXPECT_EQ(engine.forward->normalization, 2.0f);
