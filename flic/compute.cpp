@@ -526,6 +526,17 @@ int cellInGrid(int index, int cells) {
     return r < 0 ? r + cells : r;
 }
 
+// Fixed divisors for the usual small hit counts of a pixel.
+const int kDivisorTableSize = 256;
+
+// A channel sum divided by the pixel's hits, truncating: through the table of fixed divisors
+// for small counts, 0 without hits.
+FLIC_ALWAYS_INLINE int divideByHits(int sum, int hits, const FixedDivisor* divisors) {
+    if (hits > 0 && hits < kDivisorTableSize) return divisors[hits].divide(sum);
+    if (hits == 0) return 0;
+    return static_cast<int>(static_cast<long long>(sum) / hits);
+}
+
 } // namespace
 
 // Draws texWidth * texHeight pairs of the quasi-random sequence over all sub-pixel cells and
@@ -556,21 +567,16 @@ void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
 // small hit counts divide through a table of fixed divisors.
 void FlicCompute::normalize(FlicImage* output) {
     output->setSize(texWidth, texHeight, texChannels);
-    const int tableSize = 256;
-    FixedDivisor divisors[tableSize];
-    for (int d = 1; d < tableSize; d++)
+    FixedDivisor divisors[kDivisorTableSize];
+    for (int d = 1; d < kDivisorTableSize; d++)
         divisors[d] = FixedDivisor(d);
     int pixels = texWidth * texHeight;
     const int* record = accum;
     unsigned char* out = output->data;
     if (numSubCells == 1 && texChannels == 1) { // the common case: records of hits and one sum
         for (int p = 0; p < pixels; p++, record += 2) {
-            int hits = record[0];
-            totalHits = wrapAdd(totalHits, hits);
-            int value = hits > 0 && hits < tableSize ? divisors[hits].divide(record[1])
-                        : hits == 0                  ? 0
-                                    : static_cast<int>(static_cast<long long>(record[1]) / hits);
-            out[p] = static_cast<unsigned char>(value);
+            totalHits = wrapAdd(totalHits, record[0]);
+            out[p] = static_cast<unsigned char>(divideByHits(record[1], record[0], divisors));
         }
         return;
     }
@@ -580,16 +586,8 @@ void FlicCompute::normalize(FlicImage* output) {
             hits = wrapAdd(hits, record[s]);
         totalHits = wrapAdd(totalHits, hits);
         const int* channelSums = record + numSubCells;
-        for (int ch = 0; ch < texChannels; ch++) {
-            int value;
-            if (hits > 0 && hits < tableSize)
-                value = divisors[hits].divide(channelSums[ch]);
-            else if (hits == 0)
-                value = 0;
-            else
-                value = static_cast<int>(static_cast<long long>(channelSums[ch]) / hits);
-            out[ch] = static_cast<unsigned char>(value);
-        }
+        for (int ch = 0; ch < texChannels; ch++)
+            out[ch] = static_cast<unsigned char>(divideByHits(channelSums[ch], hits, divisors));
     }
 }
 
@@ -785,10 +783,6 @@ FLIC_ALWAYS_INLINE bool bilinearFour(const TexelSource& source, const Vec2f* at,
     return true;
 }
 #endif
-
-} // namespace
-
-namespace {
 
 // Records the points of a line: texture sample, output pixel and sub-pixel cell. The engine's
 // values are copied once per line so that they stay in registers.
