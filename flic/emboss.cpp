@@ -10,7 +10,6 @@
 #include <cmath>
 
 using flic_image::has_geometry;
-using flic_image::take_pixels;
 
 namespace {
 
@@ -199,7 +198,7 @@ int FlicImage::emboss(float azimuth, float elevation, int width45, FlicImage* re
     FlicImage& output = result ? *result : temporary;
     if (!prepare_output(*this, output)) return 0;
     ::emboss(azimuth, elevation, width45, inputs.bump, inputs.texture, output.data, width, height);
-    if (!result) take_pixels(temporary, *this);
+    if (!result) swap(temporary);
     return 1;
 }
 
@@ -230,6 +229,6 @@ int FlicImage::emboss(FlicVectorField& field, FlicImage* result) {
         for (long i = 0; i < count; i++)
             if (vectors[i][0] == 0.0f && vectors[i][1] == 0.0f) output.data[i] = 0;
     }
-    if (!result) take_pixels(temporary, *this);
+    if (!result) swap(temporary);
     return 1;
 }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -83,6 +84,15 @@ FlicImage::FlicImage(const FlicImage& other) : FlicImage() {
 
 FlicImage::~FlicImage() {
     if (buffer) free(buffer);
+}
+
+void FlicImage::swap(FlicImage& other) {
+    std::swap(buffer, other.buffer);
+    std::swap(data, other.data);
+    std::swap(width, other.width);
+    std::swap(height, other.height);
+    std::swap(nChannels, other.nChannels);
+    std::swap(bytesPerLine, other.bytesPerLine);
 }
 
 void FlicImage::operator=(const FlicImage& other) {

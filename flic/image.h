@@ -38,6 +38,9 @@ class FlicImage {
     ~FlicImage();
     // Deep, compact copy into this image (resized to the other's geometry).
     void operator=(const FlicImage& other);
+    // Exchanges pixels (owned block or wrapped memory) and geometry with `other`: nothing is
+    // copied and nothing can fail.
+    void swap(FlicImage& other);
 
     // --- Container, sampling, statistics, files -------------------------------------------
 

@@ -14,7 +14,6 @@
 #include <new>
 
 using flic_image::has_geometry;
-using flic_image::take_pixels;
 
 namespace {
 
@@ -304,7 +303,7 @@ void FlicImage::oneband(int band, FlicImage* result) {
             out[x] = offset < 0 ? 0 : data[offset];
         }
     }
-    if (!result) take_pixels(temporary, *this);
+    if (!result) swap(temporary);
 }
 
 int FlicImage::mix(const FlicImage& other, FlicImage* result) {
@@ -322,7 +321,7 @@ int FlicImage::mix(const FlicImage& other, FlicImage* result) {
         for (int x = 0; x < width; x++)
             mix_pixel(c + 3 * x, g[x], out + 3 * x);
     }
-    take_pixels(mixed, result ? *result : *this);
+    (result ? *result : *this).swap(mixed);
     return 1;
 }
 
@@ -362,7 +361,7 @@ int FlicImage::applyMask(const FlicImage& mask, FlicImage* result) {
             out += nChannels;
         }
     }
-    take_pixels(masked, result ? *result : *this);
+    (result ? *result : *this).swap(masked);
     return 1;
 }
 
@@ -382,7 +381,7 @@ int FlicImage::multiply(const FlicImage& other, FlicImage* result) {
             for (int k = 0; k < channels; k++)
                 *out++ = static_cast<unsigned char>((a[k < ca ? k : 0] * b[k < cb ? k : 0]) / 255);
     }
-    take_pixels(product, result ? *result : *this);
+    (result ? *result : *this).swap(product);
     return 1;
 }
 
@@ -399,7 +398,7 @@ int FlicImage::subtract(const FlicImage& other, FlicImage* result) {
         for (long long i = 0; i < bytes; i++)
             out[i] = clamp_byte(a[i] + 128 - b[i]);
     }
-    take_pixels(difference, result ? *result : *this);
+    (result ? *result : *this).swap(difference);
     return 1;
 }
 
@@ -427,7 +426,7 @@ int FlicImage::crop(int x0, int y0, int x1, int y1, FlicImage* result) {
             out += nChannels;
         }
     }
-    take_pixels(cut, result ? *result : *this);
+    (result ? *result : *this).swap(cut);
     return 1;
 }
 

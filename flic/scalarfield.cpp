@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 using flic_field::grid_divisor;
 
@@ -85,6 +86,13 @@ FlicScalarField& FlicScalarField::operator=(const FlicScalarField& other) {
     if (data && other.data && width > 0 && height > 0)
         memcpy(data, other.data, static_cast<size_t>(width) * height * sizeof(float));
     return *this;
+}
+
+void FlicScalarField::swap(FlicScalarField& other) {
+    std::swap(buffer, other.buffer);
+    std::swap(data, other.data);
+    std::swap(width, other.width);
+    std::swap(height, other.height);
 }
 
 FlicScalarField::~FlicScalarField() {

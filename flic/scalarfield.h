@@ -22,6 +22,8 @@ class FlicScalarField {
     FlicScalarField(const FlicScalarField& other);
     // Deep copy into this field's own storage.
     FlicScalarField& operator=(const FlicScalarField& other);
+    // Exchanges storage (owned or wrapped) and size with `other`: nothing is copied.
+    void swap(FlicScalarField& other);
     // Frees the owned storage.
     ~FlicScalarField();
 

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -53,6 +54,13 @@ FlicVectorField& FlicVectorField::operator=(const FlicVectorField& other) {
     if (data && other.data)
         memcpy(data, other.data, static_cast<size_t>(width) * height * sizeof(Vec2f));
     return *this;
+}
+
+void FlicVectorField::swap(FlicVectorField& other) {
+    std::swap(buffer, other.buffer);
+    std::swap(data, other.data);
+    std::swap(width, other.width);
+    std::swap(height, other.height);
 }
 
 FlicVectorField::~FlicVectorField() {
@@ -240,13 +248,7 @@ void FlicVectorField::resample(int newWidth, int newHeight, FlicVectorField* res
     FlicVectorField resampled;
     if (!resampled.setSize(newWidth, newHeight)) return;
     resample_into(*this, resampled);
-    if (buffer) free(buffer);
-    buffer = resampled.buffer;
-    data = resampled.data;
-    width = resampled.width;
-    height = resampled.height;
-    resampled.buffer = nullptr;
-    resampled.data = nullptr;
+    swap(resampled);
 }
 
 // --- Analytic fields -------------------------------------------------------------------------

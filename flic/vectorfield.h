@@ -30,6 +30,8 @@ class FlicVectorField {
     FlicVectorField(const FlicVectorField& other);
     // Deep copy into this field's own storage.
     FlicVectorField& operator=(const FlicVectorField& other);
+    // Exchanges storage (owned or wrapped) and size with `other`: nothing is copied.
+    void swap(FlicVectorField& other);
     // Frees the owned storage only.
     ~FlicVectorField();
 

@@ -45,6 +45,12 @@ TEST(ImageContainer, OwnershipWrappingAndResizing) {
     FlicImage detached(5, 3, 3, 16, memory);
     detached.setSize(5, 3, 1);
     EXPECT_TRUE(detached.data != memory && detached.data == detached.buffer);
+    // swap exchanges owned and wrapped storage with the geometry; neither block is freed.
+    FlicImage borrowed(5, 3, 3, 16, memory);
+    unsigned char* owned = detached.data;
+    detached.swap(borrowed);
+    EXPECT_TRUE(detached.data == memory && !detached.buffer && detached.bytesPerLine == 16 &&
+                detached.nChannels == 3 && borrowed.buffer == owned && borrowed.nChannels == 1);
 
     FlicImage image(4, 4);
     image.setSize(0, 0, 1);
