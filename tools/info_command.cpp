@@ -207,7 +207,8 @@ int infoGraphics(const std::string& path) {
 
 int runInfo(const InfoOptions& options) {
     const std::string& path = options.file;
-    switch (classifySource(path)) {
+    SourceKind kind = classifySource(path);
+    switch (kind) {
     case SOURCE_VECTOR_FILE:
         return infoVector(path);
     case SOURCE_SCALAR_FILE:
@@ -222,7 +223,7 @@ int runInfo(const InfoOptions& options) {
         return failure("%s: not a PNM, PNG, FLIC VECTOR, FLIC SCALAR, FLIC GRAPHICS or UCD file",
                        path.c_str());
     default:
-        if (isBuiltIn(classifySource(path)))
+        if (isBuiltIn(kind))
             return failure("'%s' names a built-in field, not a file (write ./%s for a file)",
                            path.c_str(), path.c_str());
         FILE* file = fopen(path.c_str(), "rb"); // sets errno for the report
