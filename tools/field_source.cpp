@@ -81,13 +81,37 @@ bool loadImageField(const FieldRequest& request, FlicVectorField& vectors) {
     return true;
 }
 
-bool loadVectorFile(const FieldRequest& request, FlicVectorField& vectors) {
-    FileContext context(request.source);
-    if (!vectors.read(request.source.c_str())) return false;
-    if (isBinaryFieldFile(request.source) &&
-        !checkFieldFileLength(request.source, 2LL * vectors.width * vectors.height))
+// Checks that a binary FLIC file holds all the values its header announces (the library
+// reads a short file without complaint). False after a report naming the file.
+bool checkFieldFileLength(const std::string& path, long long values) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) {
+        flic_ioerror(path.c_str(), nullptr);
         return false;
-    return true;
+    }
+    // The data starts after the two header lines, each read as the library reads it.
+    char line[64];
+    for (int i = 0; i < 2; i++)
+        if (!fgets(line, 64, file)) line[0] = '\0';
+    long header = ftell(file);
+    fseek(file, 0, SEEK_END);
+    long size = ftell(file);
+    fclose(file);
+    long long present = (size - header) / 4;
+    if (present >= values) return true;
+    failure("%s: the binary data ends after %lld of %lld values", path.c_str(),
+            present < 0 ? 0 : present, values);
+    return false;
+}
+
+// Reads a FLIC VECTOR or FLIC SCALAR file of `components` values per node and checks that
+// binary data is complete.
+template <class Field>
+bool readCheckedFieldFile(const std::string& path, Field& field, int components) {
+    FileContext context(path);
+    if (!field.read(path.c_str())) return false;
+    return !isBinaryFieldFile(path) ||
+           checkFieldFileLength(path, 1LL * components * field.width * field.height);
 }
 
 bool loadUCDVectors(const FieldRequest& request, FlicVectorField& vectors) {
@@ -202,14 +226,11 @@ bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarFie
         scalars.createDipole(request.extent, request.phase);
         return true;
     }
-    FileContext context(request.source);
-    if (kind == SOURCE_UCD_FILE)
+    if (kind == SOURCE_UCD_FILE) {
+        FileContext context(request.source);
         return scalars.readUCD(request.source.c_str(), request.gridWidth, request.gridHeight) != 0;
-    if (!scalars.read(request.source.c_str())) return false;
-    if (isBinaryFieldFile(request.source) &&
-        !checkFieldFileLength(request.source, 1LL * scalars.width * scalars.height))
-        return false;
-    return true;
+    }
+    return readFieldFile(request.source, scalars);
 }
 
 bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorField& vectors) {
@@ -236,7 +257,7 @@ bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorFie
     }
     switch (kind) {
     case SOURCE_VECTOR_FILE:
-        return loadVectorFile(request, vectors);
+        return readFieldFile(request.source, vectors);
     case SOURCE_IMAGE_FILE:
         return loadImageField(request, vectors);
     case SOURCE_GRAPHICS_FILE:
@@ -264,23 +285,10 @@ bool isBinaryFieldFile(const std::string& path) {
     return firstLine(path).substr(0, 63).find("BINARY") != std::string::npos;
 }
 
-bool checkFieldFileLength(const std::string& path, long long values) {
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file) {
-        flic_ioerror(path.c_str(), nullptr);
-        return false;
-    }
-    // The data starts after the two header lines, each read as the library reads it.
-    char line[64];
-    for (int i = 0; i < 2; i++)
-        if (!fgets(line, 64, file)) line[0] = '\0';
-    long header = ftell(file);
-    fseek(file, 0, SEEK_END);
-    long size = ftell(file);
-    fclose(file);
-    long long present = (size - header) / 4;
-    if (present >= values) return true;
-    failure("%s: the binary data ends after %lld of %lld values", path.c_str(),
-            present < 0 ? 0 : present, values);
-    return false;
+bool readFieldFile(const std::string& path, FlicVectorField& vectors) {
+    return readCheckedFieldFile(path, vectors, 2);
+}
+
+bool readFieldFile(const std::string& path, FlicScalarField& scalars) {
+    return readCheckedFieldFile(path, scalars, 1);
 }

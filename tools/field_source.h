@@ -68,8 +68,10 @@ bool writeVectorFile(const std::string& path, FlicVectorField& field, bool ascii
 
 // Whether the first line of a FLIC file names the binary mode.
 bool isBinaryFieldFile(const std::string& path);
-// Checks that a binary FLIC file holds all the values its header announces (the library
-// reads a short file without complaint). False after a report naming the file.
-bool checkFieldFileLength(const std::string& path, long long values);
+// Reads a FLIC VECTOR or FLIC SCALAR file and checks that binary data holds all the values its
+// header announces (the library reads a short file without complaint). False after a report
+// naming the file.
+bool readFieldFile(const std::string& path, FlicVectorField& vectors);
+bool readFieldFile(const std::string& path, FlicScalarField& scalars);
 
 #endif

@@ -45,10 +45,7 @@ const char* modeOf(const std::string& path) {
 
 int infoVector(const std::string& path) {
     FlicVectorField field;
-    FileContext context(path);
-    if (!field.read(path.c_str())) return EXIT_FAILED;
-    if (isBinaryFieldFile(path) && !checkFieldFileLength(path, 2LL * field.width * field.height))
-        return EXIT_FAILED;
+    if (!readFieldFile(path, field)) return EXIT_FAILED;
     Range xs, ys, lengths;
     long long zero = 0;
     const Vec2f* v = field.vectors();
@@ -70,10 +67,7 @@ int infoVector(const std::string& path) {
 
 int infoScalar(const std::string& path) {
     FlicScalarField field;
-    FileContext context(path);
-    if (!field.read(path.c_str())) return EXIT_FAILED;
-    if (isBinaryFieldFile(path) && !checkFieldFileLength(path, 1LL * field.width * field.height))
-        return EXIT_FAILED;
+    if (!readFieldFile(path, field)) return EXIT_FAILED;
     Range values;
     double sum = 0.0;
     for (long long i = 0; i < static_cast<long long>(field.width) * field.height; i++) {
