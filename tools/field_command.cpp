@@ -14,8 +14,7 @@ namespace {
 
 // Scalar sources stay scalar unless --angle asks for their turned gradient.
 bool writesScalars(const FieldOptions& o, const FieldRequest& request, SourceKind kind) {
-    return !o.field.angleGiven &&
-           isScalarSource(request, request.forceUCD ? SOURCE_UCD_FILE : kind);
+    return !o.field.angleGiven && isScalarSource(request, kind);
 }
 
 int checkGridOptions(const FieldOptions& o, FieldRequest& request, SourceKind kind) {
@@ -39,9 +38,7 @@ int checkGridOptions(const FieldOptions& o, FieldRequest& request, SourceKind ki
 
 int writeScalars(const FieldOptions& o, const FieldRequest& request, SourceKind kind) {
     FlicScalarField scalars;
-    if (!loadScalarField(
-            request, kind == SOURCE_UCD_FILE || request.forceUCD ? SOURCE_UCD_FILE : kind, scalars))
-        return EXIT_FAILED;
+    if (!loadScalarField(request, kind, scalars)) return EXIT_FAILED;
     FileContext context(o.output);
     if (!scalars.write(o.output.c_str(), o.ascii ? 1 : 0)) return EXIT_FAILED;
     note("wrote FLIC SCALAR %s: %d x %d nodes", o.output.c_str(), scalars.width, scalars.height);

@@ -63,6 +63,11 @@ SourceKind kindByExtension(const std::string& path) {
     return SOURCE_UNKNOWN_FILE;
 }
 
+// The kind a source is read as: with --ucd a UCD mesh, whatever its content.
+SourceKind readKind(const FieldRequest& request, SourceKind kind) {
+    return request.forceUCD ? SOURCE_UCD_FILE : kind;
+}
+
 bool checkImageAsField(const std::string& path, const FlicImage& image) {
     if (image.width < 2 || image.height < 2 || image.width > 10000 || image.height > 10000) {
         failure("%s: an image gives a field only with 2 to 10000 pixels each way (it has %d x %d)",
@@ -189,6 +194,7 @@ const char* describeKind(SourceKind kind) {
 }
 
 bool isScalarSource(const FieldRequest& request, SourceKind kind) {
+    kind = readKind(request, kind);
     if (kind == SOURCE_SCALAR_FILE || kind == SOURCE_DIPOLE) return true;
     if (kind != SOURCE_UCD_FILE) return false;
     UCDHeader header;
@@ -221,6 +227,7 @@ bool probeUCD(const std::string& path, UCDHeader& header) {
 }
 
 bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarField& scalars) {
+    kind = readKind(request, kind);
     if (kind == SOURCE_DIPOLE) {
         if (!scalars.setSize(request.gridWidth, request.gridHeight)) return false;
         scalars.createDipole(request.extent, request.phase);
@@ -240,15 +247,7 @@ bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorFie
         flic_ioerror(request.source.c_str(), nullptr);
         return false;
     }
-    if (request.forceUCD || kind == SOURCE_UCD_FILE) {
-        if (isScalarSource(request, SOURCE_UCD_FILE)) {
-            FlicScalarField scalars;
-            if (!loadScalarField(request, SOURCE_UCD_FILE, scalars)) return false;
-            vectors.fromScalarField(scalars, request.angle);
-            return true;
-        }
-        return loadUCDVectors(request, vectors);
-    }
+    kind = readKind(request, kind);
     if (isScalarSource(request, kind)) {
         FlicScalarField scalars;
         if (!loadScalarField(request, kind, scalars)) return false;
@@ -256,6 +255,8 @@ bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorFie
         return true;
     }
     switch (kind) {
+    case SOURCE_UCD_FILE:
+        return loadUCDVectors(request, vectors);
     case SOURCE_VECTOR_FILE:
         return readFieldFile(request.source, vectors);
     case SOURCE_IMAGE_FILE:

@@ -45,7 +45,8 @@ bool isBuiltIn(SourceKind kind);
 // A short description of the kind ("FLIC VECTOR file", "built-in field circle", ...).
 const char* describeKind(SourceKind kind);
 // Whether the source is a scalar field (FLIC SCALAR, dipole, UCD mesh with one value per
-// vertex) rather than a vector field.
+// vertex) rather than a vector field. Here and in the loaders `kind` is the kind
+// classifySource gave; with request.forceUCD the file is taken as a UCD mesh whatever it is.
 bool isScalarSource(const FieldRequest& request, SourceKind kind);
 
 // Counts a UCD mesh announces and the number of values on its first vertex line.

@@ -30,7 +30,7 @@ bool parseList(const std::string& text, const char* option, int count, const cha
 // Whether --angle changes the field of this source.
 bool usesAngle(const FieldRequest& request, SourceKind kind) {
     if (kind == SOURCE_CIRCLE || kind == SOURCE_IMAGE_FILE) return true;
-    return isScalarSource(request, request.forceUCD ? SOURCE_UCD_FILE : kind);
+    return isScalarSource(request, kind);
 }
 
 } // namespace
