@@ -4,7 +4,6 @@
 #include "console.h"
 #include "field_source.h"
 #include "image_files.h"
-#include "parsing.h"
 #include "source_options.h"
 
 #include "scalarfield.h"
@@ -26,13 +25,7 @@ int checkGridOptions(const FieldOptions& o, FieldRequest& request, SourceKind ki
                           request.source.c_str(), describeKind(kind));
     if (!o.field.grid.empty() || !o.field.ucd.empty())
         return usageError("give the grid once: --size, --grid or --ucd");
-    int width = 0, height = 0;
-    if (!parseSize(o.size, width, height) || width < 2 || height < 2 || width > 10000 ||
-        height > 10000)
-        return usageError("--size expects WxH with 2 to 10000 nodes each way, got '%s'",
-                          o.size.c_str());
-    request.gridWidth = width;
-    request.gridHeight = height;
+    if (!parseGrid(o.size, "--size", request.gridWidth, request.gridHeight)) return EXIT_USAGE;
     return EXIT_OK;
 }
 

@@ -10,16 +10,6 @@ namespace {
 
 const double degrees = 3.14159265358979323846 / 180.0;
 
-// Grids of fields have 2 to 10000 nodes each way, the limits of the field files.
-bool parseGrid(const std::string& text, const char* option, int& width, int& height) {
-    if (!parseSize(text, width, height) || width < 2 || height < 2 || width > 10000 ||
-        height > 10000) {
-        usageError("%s expects WxH with 2 to 10000 nodes each way, got '%s'", option, text.c_str());
-        return false;
-    }
-    return true;
-}
-
 bool parseList(const std::string& text, const char* option, int count, const char* form,
                float* values) {
     if (parseNumbers(text, count, values)) return true;
@@ -34,6 +24,15 @@ bool usesAngle(const FieldRequest& request, SourceKind kind) {
 }
 
 } // namespace
+
+bool parseGrid(const std::string& text, const char* option, int& width, int& height) {
+    if (!parseSize(text, width, height) || width < 2 || height < 2 || width > 10000 ||
+        height > 10000) {
+        usageError("%s expects WxH with 2 to 10000 nodes each way, got '%s'", option, text.c_str());
+        return false;
+    }
+    return true;
+}
 
 int buildFieldRequest(const FieldSourceOptions& options, FieldRequest& request, SourceKind& kind) {
     request.source = options.source;

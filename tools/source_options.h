@@ -5,6 +5,10 @@
 #include "commands.h"
 #include "field_source.h"
 
+// "WxH" given to `option` as the grid of a field: 2 to 10000 nodes each way, the limits of
+// the field files. False after a usage message.
+bool parseGrid(const std::string& text, const char* option, int& width, int& height);
+
 // Parses the compound values (--matrix, --offset, --brusselator, --grid, --ucd) into `request`
 // and classifies the source into `kind`. Returns EXIT_OK, or EXIT_USAGE after a message.
 int buildFieldRequest(const FieldSourceOptions& options, FieldRequest& request, SourceKind& kind);
