@@ -32,16 +32,21 @@ int pngFailure(const std::string& path, png_image& png) {
     return flic_ioerror(path.c_str(), reason.c_str());
 }
 
-// A grey copy (luminance) or an RGB copy (grey in all three channels) of `image`.
-FlicImage withChannels(const FlicImage& image, int channels) {
-    FlicImage copy(image);
-    if (channels == 1 && copy.nChannels == 3) {
-        copy.colorToGrey();
-    } else if (channels == 3 && copy.nChannels == 1) {
+// Writes `image` as PNM with `channels` channels: an RGB image is written as its luminance,
+// a grey image as RGB with the grey in all three channels, any other as it is.
+int writePNMWith(const std::string& path, const FlicImage& image, int channels, bool ascii) {
+    int mode = ascii ? 1 : 0;
+    if (channels == 1 && image.nChannels == 3) {
         FlicImage grey(image);
-        copy.glue(grey, grey, grey);
+        grey.colorToGrey();
+        return grey.writePNM(path.c_str(), mode);
     }
-    return copy;
+    if (channels == 3 && image.nChannels == 1) {
+        FlicImage rgb;
+        rgb.glue(image, image, image);
+        return rgb.writePNM(path.c_str(), mode);
+    }
+    return image.writePNM(path.c_str(), mode);
 }
 
 } // namespace
@@ -131,9 +136,9 @@ int writeImage(const std::string& path, const FlicImage& image, bool ascii) {
     case FORMAT_PNG:
         return writePNG(path, image);
     case FORMAT_PGM:
-        return withChannels(image, 1).writePNM(path.c_str(), ascii ? 1 : 0);
+        return writePNMWith(path, image, 1, ascii);
     case FORMAT_PPM:
-        return withChannels(image, 3).writePNM(path.c_str(), ascii ? 1 : 0);
+        return writePNMWith(path, image, 3, ascii);
     case FORMAT_PNM:
         return image.writePNM(path.c_str(), ascii ? 1 : 0);
     default:
