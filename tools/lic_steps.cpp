@@ -156,10 +156,7 @@ bool applyColour(const LicSettings& s, const LicInputs& in, FlicImage& picture) 
     FlicImage colours(picture.width, picture.height, 3);
     if (s.colour == COLOUR_MAGNITUDE && !colourByMagnitude(s, in.field, colours)) return false;
     if (s.colour == COLOUR_DIRECTION) in.field.vecToColor(colours, 0);
-    FlicImage mixed;
-    if (!colours.mix(picture, &mixed)) return false;
-    picture = mixed;
-    return true;
+    return picture.mix(colours) != 0;
 }
 
 bool applyEmboss(const LicSettings& s, LicInputs& in, FlicImage& picture) {
