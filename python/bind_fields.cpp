@@ -22,18 +22,12 @@ void checkGrid(long long width, long long height) {
 // Reads a field file with the GIL released; failures become OSError with the library's text.
 template <class Field>
 void readField(Field& field, const std::string& path) {
-    MessageScope scope;
-    int ok = withoutGil([&] { return field.read(path.c_str()); });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
-    scope.deliverInfo();
+    fileOperation("can't read " + path, [&] { return field.read(path.c_str()); });
 }
 
 template <class Field>
 void writeField(const Field& field, const std::string& path, bool ascii) {
-    MessageScope scope;
-    int ok = withoutGil([&] { return field.write(path.c_str(), ascii ? 1 : 0); });
-    if (!ok) raiseOSError(scope.errors(), "can't write " + path);
-    scope.deliverInfo();
+    fileOperation("can't write " + path, [&] { return field.write(path.c_str(), ascii ? 1 : 0); });
 }
 
 // --- VectorField -------------------------------------------------------------------------------
@@ -98,13 +92,10 @@ py::object readVectorUCD(py::handle pathObject, int width, int height, py::objec
         if (box.size() != 4) throw py::value_error("bbox must be (xmin, xmax, ymin, ymax)");
     }
     FlicVectorField field;
-    MessageScope scope;
-    int ok = withoutGil([&] {
+    fileOperation("can't read " + path, [&] {
         return box.empty() ? field.readUCD(path.c_str(), width, height)
                            : field.readUCD(path.c_str(), width, height, box.data());
     });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
-    scope.deliverInfo();
     return newVectorField(field);
 }
 
@@ -222,10 +213,7 @@ py::object readScalarUCD(py::handle pathObject, int width, int height) {
     std::string path = pathArgument(pathObject);
     checkGrid(width, height);
     FlicScalarField field;
-    MessageScope scope;
-    int ok = withoutGil([&] { return field.readUCD(path.c_str(), width, height); });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
-    scope.deliverInfo();
+    fileOperation("can't read " + path, [&] { return field.readUCD(path.c_str(), width, height); });
     return newScalarField(field);
 }
 

@@ -33,10 +33,8 @@ void drawFile(FlicGraphics& graphics, ImageObject& target, py::handle pathObject
 
 void drawUCD(FlicGraphics& graphics, ImageObject& target, py::handle pathObject) {
     std::string path = pathArgument(pathObject);
-    MessageScope scope;
-    int ok = withoutGil([&] { return graphics.drawUCD(target.image, path.c_str()); });
-    if (!ok) raiseOSError(scope.errors(), "can't draw " + path);
-    scope.deliverInfo();
+    fileOperation("can't draw " + path,
+                  [&] { return graphics.drawUCD(target.image, path.c_str()); });
 }
 
 void setColor(FlicGraphics& graphics, int r, int g, int b) {

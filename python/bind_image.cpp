@@ -63,10 +63,7 @@ void writeCaptured(const std::string& path, Write write) {
 py::object readPNM(py::handle pathObject) {
     std::string path = pathArgument(pathObject);
     FlicImage image;
-    MessageScope scope;
-    int ok = withoutGil([&] { return image.readPNM(path.c_str()); });
-    if (!ok) raiseOSError(scope.errors(), "can't read " + path);
-    scope.deliverInfo();
+    fileOperation("can't read " + path, [&] { return image.readPNM(path.c_str()); });
     if (image.nChannels != 1 && image.nChannels != 3)
         throw py::value_error(path + ": unsupported channel count");
     return newImage(image);

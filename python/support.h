@@ -92,6 +92,17 @@ class StdioCapture {
 // Raises ValueError with `text`, or `fallback` when `text` is empty.
 [[noreturn]] void raiseValueError(const std::string& text, const std::string& fallback);
 
+// Runs a file operation of the library (0 on failure) with the GIL released. A failure raises
+// OSError with the library's messages, or `fallback` when there are none; after success the
+// messages go to the logger.
+template <class Work>
+void fileOperation(const std::string& fallback, Work&& work) {
+    MessageScope scope;
+    int ok = withoutGil(work);
+    if (!ok) raiseOSError(scope.errors(), fallback);
+    scope.deliverInfo();
+}
+
 // --- Wrapper objects ----------------------------------------------------------------------
 
 // Shape and strides of the view handed out through the buffer protocol.
