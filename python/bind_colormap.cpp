@@ -30,29 +30,14 @@ py::object wrapColormap(const FlicColormap& colormap) {
 py::object readIcol(py::handle pathObject) {
     std::string path = pathArgument(pathObject);
     FlicColormap colormap;
-    int ok = 0;
-    std::string errText;
-    serialised([&] {
-        StdioCapture capture;
-        ok = colormap.readIcol(path.c_str());
-        capture.finish();
-        errText = capture.errText;
-    });
-    if (!ok) raiseOSError(errText, "can't read " + path);
+    capturedFileOperation("can't read " + path, [&] { return colormap.readIcol(path.c_str()); });
     return wrapColormap(colormap);
 }
 
 void writeIcol(const ColormapObject& self, py::handle pathObject) {
     std::string path = pathArgument(pathObject);
-    int ok = 0;
-    std::string errText;
-    serialised([&] {
-        StdioCapture capture;
-        ok = self.colormap.writeIcol(path.c_str());
-        capture.finish();
-        errText = capture.errText;
-    });
-    if (!ok) raiseOSError(errText, "can't write " + path);
+    capturedFileOperation("can't write " + path,
+                          [&] { return self.colormap.writeIcol(path.c_str()); });
 }
 
 py::array coloursCopy(const ColormapObject& self) {

@@ -43,23 +43,6 @@ void requireGrey(const FlicImage& image, const char* what) {
     if (image.nChannels != 1) throw py::value_error(std::string(what) + " must be a grey image");
 }
 
-// Writes a file with the library lock held and the standard streams captured: a failure
-// becomes OSError with the library's text, stdout output becomes log records.
-template <class Write>
-void writeCaptured(const std::string& path, Write write) {
-    int ok = 0;
-    std::string errText, outText;
-    serialised([&] {
-        StdioCapture capture;
-        ok = write(path.c_str());
-        capture.finish();
-        errText = capture.errText;
-        outText = capture.outText;
-    });
-    if (!outText.empty()) logRecord("info", outText);
-    if (!ok) raiseOSError(errText, "can't write " + path);
-}
-
 py::object readPNM(py::handle pathObject) {
     std::string path = pathArgument(pathObject);
     FlicImage image;
@@ -181,9 +164,10 @@ Image(width, height, channels=1) makes a black image; Image(array) copies a uint
                     "failure.")
         .def(
             "writePNM",
-            [](const ImageObject& s, py::handle path, bool ascii) {
-                writeCaptured(pathArgument(path), [&](const char* name) {
-                    return s.image.writePNM(name, ascii ? 1 : 0);
+            [](const ImageObject& s, py::handle pathObject, bool ascii) {
+                std::string path = pathArgument(pathObject);
+                capturedFileOperation("can't write " + path, [&] {
+                    return s.image.writePNM(path.c_str(), ascii ? 1 : 0);
                 });
             },
             py::arg("path"), py::arg("ascii") = false,
@@ -191,9 +175,10 @@ Image(width, height, channels=1) makes a black image; Image(array) copies a uint
             "failure.")
         .def(
             "writeHistogram",
-            [](const ImageObject& s, py::handle path) {
-                writeCaptured(pathArgument(path),
-                              [&](const char* name) { return s.image.writeHistogram(name); });
+            [](const ImageObject& s, py::handle pathObject) {
+                std::string path = pathArgument(pathObject);
+                capturedFileOperation("can't write " + path,
+                                      [&] { return s.image.writeHistogram(path.c_str()); });
             },
             py::arg("path"),
             "Writes the 256-line histogram file; the mean goes to the 'muskeip' logger.")

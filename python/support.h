@@ -103,6 +103,25 @@ void fileOperation(const std::string& fallback, Work&& work) {
     scope.deliverInfo();
 }
 
+// Runs a file operation that reports on the standard streams (image and colour-map files; 0 on
+// failure) with the library lock held and the streams captured. A failure raises OSError with
+// what went to stderr, or `fallback` when nothing did; what went to stdout becomes an info
+// record.
+template <class Work>
+void capturedFileOperation(const std::string& fallback, Work&& work) {
+    int ok = 0;
+    std::string errText, outText;
+    serialised([&] {
+        StdioCapture capture;
+        ok = work();
+        capture.finish();
+        errText = capture.errText;
+        outText = capture.outText;
+    });
+    if (!outText.empty()) logRecord("info", outText);
+    if (!ok) raiseOSError(errText, fallback);
+}
+
 // --- Wrapper objects ----------------------------------------------------------------------
 
 // Shape and strides of the view handed out through the buffer protocol.
