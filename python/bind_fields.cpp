@@ -30,15 +30,27 @@ void writeField(const Field& field, const std::string& path, bool ascii) {
     fileOperation("can't write " + path, [&] { return field.write(path.c_str(), ascii ? 1 : 0); });
 }
 
-// --- VectorField -------------------------------------------------------------------------------
-
-std::unique_ptr<VectorFieldObject> blankVectorField(long long width, long long height) {
+// A new field object of width x height nodes, its values not yet set; ValueError with
+// `tooLarge` when the library can't hold it.
+template <class Object>
+std::unique_ptr<Object> allocateField(long long width, long long height, const char* tooLarge) {
     checkGrid(width, height);
-    auto object = std::make_unique<VectorFieldObject>();
+    auto object = std::make_unique<Object>();
     MessageScope scope;
     if (!object->field.setSize(static_cast<int>(width), static_cast<int>(height)) ||
         !object->field.data)
-        raiseValueError(scope.errors(), "vector field too large");
+        raiseValueError(scope.errors(), tooLarge);
+    return object;
+}
+
+// --- VectorField -------------------------------------------------------------------------------
+
+std::unique_ptr<VectorFieldObject> allocateVectorField(long long width, long long height) {
+    return allocateField<VectorFieldObject>(width, height, "vector field too large");
+}
+
+std::unique_ptr<VectorFieldObject> blankVectorField(long long width, long long height) {
+    auto object = allocateVectorField(width, height);
     memset(object->field.data, 0, static_cast<size_t>(width) * height * 2 * sizeof(float));
     return object;
 }
@@ -50,7 +62,7 @@ std::unique_ptr<VectorFieldObject> vectorFieldFromArrays(py::handle first, py::h
         if (a.ndim() != 3 || a.shape(2) != 2)
             throw py::value_error("the field array must have the shape (H, W, 2)");
         auto values = floatArray(a, "the field array");
-        auto object = blankVectorField(a.shape(1), a.shape(0));
+        auto object = allocateVectorField(a.shape(1), a.shape(0));
         memcpy(object->field.data, values.data(), static_cast<size_t>(values.nbytes()));
         return object;
     }
@@ -60,7 +72,7 @@ std::unique_ptr<VectorFieldObject> vectorFieldFromArrays(py::handle first, py::h
         throw py::value_error("u and v must have the same shape");
     auto u = floatArray(a, "u");
     auto v = floatArray(b, "v");
-    auto object = blankVectorField(a.shape(1), a.shape(0));
+    auto object = allocateVectorField(a.shape(1), a.shape(0));
     const float* pu = u.data();
     const float* pv = v.data();
     float* out = object->field.data;
@@ -182,13 +194,12 @@ py::array vectorValues(const VectorFieldObject& self) {
 
 // --- ScalarField ----------------------------------------------------------------------------
 
+std::unique_ptr<ScalarFieldObject> allocateScalarField(long long width, long long height) {
+    return allocateField<ScalarFieldObject>(width, height, "scalar field too large");
+}
+
 std::unique_ptr<ScalarFieldObject> blankScalarField(long long width, long long height) {
-    checkGrid(width, height);
-    auto object = std::make_unique<ScalarFieldObject>();
-    MessageScope scope;
-    if (!object->field.setSize(static_cast<int>(width), static_cast<int>(height)) ||
-        !object->field.data)
-        raiseValueError(scope.errors(), "scalar field too large");
+    auto object = allocateScalarField(width, height);
     memset(object->field.data, 0, static_cast<size_t>(width) * height * sizeof(float));
     return object;
 }
@@ -197,7 +208,7 @@ std::unique_ptr<ScalarFieldObject> scalarFieldFromArray(py::handle source) {
     py::array a = asArray(source, "the field array");
     if (a.ndim() != 2) throw py::value_error("the field array must have the shape (H, W)");
     auto values = floatArray(a, "the field array");
-    auto object = blankScalarField(a.shape(1), a.shape(0));
+    auto object = allocateScalarField(a.shape(1), a.shape(0));
     memcpy(object->field.data, values.data(), static_cast<size_t>(values.nbytes()));
     return object;
 }
