@@ -19,10 +19,14 @@ void checkGrid(long long width, long long height) {
         throw py::value_error("a field may have at most 1000000 nodes per direction");
 }
 
-// Reads a field file with the GIL released; failures become OSError with the library's text.
+// Reads a field file with the GIL released into a new Python object made by `wrap`; failures
+// become OSError with the library's text.
 template <class Field>
-void readField(Field& field, const std::string& path) {
+py::object readField(py::handle pathObject, py::object (*wrap)(Field&)) {
+    std::string path = pathArgument(pathObject);
+    Field field;
     fileOperation("can't read " + path, [&] { return field.read(path.c_str()); });
+    return wrap(field);
 }
 
 template <class Field>
@@ -84,11 +88,8 @@ std::unique_ptr<VectorFieldObject> vectorFieldFromArrays(py::handle first, py::h
     return object;
 }
 
-py::object readVectorField(py::handle pathObject) {
-    std::string path = pathArgument(pathObject);
-    FlicVectorField field;
-    readField(field, path);
-    return newVectorField(field);
+py::object readVectorField(py::handle path) {
+    return readField(path, &newVectorField);
 }
 
 py::object readVectorUCD(py::handle pathObject, int width, int height, py::object bbox) {
@@ -213,11 +214,8 @@ std::unique_ptr<ScalarFieldObject> scalarFieldFromArray(py::handle source) {
     return object;
 }
 
-py::object readScalarField(py::handle pathObject) {
-    std::string path = pathArgument(pathObject);
-    FlicScalarField field;
-    readField(field, path);
-    return newScalarField(field);
+py::object readScalarField(py::handle path) {
+    return readField(path, &newScalarField);
 }
 
 py::object readScalarUCD(py::handle pathObject, int width, int height) {
