@@ -47,6 +47,24 @@ std::unique_ptr<Object> allocateField(long long width, long long height, const c
     return object;
 }
 
+// An RGB image coloured by `paint(image, resize)`: of the field's own size (resize 1), or
+// stretched onto size = (W, H) when that is given.
+template <class Paint>
+py::object colourImage(py::object size, Paint paint) {
+    FlicImage image;
+    if (size.is_none()) {
+        withoutGil([&] { paint(image, 1); });
+    } else {
+        int width = 0, height = 0;
+        parseSize(size, "size", width, height, 2);
+        MessageScope scope;
+        if (!image.setSize(width, height, 3) || !image.data)
+            raiseValueError(scope.errors(), "size too large for an image");
+        withoutGil([&] { paint(image, 0); });
+    }
+    return newImage(image);
+}
+
 // --- VectorField -------------------------------------------------------------------------------
 
 std::unique_ptr<VectorFieldObject> allocateVectorField(long long width, long long height) {
@@ -142,20 +160,10 @@ void setLinear(VectorFieldObject& self, const std::vector<std::vector<float>>& m
     self.field.setLinear(m, b);
 }
 
-// Direction colours: the field's own size, or stretched onto size = (W, H).
+// Direction colours.
 py::object vecToColor(const VectorFieldObject& self, py::object size) {
-    FlicImage image;
-    if (size.is_none()) {
-        withoutGil([&] { self.field.vecToColor(image, 1); });
-    } else {
-        int width = 0, height = 0;
-        parseSize(size, "size", width, height, 2);
-        MessageScope scope;
-        if (!image.setSize(width, height, 3) || !image.data)
-            raiseValueError(scope.errors(), "size too large for an image");
-        withoutGil([&] { self.field.vecToColor(image, 0); });
-    }
-    return newImage(image);
+    return colourImage(size,
+                       [&](FlicImage& image, int resize) { self.field.vecToColor(image, resize); });
 }
 
 py::object magnitude(const VectorFieldObject& self, py::object size) {
@@ -226,21 +234,12 @@ py::object readScalarUCD(py::handle pathObject, int width, int height) {
     return newScalarField(field);
 }
 
-// Colours through the map: the field's own size, or stretched onto size = (W, H).
+// Colours through the map.
 py::object pseudoColor(const ScalarFieldObject& self, const ColormapObject& colormap,
                        py::object size) {
-    FlicImage image;
-    if (size.is_none()) {
-        withoutGil([&] { self.field.pseudoColor(colormap.colormap, image, 1); });
-    } else {
-        int width = 0, height = 0;
-        parseSize(size, "size", width, height, 2);
-        MessageScope scope;
-        if (!image.setSize(width, height, 3) || !image.data)
-            raiseValueError(scope.errors(), "size too large for an image");
-        withoutGil([&] { self.field.pseudoColor(colormap.colormap, image, 0); });
-    }
-    return newImage(image);
+    return colourImage(size, [&](FlicImage& image, int resize) {
+        self.field.pseudoColor(colormap.colormap, image, resize);
+    });
 }
 
 py::object copyScalarField(const ScalarFieldObject& self) {
