@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 
 namespace mp {
@@ -178,38 +179,31 @@ BufferDescription describe(ImageObject& object) {
     return {image.data, 1, "B"};
 }
 
+// Storage of float32 values in C order in the given shape; sets the layout to match.
+BufferDescription compactFloats(BufferLayout& layout, std::initializer_list<Py_ssize_t> shape,
+                                float* data) {
+    layout.ndim = static_cast<int>(shape.size());
+    Py_ssize_t stride = sizeof(float);
+    for (int i = layout.ndim - 1; i >= 0; i--) {
+        layout.shape[i] = shape.begin()[i];
+        layout.strides[i] = stride;
+        stride *= layout.shape[i];
+    }
+    return {data, sizeof(float), "f"};
+}
+
 BufferDescription describe(VectorFieldObject& object) {
     FlicVectorField& field = object.field;
-    BufferLayout& layout = object.layout;
-    layout.ndim = 3;
-    layout.shape[0] = field.height;
-    layout.shape[1] = field.width;
-    layout.shape[2] = 2;
-    layout.strides[0] = static_cast<Py_ssize_t>(field.width) * 8;
-    layout.strides[1] = 8;
-    layout.strides[2] = 4;
-    return {field.data, 4, "f"};
+    return compactFloats(object.layout, {field.height, field.width, 2}, field.data);
 }
 
 BufferDescription describe(ScalarFieldObject& object) {
     FlicScalarField& field = object.field;
-    BufferLayout& layout = object.layout;
-    layout.ndim = 2;
-    layout.shape[0] = field.height;
-    layout.shape[1] = field.width;
-    layout.strides[0] = static_cast<Py_ssize_t>(field.width) * 4;
-    layout.strides[1] = 4;
-    return {field.data, 4, "f"};
+    return compactFloats(object.layout, {field.height, field.width}, field.data);
 }
 
 BufferDescription describe(ColormapObject& object) {
-    BufferLayout& layout = object.layout;
-    layout.ndim = 2;
-    layout.shape[0] = 256;
-    layout.shape[1] = 3;
-    layout.strides[0] = 12;
-    layout.strides[1] = 4;
-    return {&object.colormap.colors[0][0], 4, "f"};
+    return compactFloats(object.layout, {256, 3}, &object.colormap.colors[0][0]);
 }
 
 template <class Object>
