@@ -175,27 +175,17 @@ void prepareForLines(const LicSettings& s, FlicImage& picture) {
     picture.glue(grey, grey, grey);
 }
 
-FlicGraphics linePen(const LicSettings& s) {
+// Draws the file's lines (FlicGraphics::drawFile or drawUCD) in the line colour and width;
+// nothing without a file.
+bool drawLines(const std::string& path, const LicSettings& s, FlicImage& picture,
+               int (FlicGraphics::*draw)(FlicImage&, const char*)) {
+    if (path.empty()) return true;
+    prepareForLines(s, picture);
     FlicGraphics pen;
     pen.setColor(s.lineColour[0], s.lineColour[1], s.lineColour[2]);
     pen.setPixelWidth(s.lineWidth);
-    return pen;
-}
-
-bool drawOverlay(const std::string& path, const LicSettings& s, FlicImage& picture) {
-    if (path.empty()) return true;
-    prepareForLines(s, picture);
-    FlicGraphics pen = linePen(s);
     FileContext context(path);
-    return pen.drawFile(picture, path.c_str()) != 0;
-}
-
-bool drawMesh(const std::string& path, const LicSettings& s, FlicImage& picture) {
-    if (path.empty()) return true;
-    prepareForLines(s, picture);
-    FlicGraphics pen = linePen(s);
-    FileContext context(path);
-    return pen.drawUCD(picture, path.c_str()) != 0;
+    return (pen.*draw)(picture, path.c_str()) != 0;
 }
 
 } // namespace
@@ -221,8 +211,8 @@ bool postProcess(const LicOptions& options, const LicSettings& settings, LicInpu
     if (!applyEmboss(settings, inputs, picture)) return false;
     if (settings.zoomWidth > 0 && !picture.zoom(settings.zoomWidth, settings.zoomHeight))
         return false;
-    return drawOverlay(options.overlay, settings, picture) &&
-           drawMesh(options.mesh, settings, picture);
+    return drawLines(options.overlay, settings, picture, &FlicGraphics::drawFile) &&
+           drawLines(options.mesh, settings, picture, &FlicGraphics::drawUCD);
 }
 
 bool writePicture(const std::string& path, const FlicImage& picture, bool ascii) {
