@@ -25,7 +25,7 @@ void drawFile(FlicGraphics& graphics, ImageObject& target, py::handle pathObject
                static_cast<size_t>(work.bytesPerLine) * static_cast<size_t>(work.height));
     } else {
         requireNoViews(target.layout, "drawFile turned the grey image into RGB");
-        takeStorage(target.image, work);
+        target.image.swap(work);
     }
     if (!ok) raiseOSError(scope.errors(), "can't draw " + path);
     scope.deliverInfo();

@@ -329,44 +329,21 @@ py::array adoptImage(FlicImage& image) {
     return py::array(py::dtype::of<uint8_t>(), shape, block, owner);
 }
 
-void takeStorage(FlicImage& to, FlicImage& from) {
-    std::swap(to.buffer, from.buffer);
-    std::swap(to.data, from.data);
-    std::swap(to.width, from.width);
-    std::swap(to.height, from.height);
-    std::swap(to.nChannels, from.nChannels);
-    std::swap(to.bytesPerLine, from.bytesPerLine);
-}
-
-void takeStorage(FlicVectorField& to, FlicVectorField& from) {
-    std::swap(to.buffer, from.buffer);
-    std::swap(to.data, from.data);
-    std::swap(to.width, from.width);
-    std::swap(to.height, from.height);
-}
-
-void takeStorage(FlicScalarField& to, FlicScalarField& from) {
-    std::swap(to.buffer, from.buffer);
-    std::swap(to.data, from.data);
-    std::swap(to.width, from.width);
-    std::swap(to.height, from.height);
-}
-
 py::object newImage(FlicImage& image) {
     auto object = std::make_unique<ImageObject>();
-    takeStorage(object->image, image);
+    object->image.swap(image);
     return py::cast(std::move(object));
 }
 
 py::object newVectorField(FlicVectorField& field) {
     auto object = std::make_unique<VectorFieldObject>();
-    takeStorage(object->field, field);
+    object->field.swap(field);
     return py::cast(std::move(object));
 }
 
 py::object newScalarField(FlicScalarField& field) {
     auto object = std::make_unique<ScalarFieldObject>();
-    takeStorage(object->field, field);
+    object->field.swap(field);
     return py::cast(std::move(object));
 }
 

@@ -180,11 +180,6 @@ py::object newImage(FlicImage& image);
 py::object newVectorField(FlicVectorField& field);
 py::object newScalarField(FlicScalarField& field);
 
-// Moves the storage of `from` into `to` (which gives up its own), without copying pixels.
-void takeStorage(FlicImage& to, FlicImage& from);
-void takeStorage(FlicVectorField& to, FlicVectorField& from);
-void takeStorage(FlicScalarField& to, FlicScalarField& from);
-
 // A file name from str, bytes or os.PathLike, in the file system's encoding.
 std::string pathArgument(py::handle path);
 
