@@ -89,7 +89,7 @@ int readPNG(const std::string& path, FlicImage& image) {
     // A negative stride stores the bottom row first, the library's row order.
     if (!png_image_finish_read(&png, &black, loaded.data, -loaded.bytesPerLine, nullptr))
         return pngFailure(path, png);
-    image = loaded;
+    image.swap(loaded);
     return 1;
 }
 
