@@ -77,7 +77,9 @@ py::object gaussBlur(ImageObject& self, int n) {
 py::object medianFilter(ImageObject& self) {
     requireGreyImage(self, "medianFilter");
     FlicImage result;
-    withoutGil([&] { return self.image.medianFilter(&result); });
+    MessageScope scope;
+    int ok = withoutGil([&] { return self.image.medianFilter(&result); });
+    if (!ok) raiseValueError(scope.errors(), "medianFilter failed");
     return newImage(result);
 }
 
