@@ -41,20 +41,16 @@ def test_grey_file_draws_in_place(tmp_path):
     assert np.argwhere(view == 127).tolist() == [[1, 1], [2, 2]]
 
 
-@pytest.mark.parametrize("content, message", [
-    ("FLIC GRAPHICS\nline 0 0 5 5\nwidth\n", "FLIC error: expecting 'width n'"),
-    ("FLIC GRAPHIX\n", "FLIC error: can't open {} (header string 'FLIC GRAPHICS' not found)"),
-])
-def test_file_failures_keep_what_was_drawn(tmp_path, content, message):
+def test_file_failure_keeps_what_was_drawn(tmp_path):
     path = tmp_path / "bad.gfx"
-    path.write_text(content)
+    path.write_text("FLIC GRAPHICS\nline 0 0 5 5\nwidth\n")
     image = muskeip.Image(8, 8)
     pen = muskeip.Graphics()
     pen.setColor(9, 9, 9)
     with pytest.raises(OSError) as raised:
         pen.drawFile(image, path)
-    assert str(raised.value) == message.format(path)
-    assert (np.asarray(image) == 9).sum() == (6 if "line" in content else 0)
+    assert str(raised.value) == "FLIC error: expecting 'width n'"
+    assert (np.asarray(image) == 9).sum() == 6
 
 
 def test_mesh_edges(tmp_path):
