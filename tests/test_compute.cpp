@@ -1,5 +1,5 @@
-// The LIC engine: configuration, start/stop reports, the driver's seeding orders, sampling and
-// convolution, and byte-for-byte agreement with a literal reference computation.
+// The LIC engine: configuration, start/stop reports, seeding, sampling and convolution, and
+// byte-for-byte agreement with a literal reference computation (seeding orders included).
 #include "compute.h"
 #include "lic_reference.h"
 #include "testutil.h"
@@ -20,7 +20,6 @@ using testutil::rotationField;
 using testutil::uniformField;
 using testutil::vortexSaddle;
 using Bytes = std::vector<unsigned char>;
-using Ints = std::vector<int>;
 
 namespace {
 
@@ -78,40 +77,6 @@ void expectSameAsReference(const reference::Settings& s, FlicVectorField& field,
     EXPECT_EQ(std::tie(engine.numFieldLines, engine.totalHits),
               std::tie(expected.lines, expected.totalHits))
         << label;
-}
-
-// An Euler integrator that records the seeds of its lines.
-struct SeedRecorder : Euler {
-    std::vector<Vec2f> seeds;
-    SeedRecorder() : Euler(1) {}
-    using Euler::init;
-    void init(const Vec2f& p, const Vec2f& v) override {
-        seeds.push_back(p);
-        Euler::init(p, v);
-    }
-};
-
-// Pixel index y W + x of every seed visited on a W x H texture over a scale-1 field, in order,
-// and the cell indices j S + i. With N = 1 and M = 0 each line covers its seed's cell only.
-Ints visitingOrder(int seeding, int width, int height, int subPixels, Ints* cells = nullptr) {
-    FlicVectorField field = uniformField(width + 1, height + 1, 1, 0);
-    FlicImage texture = noise(width, height, 1, 3), output;
-    FlicCompute engine;
-    engine.seedingMethod = seeding;
-    engine.setNumSubPixels(subPixels);
-    engine.extensionLength = 0;
-    engine.setFilterLength(1);
-    auto* recorder = new SeedRecorder;
-    delete engine.forward;
-    engine.forward = recorder;
-    engine.compute(&field, &texture, &output);
-    Ints pixels;
-    for (const Vec2f& p : recorder->seeds) {
-        int X = static_cast<int>(p.x * subPixels), Y = static_cast<int>(p.y * subPixels);
-        pixels.push_back(Y / subPixels * width + X / subPixels);
-        if (cells) cells->push_back(Y % subPixels * subPixels + X % subPixels);
-    }
-    return pixels;
 }
 
 } // namespace
@@ -257,59 +222,6 @@ TEST(Compute, ZeroVectorsSeedNoLine) {
     EXPECT_EQ(engine.numFieldLines, 1);
 }
 
-TEST(Compute, ConstantTextureGivesConstantPicture) {
-    FlicVectorField field = vortexSaddle(21, 21);
-    FlicImage texture(40, 40, 1), output;
-    texture.clear(173);
-    for (int kernel = 0; kernel < 3; kernel++)
-        for (int interpolation = 0; interpolation < 2; interpolation++) {
-            FlicCompute engine;
-            engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(kernel));
-            engine.setInterpolationMethod(
-                static_cast<FlicCompute::InterpolationMethod>(interpolation));
-            ASSERT_EQ(engine.compute(&field, &texture, &output), 1);
-            Bytes out = bytes(output);
-            long covered = std::count(out.begin(), out.end(), 173);
-            EXPECT_EQ(covered + std::count(out.begin(), out.end(), 0), 40 * 40) << kernel;
-            EXPECT_GT(covered, 40 * 40 * 9 / 10) << kernel;
-        }
-}
-
-TEST(Compute, BoxWithOneStepAveragesTwoSamples) {
-    // Flow along +x on a scale-1 grid, no extension: every line leaves one value at its seed,
-    // the mean of the texels one step behind and at the seed.
-    FlicVectorField field = uniformField(13, 5, 1, 0);
-    FlicImage texture(12, 4, 1), output;
-    for (int i = 0; i < 48; i++)
-        texture.data[i] = static_cast<unsigned char>(7 * (i % 12) * (i % 12) + 3 * (i / 12));
-    FlicCompute engine;
-    engine.setFilterKernel(FlicCompute::BOX);
-    engine.setFilterLength(1.0f);
-    engine.extensionLength = 0.0f;
-    engine.setInterpolationMethod(FlicCompute::CONSTANT);
-    ASSERT_EQ(engine.compute(&field, &texture, &output), 1);
-    EXPECT_EQ(engine.numFieldLines, 48);
-    // Row 3 and column 11 are read only as neighbours (wrap period size - 1).
-    for (int y = 0; y < 3; y++)
-        for (int i = y * 12 + 1; i < y * 12 + 11; i++)
-            EXPECT_EQ(output.data[i], (texture.data[i - 1] + texture.data[i]) / 2) << i;
-}
-
-TEST(Compute, VisitingOrders) {
-    // Interleaved pattern on 5 x 5: per offset (ox, oy), rows oy, oy + 4 and columns ox, ox + 4.
-    EXPECT_EQ(visitingOrder(1, 5, 5, 1), (Ints{0, 4,  20, 24, 2,  22, 10, 14, 12, 6,  8,  16, 18,
-                                               1, 21, 3,  23, 11, 13, 5,  9,  7,  15, 19, 17}));
-    // S = 2: the whole pattern once per cell, cells (0,0), (1,0), (0,1), (1,1).
-    Ints cells, pixels = visitingOrder(1, 4, 4, 2, &cells);
-    ASSERT_EQ(std::make_pair(pixels.size(), cells.size()), std::make_pair(size_t{64}, size_t{64}));
-    for (int n = 0; n < 64; n++)
-        EXPECT_EQ(std::make_pair(pixels[n], cells[n]), std::make_pair(pixels[n % 16], n / 16));
-    EXPECT_EQ(visitingOrder(0, 3, 2, 1), (Ints{0, 1, 2, 3, 4, 5})); // raster, rows bottom to top
-    // Quasi-random on 2 x 2: pairs (1,1), (0,0), (1,0); the fourth, (0,1), is drawn, not used.
-    EXPECT_EQ(visitingOrder(2, 2, 2, 1), (Ints{3, 0, 1}));
-    EXPECT_TRUE(visitingOrder(7, 4, 4, 1).empty()); // any other method seeds nothing
-}
-
 TEST(Compute, MatchesTheLiteralComputationByteForByte) {
     FlicVectorField smooth = vortexSaddle(25, 21), coarse = vortexSaddle(11, 8);
     FlicVectorField circles = rotationField(19, 9), holes = holesField(25, 21);
@@ -451,16 +363,15 @@ TEST(Compute, ValuesOutsideTheEnumerationsActAsBoxAndBilinear) {
 TEST(Compute, QuasiRandomSeedingOnTexturesOnePixelWideOrHigh) {
     FlicVectorField vertical = uniformField(3, 3, 0, 1), horizontal = uniformField(3, 3, 1, 0);
     FlicImage column(1, 6, 1), row(6, 1, 1), output;
-    column.clear(200);
-    row.clear(200);
     FlicCompute engine;
     engine.seedingMethod = 2;
-    ASSERT_EQ(engine.compute(&vertical, &column, &output), 1);
-    EXPECT_GT(engine.numFieldLines, 0);
-    EXPECT_EQ(bytes(output), Bytes(6, 200));
-    ASSERT_EQ(engine.compute(&horizontal, &row, &output), 1);
-    EXPECT_GT(engine.numFieldLines, 0);
-    EXPECT_EQ(bytes(output), Bytes(6, 200));
+    for (auto [field, texture] :
+         {std::make_pair(&vertical, &column), std::make_pair(&horizontal, &row)}) {
+        texture->clear(200);
+        ASSERT_EQ(engine.compute(field, texture, &output), 1);
+        EXPECT_GT(engine.numFieldLines, 0);
+        EXPECT_EQ(bytes(output), Bytes(6, 200));
+    }
 }
 
 TEST(Compute, TextureLookupsWrapPeriodically) {
