@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -110,20 +109,10 @@ TEST(Compute, DefaultsAndDerivedStepCounts) {
     }
 }
 
-TEST(Compute, IntegratorChoice) {
+// useEuler (the midpoint method) and useRK43 with their settings and the engine's threshold are
+// fixed by the reference comparison, whose configurations install them.
+TEST(Compute, ThresholdWithoutIntegratorsIsStoredForLaterOnes) {
     FlicCompute engine;
-    engine.setNormalization(0.5f);
-    engine.useEuler(); // installs the midpoint method, with the engine's threshold
-    auto* mid = dynamic_cast<Midpoint*>(engine.backward);
-    ASSERT_NE(mid, nullptr);
-    EXPECT_EQ(std::tie(mid->direction, mid->normalization), std::make_tuple(-1.0f, 0.5f));
-    engine.useRK43(3.0f, 0.25f, 9.0f, 0.02f); // initial, minimum, maximum step, tolerance
-    auto* rk = dynamic_cast<RK43*>(engine.backward);
-    ASSERT_NE(rk, nullptr);
-    EXPECT_EQ(std::tie(rk->initialStep, rk->minStep, rk->maxStep, rk->tolerance, rk->direction,
-                       rk->normalization),
-              std::make_tuple(3.0f, 0.25f, 9.0f, 0.02f, -1.0f, 0.5f));
-    // Without integrators the threshold is only stored.
     delete engine.forward;
     delete engine.backward;
     engine.forward = engine.backward = nullptr;
@@ -200,10 +189,6 @@ TEST(Compute, ZeroVectorsSeedNoLine) {
             s.seeding = seeding;
             s.numSubPixels = subPixels;
             EXPECT_EQ(bytes(seedMap), reference::Lic(s, field, texture).run(&mask).seedMap);
-            // Every pixel is seeded; the Sobol order leaves one pair, and for S = 2 many cells.
-            if (seeding != 2 || subPixels == 1) {
-                EXPECT_EQ(std::count(seedMap.data, seedMap.data + 140, 1), seeding == 2 ? 1 : 0);
-            }
         }
 
     // Seeds in the last column or row interpolate towards the mirrored neighbour: on nodes
@@ -251,26 +236,6 @@ TEST(Compute, MatchesTheLiteralComputationByteForByte) {
                                           testing::PrintToString(std::make_tuple(
                                               s.kernel, s.seeding, s.numSubPixels, s.integrator)));
                 }
-}
-
-TEST(Compute, StreaksFollowTheCircles) {
-    FlicVectorField field = rotationField(65, 32);
-    FlicImage texture = noise(256, 256, 1, 21), output;
-    FlicCompute engine;
-    ASSERT_EQ(engine.compute(&field, &texture, &output), 1);
-    // Squared differences to the neighbours two pixels along and across the circles.
-    auto at = [&](double x, double y) {
-        return output.data[std::lround(y) * 256 + std::lround(x)];
-    };
-    double along = 0, across = 0;
-    for (int y = 0; y < 256; y++)
-        for (int x = 0; x < 256; x++) {
-            double dx = x + 0.5 - 128, dy = y + 0.5 - 128, r = std::hypot(dx, dy), v = at(x, y);
-            if (r < 40 || r > 110) continue;
-            along += std::pow(v - at(x - 2 * dy / r, y + 2 * dx / r), 2);
-            across += std::pow(v - at(x + 2 * dx / r, y + 2 * dy / r), 2);
-        }
-    EXPECT_LT(along, 0.3 * across);
 }
 
 TEST(Compute, HostileInputsNeitherCrashNorHang) {
