@@ -26,18 +26,16 @@ class TestConvolution:
         assert [r.getMessage() for r in caplog.records] == ["Warning: filter sum != 1 (=0.900000)"]
         assert capfd.readouterr().err == ""
 
-    def test_unpackable_kernels_are_refused_instead_of_ending_the_process(self):
+    def test_bad_kernels_and_blur_sizes_are_refused_instead_of_ending_the_process(self):
         with pytest.raises(ValueError, match=r"\|1.000000\|\+\|-0.500000\|\+\|0.000000\| > 1"):
             grey([[1, 2]]).convolve([2.0, -0.5])
         with pytest.raises(ValueError, match="1 to 9"):
             grey([[1, 2]]).convolve([0.1] * 10)
         with pytest.raises(ValueError, match="finite"):
             grey([[1, 2]]).convolve([float("nan")])
-
-    @pytest.mark.parametrize("call", [lambda i: i.gaussBlur(0), lambda i: i.gaussBlur(10)])
-    def test_bad_blur_sizes(self, call):
-        with pytest.raises(ValueError, match="1 .. 9"):
-            call(grey([[1, 2]]))
+        for n in (0, 10):
+            with pytest.raises(ValueError, match="1 .. 9"):
+                grey([[1, 2]]).gaussBlur(n)
 
     @pytest.mark.parametrize("name, args", [("gaussBlur", (2,)), ("medianFilter", ()),
                                             ("convolve", ([1.0],))])
