@@ -76,9 +76,7 @@ TEST(Emboss, LambertShadingWithIntegerVectors) {
     // Elevation pi/4: Lz = 180 and horizontal strength 180; width45 3: Nz = 510.
     // d = 180 * -90 + 510 * 180 = 75600, |N| = sqrt(268200) = 517.88 -> 145.
     EXPECT_EQ(shade(0.0f, kPi / 4, 3, kRight), 145);
-    EXPECT_EQ(shade(kPi, kPi / 4, 3, kRight), 208); // d = 108000
-    EXPECT_EQ(shade(kPi / 2, kPi / 4, 3, kUp), 208);
-    EXPECT_EQ(shade(-kPi / 2, kPi / 4, 3, kUp), 145);
+    EXPECT_EQ(shade(kPi / 2, kPi / 4, 3, kUp), 208); // d = 108000
     EXPECT_EQ(shade(0.0f, kPi / 4, 1, kRight), 169); // Nz = 1530: 259200 / 1532.64
     EXPECT_EQ(shade(0.0f, 0.1f, 3, {0, 0, 255, 0, 0, 255, 0, 0, 255}), 0); // d < 0
     // emboss2: the light follows the field with its components exchanged, from azimuth pi/2

@@ -106,7 +106,7 @@ TEST(ImageOps, MixAndMask) {
     const std::string channels = "Illegal number of channels (1 and 3 required).\n";
     FlicImage four(3, 1, 4), small(2, 1, 3);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(grey.mix(grey), 0); }), channels);
-    EXPECT_EQ(stderrOf([&] { EXPECT_EQ(grey.mix(four), 0); }), channels);
+    EXPECT_EQ(stderrOf([&] { EXPECT_EQ(mixed.mix(mixed), 0); }), channels);
     EXPECT_EQ(stderrOf([&] { EXPECT_EQ(grey.mix(small), 0); }), kSameSize);
 
     FlicImage image = makeImage(2, 1, 1, {10, 20}), mask = makeImage(2, 1, 1, {0, 3});

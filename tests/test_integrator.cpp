@@ -90,27 +90,19 @@ TEST(Integrator, ConstructionAndBinding) {
 }
 
 TEST(Integrator, StraightLinesOnUniformFieldsBothWays) {
-    // |(3, 4)| = 5: each step moves stepLength along (0.6, 0.8) times the direction, exactly
-    // for the fixed-step methods, up to the rounding of the cubic for the adaptive ones.
+    // |(3, 4)| = 5: each step moves stepLength along (0.6, 0.8) times the direction (up to
+    // float rounding); the fixed-step methods report the sampled speed.
     FlicVectorField field = uniformField(80, 80, 3, 4);
     for (int kind : {kEuler, kMidpoint, kRK43, kRKDP, kRKCK})
         for (int direction : {1, -1}) {
             auto in = make(kind, direction);
             Points points = trace(*in, field, 0.75f, Vec2f{40, 40}, Vec2f{0.6f, 0.8f}, 40);
-            float x = 40, y = 40, tx = direction * 0.6f, ty = direction * 0.8f;
             for (int i = 1; i <= 40; i++) {
-                x = x + 0.75f * tx;
-                y = y + 0.75f * ty;
-                tx = 3 * (direction / 5.0f); // the sampled field, scaled and signed
-                ty = 4 * (direction / 5.0f);
                 const Point& p = points[i - 1];
                 ASSERT_EQ(p.status, 0) << kind;
-                if (kind == kEuler || kind == kMidpoint) {
-                    ASSERT_EQ(p, (Point{x, y, 0, 5.0f})) << kind;
-                } else {
-                    EXPECT_NEAR(p.x, 40.0f + 0.6f * direction * 0.75f * i, 2e-4f) << kind;
-                    EXPECT_NEAR(p.y, 40.0f + 0.8f * direction * 0.75f * i, 2e-4f) << kind;
-                }
+                EXPECT_NEAR(p.x, 40.0f + 0.6f * direction * 0.75f * i, 2e-4f) << kind;
+                EXPECT_NEAR(p.y, 40.0f + 0.8f * direction * 0.75f * i, 2e-4f) << kind;
+                EXPECT_TRUE((kind != kEuler && kind != kMidpoint) || p.speed == 5.0f) << kind;
             }
         }
 }
@@ -212,28 +204,25 @@ TEST(Integrator, AdaptiveSettingsThatCannotProgressEndTheLine) {
                  {0.001f, 4.0f, 0.5f, 0.0f},  {-1.0f, 4.0f, 0.0f, 15.0f},
                  {-1.0f, 4.0f, -1.0f, 15.0f}, {0.0f, 4.0f, 0.0f, 15.0f},
                  {1e-30f, 4.0f, 0.0f, 15.0f}, {0.001f, 4.0f, 0.5f, 1e-30f}};
-    for (const Settings& c : cases)
-        for (int kind = 2; kind < 5; kind++) {
-            std::unique_ptr<FlicIntegrator> owner;
-            if (kind == 2)
-                owner = std::make_unique<RK43>(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
-            if (kind == 3)
-                owner = std::make_unique<RKDP>(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
-            if (kind == 4)
-                owner = std::make_unique<RKCK>(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
-            bind(*owner, field, 0.5f);
-            owner->init(Vec2f{5, 4}, Vec2f{1, 0});
+    for (const Settings& c : cases) {
+        RK43 rk43(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
+        RKDP rkdp(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
+        RKCK rkck(c.tolerance, c.initialStep, c.minStep, c.maxStep, 1);
+        for (FlicIntegrator* in : std::initializer_list<FlicIntegrator*>{&rk43, &rkdp, &rkck}) {
+            bind(*in, field, 0.5f);
+            in->init(Vec2f{5, 4}, Vec2f{1, 0});
             int status = -1;
             float x = 5;
             for (int i = 0; i < 20 && status != 1; i++)
-                x = owner->next(status).x;
-            EXPECT_EQ(status, 1) << kind << " " << c.tolerance << " " << c.initialStep << " "
-                                 << c.minStep << " " << c.maxStep;
-            const Vec2f& p = owner->next(status);
+                x = in->next(status).x;
+            EXPECT_EQ(status, 1) << c.tolerance << " " << c.initialStep << " " << c.minStep << " "
+                                 << c.maxStep;
+            const Vec2f& p = in->next(status);
             EXPECT_EQ(status, 1);
             EXPECT_EQ(p.x, x + 0.5f); // straight on along the last tangent
             EXPECT_EQ(p.y, 4.0f);
         }
+    }
 }
 
 TEST(Integrator, AdaptiveFallsBackToEulerAtTheBorder) {

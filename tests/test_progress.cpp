@@ -69,7 +69,7 @@ TEST(Progress, ReportsEachRunAnewOnlyWhileInstalledAndWhenSeeding) {
     FlicImage texture(40, 30, 1), output, mask(5, 5, 1); // mask not of the field's size
     EXPECT_EQ(0, engine.compute(&field, &texture, &output, &mask));
     EXPECT_TRUE(done.empty());
-    engine.seedingMethod = 7; // no seeds at all still finishes at 1
-    computeWith(engine, field, 40, 30);
+    engine.seedingMethod = 7; // no seeds at all: a black picture, and still a report of 1
+    EXPECT_EQ(computeWith(engine, field, 40, 30), std::vector<unsigned char>(40 * 30, 0));
     EXPECT_EQ(done, std::vector<float>{1.0f});
 }
