@@ -3,6 +3,7 @@
 #include "compute.h"
 
 #include "build_common.h"
+#include "engine_common.h"
 #include "messages.h"
 #include "sobol.h"
 
@@ -12,7 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <typeinfo>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -210,17 +210,6 @@ struct FixedDivisor {
     }
 };
 
-// Integer arithmetic that wraps instead of overflowing (sums of absurdly long lines).
-FLIC_ALWAYS_INLINE int wrapAdd(int a, int b) {
-    return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
-}
-FLIC_ALWAYS_INLINE int wrapSub(int a, int b) {
-    return static_cast<int>(static_cast<unsigned>(a) - static_cast<unsigned>(b));
-}
-FLIC_ALWAYS_INLINE int wrapMul(int a, int b) {
-    return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
-
 } // namespace
 
 // --- FlicWatch --------------------------------------------------------------------------------
@@ -334,7 +323,22 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
               numSubPixels, numSubPixels);
     watch.reset();
     watch.start();
+    derive(field, texture);
 
+    // A second start without stop does not leak the previous buffers.
+    freeBuffers();
+    long long records = static_cast<long long>(texWidth) * texHeight;
+    if (kernelSteps >= 0 && extensionSteps >= 0 && records > 0 && recordStride > 0) {
+        accum = static_cast<int*>(calloc(static_cast<size_t>(records) * recordStride, sizeof(int)));
+        allocateLineBuffers();
+    }
+    totalHits = 0;
+    numFieldLines = 0;
+}
+
+// Steps of start that derive the working quantities: the inputs, the scales, the integrators'
+// step and field, N, M, the record layout and the texture lookup.
+void FlicCompute::derive(FlicVectorField* field, FlicImage* texture) {
     this->field = field;
     this->texture = texture;
     texWidth = texture->width;
@@ -360,24 +364,20 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
     numSubCells = numSubPixels * numSubPixels;
     recordStride = numSubCells + texChannels;
 
-    // A second start without stop does not leak the previous buffers.
-    freeBuffers();
-    long long lineLength = 2LL * maxSteps + 1;
-    long long records = static_cast<long long>(texWidth) * texHeight;
-    if (kernelSteps >= 0 && extensionSteps >= 0 && records > 0 && recordStride > 0) {
-        points = static_cast<PointRecord*>(malloc(sizeof(PointRecord) * lineLength));
-        accum = static_cast<int*>(calloc(static_cast<size_t>(records) * recordStride, sizeof(int)));
-        samples = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
-        sums = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
-        positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
-    }
-    totalHits = 0;
-    numFieldLines = 0;
-
     if (interpolationMethod == CONSTANT)
         getPixel = texChannels == 1 ? getPixelConst1 : getPixelConstN;
     else
         getPixel = texChannels == 1 ? getPixelBilinear1 : getPixelBilinearN;
+}
+
+// The work arrays of one line, sized for the longest line of the current settings.
+int FlicCompute::allocateLineBuffers() {
+    long long lineLength = 2LL * maxSteps + 1;
+    points = static_cast<PointRecord*>(malloc(sizeof(PointRecord) * lineLength));
+    samples = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
+    sums = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
+    positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
+    return points && samples && sums && positions;
 }
 
 void FlicCompute::freeBuffers() {
@@ -437,7 +437,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
         return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
     if (mask && (mask->width != field->width || mask->height != field->height))
         return flic_info("field and mask must have the same size");
-    if (!checkInputs(field, texture, output, mask, seedMap)) return 0;
+    if (!checkInputs(field, texture, output, mask, seedMap) || !checkTileSettings()) return 0;
 
     start(field, texture);
     if (!points || !accum || !samples || !sums || !positions) {
@@ -454,6 +454,11 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
         return 1;
     }
     progressPercent = 0;
+    if (tileSize != 0) {
+        int done = computeTiled(output, mask, seedMap);
+        stop();
+        return done;
+    }
     switch (seedingMethod) {
     case 0:
         seedRaster(mask, seedMap);
@@ -476,8 +481,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
 // Seeds a line in cell (i, j) of pixel (x, y) unless a line already covers that cell.
 void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap) {
     int pixel = y * texWidth + x;
-    if (accum[static_cast<std::ptrdiff_t>(pixel) * recordStride + j * numSubPixels + i] != 0)
-        return;
+    if (coverageRecord(pixel)[j * numSubPixels + i] != 0) return;
     float invX = 1.0f / scaleX, invY = 1.0f / scaleY;
     float invS = 1.0f / numSubPixels;
     Vec2f seed;
@@ -520,12 +524,6 @@ void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
 
 namespace {
 
-// A cell index brought into 0 .. cells - 1 by the non-negative remainder.
-int cellInGrid(int index, int cells) {
-    int r = index % cells;
-    return r < 0 ? r + cells : r;
-}
-
 // Fixed divisors for the usual small hit counts of a pixel.
 const int kDivisorTableSize = 256;
 
@@ -563,32 +561,40 @@ void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
     sobol.xs = sobol.ys = nullptr;
 }
 
-// Divides every pixel's channel sums by its hits (truncating; low byte, no clamping). The usual
-// small hit counts divide through a table of fixed divisors.
+// Divides every pixel's channel sums by its hits (truncating; low byte, no clamping).
 void FlicCompute::normalize(FlicImage* output) {
-    output->setSize(texWidth, texHeight, texChannels);
+    normalizeRecords(accum, texWidth, texHeight, numSubCells, texChannels, output, &totalHits);
+}
+
+// The usual small hit counts divide through a table of fixed divisors.
+int FlicCompute::normalizeRecords(const int* records, int width, int height, int subCells,
+                                  int channels, FlicImage* output, int* totalHitsOut) {
+    if (!output->setSize(width, height, channels)) return 0;
     FixedDivisor divisors[kDivisorTableSize];
     for (int d = 1; d < kDivisorTableSize; d++)
         divisors[d] = FixedDivisor(d);
-    int pixels = texWidth * texHeight;
-    const int* record = accum;
+    int pixels = width * height, total = 0;
+    const int* record = records;
     unsigned char* out = output->data;
-    if (numSubCells == 1 && texChannels == 1) { // the common case: records of hits and one sum
+    if (subCells == 1 && channels == 1) { // the common case: records of hits and one sum
         for (int p = 0; p < pixels; p++, record += 2) {
-            totalHits = wrapAdd(totalHits, record[0]);
+            total = wrapAdd(total, record[0]);
             out[p] = static_cast<unsigned char>(divideByHits(record[1], record[0], divisors));
         }
-        return;
+    } else {
+        int stride = subCells + channels;
+        for (int p = 0; p < pixels; p++, record += stride, out += channels) {
+            int hits = 0;
+            for (int s = 0; s < subCells; s++)
+                hits = wrapAdd(hits, record[s]);
+            total = wrapAdd(total, hits);
+            const int* channelSums = record + subCells;
+            for (int ch = 0; ch < channels; ch++)
+                out[ch] = static_cast<unsigned char>(divideByHits(channelSums[ch], hits, divisors));
+        }
     }
-    for (int p = 0; p < pixels; p++, record += recordStride, out += texChannels) {
-        int hits = 0;
-        for (int s = 0; s < numSubCells; s++)
-            hits = wrapAdd(hits, record[s]);
-        totalHits = wrapAdd(totalHits, hits);
-        const int* channelSums = record + numSubCells;
-        for (int ch = 0; ch < texChannels; ch++)
-            out[ch] = static_cast<unsigned char>(divideByHits(channelSums[ch], hits, divisors));
-    }
+    if (totalHitsOut) *totalHitsOut = wrapAdd(*totalHitsOut, total);
+    return 1;
 }
 
 // --- Field-line sampling ----------------------------------------------------------------------
@@ -613,8 +619,8 @@ Vec2f FlicCompute::seedVector(const Vec2f& seed) const {
 }
 
 void FlicCompute::sample(const Vec2f& seed) {
-    if (!points || !accum || !samples || !sums || !positions || !field || !texture || !forward ||
-        !backward || !getPixel || kernelSteps < 1)
+    if (!points || (!accum && !window) || !samples || !sums || !positions || !field || !texture ||
+        !forward || !backward || !getPixel || kernelSteps < 1)
         return;
     // Seeds outside the field would read beyond its nodes.
     if (!(seed.x >= 0.0f && seed.x < field->width && seed.y >= 0.0f && seed.y < field->height))
@@ -642,22 +648,11 @@ void FlicCompute::sample(const Vec2f& seed) {
         traceAndConvolve<LOOKUP_POINTER>(seed, v);
 }
 
-namespace {
-
-// Whether the integrator's next(int&) is AdaptiveIntegrator's own, so that its inline body can
-// be used instead of the virtual call.
-bool isPlainAdaptive(const FlicIntegrator* integrator) {
-    const std::type_info& type = typeid(*integrator);
-    return type == typeid(RK43) || type == typeid(RKDP) || type == typeid(RKCK);
-}
-
-} // namespace
-
 // Traces one side of the line (sign +1 forward, -1 backward) into `positions`: N core steps
 // whatever the status, then extension steps while the status N - 1 places behind the newest
 // point is 0. Returns the last index written.
 int FlicCompute::traceSide(FlicIntegrator* integrator, int sign) {
-    if (isPlainAdaptive(integrator))
+    if (integrator->hasInlineNext())
         return traceAdaptiveSide(static_cast<AdaptiveIntegrator*>(integrator), sign);
     int c = maxSteps, n = kernelSteps, m = extensionSteps;
     int index = c;
@@ -864,9 +859,22 @@ struct PointRecorder {
 // Convolution values of the points lo + N .. hi - N from the running sums of the kernel, each
 // added with one hit to the record of the point's pixel and cell (integer arithmetic,
 // truncating division; sums wrap rather than overflow).
-template <int KERNEL, bool SINGLE_CHANNEL>
-void accumulateLine(const int* running, const FlicCompute::PointRecord* points, int* accum, int lo,
-                    int hi, int N, int channels, int recordStride, int numSubCells, unsigned pixels,
+// Where the serial engine puts a line's values: the accumulation records of the picture.
+struct PictureSink {
+    int* accum;
+    std::ptrdiff_t recordStride;
+    FLIC_ALWAYS_INLINE int* record(int pixel) const { return accum + pixel * recordStride; }
+};
+
+// Where a tile puts them: its window, or the window's overflow list.
+struct WindowSink {
+    FlicCompute::TileWindow* window;
+    FLIC_ALWAYS_INLINE int* record(int pixel) const { return window->record(pixel); }
+};
+
+template <int KERNEL, bool SINGLE_CHANNEL, class SINK>
+void accumulateLine(const int* running, const FlicCompute::PointRecord* points, const SINK& sink,
+                    int lo, int hi, int N, int channels, int numSubCells, unsigned pixels,
                     const FixedDivisor& divisor) {
     const int C = SINGLE_CHANNEL ? 1 : channels;
     const std::ptrdiff_t far = static_cast<std::ptrdiff_t>(N) * C;
@@ -877,7 +885,7 @@ void accumulateLine(const int* running, const FlicCompute::PointRecord* points, 
         if (static_cast<unsigned>(point.pixel) >= pixels ||
             static_cast<unsigned>(point.cell) >= cells)
             continue;
-        int* record = accum + static_cast<std::ptrdiff_t>(point.pixel) * recordStride;
+        int* record = sink.record(point.pixel);
         record[point.cell] = wrapAdd(record[point.cell], 1);
         int* channelSums = record + numSubCells;
         const int* s = running + static_cast<std::ptrdiff_t>(k) * C;
@@ -893,6 +901,40 @@ void accumulateLine(const int* running, const FlicCompute::PointRecord* points, 
                 numerator = wrapSub(s[ch + far], s[ch - far]);
             channelSums[ch] = wrapAdd(channelSums[ch], divisor.divide(numerator));
         }
+    }
+}
+
+// The line's values through the accumulation of the engine's kernel and channel count.
+template <class SINK>
+void accumulateKernel(const FlicCompute& e, const SINK& sink, int lo, int hi,
+                      const FixedDivisor& divisor) {
+    unsigned pixels = static_cast<unsigned>(e.texWidth) * static_cast<unsigned>(e.texHeight);
+    bool single = e.texChannels == 1;
+    int N = e.kernelSteps, C = e.texChannels, kernel = e.filterKernel, numSubCells = e.numSubCells;
+    const int *samples = e.samples, *sums = e.sums;
+    const FlicCompute::PointRecord* points = e.points;
+    if (kernel == FlicCompute::TRIANGLE) {
+        if (single)
+            accumulateLine<FlicCompute::TRIANGLE, true>(samples, points, sink, lo, hi, N, C,
+                                                        numSubCells, pixels, divisor);
+        else
+            accumulateLine<FlicCompute::TRIANGLE, false>(samples, points, sink, lo, hi, N, C,
+                                                         numSubCells, pixels, divisor);
+    } else if (kernel == FlicCompute::CUBIC) {
+        if (single)
+            accumulateLine<FlicCompute::CUBIC, true>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                     pixels, divisor);
+        else
+            accumulateLine<FlicCompute::CUBIC, false>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                      pixels, divisor);
+    } else {
+        // the box formula, also for kernel values outside the enumeration
+        if (single)
+            accumulateLine<FlicCompute::BOX, true>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                   pixels, divisor);
+        else
+            accumulateLine<FlicCompute::BOX, false>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                    pixels, divisor);
     }
 }
 
@@ -982,32 +1024,10 @@ void FlicCompute::convolve(int lo, int hi) {
 
     long long n = kernelSteps;
     FixedDivisor divisor(kernel == TRIANGLE ? n * n : kernel == CUBIC ? 8 * n * n * n / 27 : 2 * n);
-    unsigned pixels = static_cast<unsigned>(texWidth) * static_cast<unsigned>(texHeight);
-    bool single = texChannels == 1;
-    int N = kernelSteps, C = texChannels;
-    if (kernel == TRIANGLE) {
-        if (single)
-            accumulateLine<TRIANGLE, true>(samples, points, accum, lo, hi, N, C, recordStride,
-                                           numSubCells, pixels, divisor);
-        else
-            accumulateLine<TRIANGLE, false>(samples, points, accum, lo, hi, N, C, recordStride,
-                                            numSubCells, pixels, divisor);
-    } else if (kernel == CUBIC) {
-        if (single)
-            accumulateLine<CUBIC, true>(sums, points, accum, lo, hi, N, C, recordStride,
-                                        numSubCells, pixels, divisor);
-        else
-            accumulateLine<CUBIC, false>(sums, points, accum, lo, hi, N, C, recordStride,
-                                         numSubCells, pixels, divisor);
-    } else {
-        // the box formula, also for kernel values outside the enumeration
-        if (single)
-            accumulateLine<BOX, true>(sums, points, accum, lo, hi, N, C, recordStride, numSubCells,
-                                      pixels, divisor);
-        else
-            accumulateLine<BOX, false>(sums, points, accum, lo, hi, N, C, recordStride, numSubCells,
-                                       pixels, divisor);
-    }
+    if (window)
+        accumulateKernel(*this, WindowSink{window}, lo, hi, divisor);
+    else
+        accumulateKernel(*this, PictureSink{accum, recordStride}, lo, hi, divisor);
 }
 
 // Re-chooses the extension length from the counter tube: entry j holds the gain of extension

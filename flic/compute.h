@@ -11,6 +11,8 @@
 
 #include <sys/times.h>
 
+#include <vector>
+
 // A stopwatch on the process clock (times): elapsed real time and the user, system and
 // children's times, accumulated over start/stop intervals.
 class FlicWatch {
@@ -85,6 +87,32 @@ class FlicCompute {
     FlicWatch watch;
     ProgressCallback progressCallback = nullptr; // optional; see setProgressCallback
     void* progressUser = nullptr;
+    // Tiled mode (see compute): 0 = the serial engine; otherwise the picture is cut into
+    // tiles of tileSize x tileSize output pixels, traced independently and in parallel.
+    int tileSize = 0;
+    // Threads of the tiled mode: 0 = every core the system reports, 1 = the calling thread.
+    int numThreads = 0;
+
+    // The partial accumulation of one tile: the records (S^2 hit counters, then one sum per
+    // channel) of a window of output pixels around the tile, wide enough for the lines seeded
+    // in the tile, and the contributions that fell outside the window. The window may wrap
+    // around the picture's edges, as the lines' pixels do.
+    struct TileWindow {
+        int tileX0 = 0, tileY0 = 0, tileX1 = 0, tileY1 = 0; // the tile: [x0, x1) x [y0, y1)
+        int x0 = 0, y0 = 0;                                 // first column and row of the window
+        int width = 0, height = 0;                          // window size in pixels
+        int imageWidth = 0, imageHeight = 0;                // the picture's size
+        int stride = 0;                                     // ints per record
+        int numFieldLines = 0;                              // lines the tile traced
+        std::vector<int> records;                           // width x height records, row by row
+        std::vector<int> overflow; // entries of 1 + stride ints: pixel index, then a record
+
+        // The record of picture pixel `pixel` (x + y * imageWidth): inside the window, or a
+        // new zeroed overflow entry.
+        int* record(int pixel);
+        // The record of a pixel inside the window, or null.
+        int* windowRecord(int pixel);
+    };
 
     // Defaults: L = 20, extension 80, h = 1, triangle kernel, S = 1, interleaved seeding,
     // bilinear texture lookup, two RK43 integrators (tolerance 0.001, steps 4, 0.5, 15).
@@ -99,6 +127,11 @@ class FlicCompute {
     void setOffsetLength(float length) { offsetLength = length; }
     void setNumSubPixels(int count) { numSubPixels = count; }
     void setInterpolationMethod(InterpolationMethod method) { interpolationMethod = method; }
+    // Tiled mode: 0 (the default) runs the serial engine; a size of at least 8 pixels cuts
+    // the picture into tiles of that size. Checked by compute.
+    void setTileSize(int size) { tileSize = size; }
+    // Threads for the tiled mode, 0 (all cores) to 1024. Checked by compute.
+    void setNumThreads(int count) { numThreads = count; }
     // Stores the threshold and hands it to each installed integrator.
     void setNormalization(float value);
     // Installs a progress callback (null removes it), called with `user` from the seeding
@@ -116,10 +149,40 @@ class FlicCompute {
     // Computes the LIC image of `field` with the input texture `texture` (1 or more channels)
     // into `output`, which gets the texture's size and channels. `mask` (field size, may be
     // null) is copied into `seedMap` (may be null) at each seed. Returns 1, or 0 when the mask
-    // does not match the field (reported through flic_info) or the inputs cannot be used
-    // (reported through flic_error); the output is then untouched.
+    // does not match the field (reported through flic_info) or the inputs or settings cannot
+    // be used (reported through flic_error); the output is then untouched.
+    //
+    // With tileSize > 0 the picture is cut into tiles; each tile seeds only the sub-pixel
+    // cells inside it, in the seeding order restricted to the tile, and judges coverage from
+    // its own lines only, so tiles are independent and run on numThreads threads. The bytes
+    // depend on the inputs and settings (tileSize included), never on the thread count or
+    // the order in which tiles finish; a tile as large as the picture gives the serial
+    // engine's bytes. numFieldLines then counts the lines of all tiles, totalHits the hits
+    // of all pixels (both higher than the serial engine's: lines near tile borders are traced
+    // again by the neighbouring tile). The progress callback is called from the calling thread.
     int compute(FlicVectorField* field, FlicImage* texture, FlicImage* output,
                 FlicImage* mask = nullptr, FlicImage* seedMap = nullptr);
+
+    // Tiles of a texture of width x height pixels under the current tileSize (one tile when
+    // tileSize is 0 or at least the picture), across and down. Tiles are numbered row by row.
+    void tileGrid(int width, int height, int& tilesX, int& tilesY) const;
+    // Computes the partial accumulation of tile number `tile` alone, as compute's tiled mode
+    // does for each tile, into `partial` (mask and seedMap as for compute; the seed map must
+    // already have the texture's size and is written only inside the tile). A task that runs
+    // in any thread or process with the same inputs and settings gives the same partial.
+    // Returns 1, or 0 after a report through flic_error (bad inputs or settings, no memory).
+    int computeTile(FlicVectorField* field, FlicImage* texture, int tile, TileWindow& partial,
+                    FlicImage* mask = nullptr, FlicImage* seedMap = nullptr);
+    // Adds a partial into the records of the whole picture (imageWidth x imageHeight records
+    // of `stride` ints, wrap-around integer additions, so the order of the partials does not
+    // matter).
+    static void addTile(const TileWindow& partial, int* records);
+    // Divides accumulated records (width x height, S^2 = subCells hit counters and `channels`
+    // sums each) into `output`, as compute's last step: truncating, low byte, 0 without hits.
+    // Adds the hits to `totalHitsOut` when it is not null. Returns 1, or 0 when the output
+    // cannot be sized (reported).
+    static int normalizeRecords(const int* records, int width, int height, int subCells,
+                                int channels, FlicImage* output, int* totalHitsOut = nullptr);
 
     // Prepares one computation: reports the parameters, starts the watch, derives N, M and the
     // scales, binds the integrators and allocates the work buffers.
@@ -139,7 +202,21 @@ class FlicCompute {
     static void getPixelBilinearN(FlicImage* texture, float x, float y, int* out);
 
   private:
-    int progressPercent = 0; // whole percent reported so far in this computation
+    int progressPercent = 0;      // whole percent reported so far in this computation
+    TileWindow* window = nullptr; // set while this engine traces one tile
+    // Tiled mode: checks the settings, runs the tiles on the threads, merges and normalises.
+    void derive(FlicVectorField* field, FlicImage* texture);
+    int allocateLineBuffers();
+    int checkTileSettings() const;
+    int computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap);
+    // Copies the settings, derived quantities and integrators of `parent` (after its start)
+    // and allocates the line buffers, so that this engine can trace tiles of the same picture.
+    int becomeTracerOf(const FlicCompute& parent);
+    int haloPixels() const;
+    void setUpWindow(int tile, TileWindow& partial) const;
+    int traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
+                  const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart);
+    int* coverageRecord(int pixel);
     void reportProgress(long long done, long long total);
     int installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);
     int checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,

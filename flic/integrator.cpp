@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <new>
 
 namespace {
 
@@ -74,6 +75,14 @@ FlicIntegrator::FlicIntegrator(int direction)
 
 FlicIntegrator::~FlicIntegrator() {}
 
+FlicIntegrator* FlicIntegrator::clone() const {
+    return nullptr;
+}
+
+bool FlicIntegrator::hasInlineNext() const {
+    return false;
+}
+
 // The admissible domain keeps the right and upper neighbours of every admissible point inside
 // the grid. For fields wider or higher than single precision resolves near width - 1.001, the
 // bound is lowered to the next float whose truncation still leaves room for that neighbour
@@ -114,6 +123,10 @@ void FixedIntegrator::init(const Vec2f& p, const Vec2f& v, float s) {
 Euler::Euler(int direction) : FixedIntegrator(direction) {}
 Euler::~Euler() {}
 
+FlicIntegrator* Euler::clone() const {
+    return new (std::nothrow) Euler(*this);
+}
+
 // One Euler step: move along the tangent (always), then sample the end point while running.
 FLIC_ALWAYS_INLINE void Euler::advance() {
     position.x = position.x + stepLength * tangent.x;
@@ -136,6 +149,10 @@ const Vec2f& Euler::next(float& speedOut, int& statusOut) {
 
 Midpoint::Midpoint(int direction) : FixedIntegrator(direction) {}
 Midpoint::~Midpoint() {}
+
+FlicIntegrator* Midpoint::clone() const {
+    return new (std::nothrow) Midpoint(*this);
+}
 
 // One midpoint step: the tangent is re-sampled half a step ahead (x tested before y), the full
 // step taken with whatever tangent results, and the end point sampled for the next call.
@@ -413,6 +430,14 @@ RK43::RK43(float tolerance, float initialStep, float minStep, float maxStep, int
     : AdaptiveIntegrator(tolerance, initialStep, minStep, maxStep, direction) {}
 RK43::~RK43() {}
 
+FlicIntegrator* RK43::clone() const {
+    return new (std::nothrow) RK43(*this);
+}
+
+bool RK43::hasInlineNext() const {
+    return true;
+}
+
 void RK43::rkstep(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& dydx1,
                   Vec2f& err) {
     const Vec2f& k1 = dydx0;
@@ -476,6 +501,14 @@ RKDP::RKDP(float tolerance, float initialStep, float minStep, float maxStep, int
     : AdaptiveIntegrator(tolerance, initialStep, minStep, maxStep, direction) {}
 RKDP::~RKDP() {}
 
+FlicIntegrator* RKDP::clone() const {
+    return new (std::nothrow) RKDP(*this);
+}
+
+bool RKDP::hasInlineNext() const {
+    return true;
+}
+
 void RKDP::rkdp(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& dydx1, Vec2f& err) {
     const Vec2f& k1 = dydx0;
     Vec2f k2 = derivative(y0.x + h * (DP_A21 * k1.x), y0.y + h * (DP_A21 * k1.y));
@@ -510,6 +543,14 @@ void RKDP::step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2
 RKCK::RKCK(float tolerance, float initialStep, float minStep, float maxStep, int direction)
     : AdaptiveIntegrator(tolerance, initialStep, minStep, maxStep, direction) {}
 RKCK::~RKCK() {}
+
+FlicIntegrator* RKCK::clone() const {
+    return new (std::nothrow) RKCK(*this);
+}
+
+bool RKCK::hasInlineNext() const {
+    return true;
+}
 
 void RKCK::rkck(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& err) {
     const Vec2f& k1 = dydx0;

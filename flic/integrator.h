@@ -42,6 +42,14 @@ class FlicIntegrator {
     // derives the admissible domain [0, xMax] x [0, yMax].
     void setField(int width, int height, Vec2f* field);
 
+    // A new integrator of the same kind and state (bound to the same field), for engines that
+    // trace lines on several threads at once; null when the kind cannot be copied (the
+    // default for integrator classes of other libraries) or without memory.
+    virtual FlicIntegrator* clone() const;
+    // True when next(int&) is AdaptiveIntegrator's own, so that the engine may call its inline
+    // body and take runs of points in bulk. A class that overrides next(int&) must say false.
+    virtual bool hasInlineNext() const;
+
   protected:
     // Direction +1 or -1; normalization and speed 0; no field bound (every point is outside).
     explicit FlicIntegrator(int direction);
@@ -68,6 +76,7 @@ class Euler : public FixedIntegrator {
   public:
     explicit Euler(int direction);
     ~Euler() override;
+    FlicIntegrator* clone() const override;
     const Vec2f& next(int& statusOut) override;
     const Vec2f& next(float& speedOut, int& statusOut) override;
 
@@ -80,6 +89,7 @@ class Midpoint : public FixedIntegrator {
   public:
     explicit Midpoint(int direction);
     ~Midpoint() override;
+    FlicIntegrator* clone() const override;
     const Vec2f& next(int& statusOut) override;
     const Vec2f& next(float& speedOut, int& statusOut) override;
 
@@ -200,6 +210,8 @@ class RK43 : public AdaptiveIntegrator {
   public:
     RK43(float tolerance, float initialStep, float minStep, float maxStep, int direction);
     ~RK43() override;
+    FlicIntegrator* clone() const override;
+    bool hasInlineNext() const override;
     void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
               Vec2f& dydx1) override;
     // One step of size h: y1, its scaled field vector dydx1 and the error estimate err.
@@ -211,6 +223,8 @@ class RKDP : public AdaptiveIntegrator {
   public:
     RKDP(float tolerance, float initialStep, float minStep, float maxStep, int direction);
     ~RKDP() override;
+    FlicIntegrator* clone() const override;
+    bool hasInlineNext() const override;
     void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
               Vec2f& dydx1) override;
     void rkdp(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& dydx1, Vec2f& err);
@@ -221,6 +235,8 @@ class RKCK : public AdaptiveIntegrator {
   public:
     RKCK(float tolerance, float initialStep, float minStep, float maxStep, int direction);
     ~RKCK() override;
+    FlicIntegrator* clone() const override;
+    bool hasInlineNext() const override;
     void step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,
               Vec2f& dydx1) override;
     void rkck(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& err);

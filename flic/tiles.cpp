@@ -1,0 +1,451 @@
+// FlicCompute's tiled mode: the picture is cut into square tiles that are traced independently
+// (each judges coverage from its own lines only), each into a private window of accumulation
+// records around the tile; the windows are added into the picture's records, whose integer
+// sums do not depend on the order in which tiles finish, and the picture is normalised once.
+//
+// Judging coverage from the tile's own lines, rather than also from tiles of earlier phases,
+// keeps every tile a task of its own (one thread, or one process elsewhere) at the price of
+// lines traced again near tile borders.
+#include "compute.h"
+
+#include "engine_common.h"
+#include "messages.h"
+#include "sobol.h"
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cmath>
+#include <condition_variable>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+
+namespace {
+
+// Tiles smaller than this would trace most lines for their neighbours.
+const int minTileSize = 8;
+// More threads than this are a mistake, not a machine.
+const int maxThreads = 1024;
+
+// Picture rows merged under one lock: the rows of one tile row.
+struct MergeLocks {
+    std::mutex* bands; // one per band of `rows` picture rows, or null: no locking
+    int rows;
+};
+
+// Adds `count` records of `stride` ints from `from` to `to` (wrap-around additions).
+void addRecords(int* to, const int* from, long long count, int stride) {
+    long long n = count * stride;
+    for (long long k = 0; k < n; k++)
+        to[k] = wrapAdd(to[k], from[k]);
+}
+
+// Adds a tile's window and overflow into the picture's records, each picture row band under its
+// lock when locks are given.
+void mergeWindow(const FlicCompute::TileWindow& partial, int* records, const MergeLocks& locks) {
+    const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;
+    if (partial.records.empty() || W < 1 || H < 1) return;
+    int firstColumns = std::min(partial.width, W - partial.x0); // up to the right edge
+    for (int r = 0; r < partial.height; r++) {
+        int y = (partial.y0 + r) % H;
+        std::unique_lock<std::mutex> lock;
+        if (locks.bands) lock = std::unique_lock<std::mutex>(locks.bands[y / locks.rows]);
+        const int* from =
+            partial.records.data() + static_cast<std::ptrdiff_t>(r) * partial.width * stride;
+        int* row = records + static_cast<std::ptrdiff_t>(y) * W * stride;
+        addRecords(row + static_cast<std::ptrdiff_t>(partial.x0) * stride, from, firstColumns,
+                   stride);
+        if (firstColumns < partial.width)
+            addRecords(row, from + static_cast<std::ptrdiff_t>(firstColumns) * stride,
+                       partial.width - firstColumns, stride);
+    }
+    for (size_t at = 0; at + 1 + stride <= partial.overflow.size(); at += 1 + stride) {
+        int pixel = partial.overflow[at];
+        std::unique_lock<std::mutex> lock;
+        if (locks.bands) lock = std::unique_lock<std::mutex>(locks.bands[pixel / W / locks.rows]);
+        addRecords(records + static_cast<std::ptrdiff_t>(pixel) * stride, &partial.overflow[at + 1],
+                   1, stride);
+    }
+}
+
+// The cells of the quasi-random seeding, bucketed by tile in the order of the sequence: cells
+// of tile t are cells[start[t]] .. cells[start[t + 1] - 1], each packed as the cell's column
+// plus its row times the tile's width in cells, both counted from the tile's first cell.
+struct SobolBuckets {
+    std::vector<unsigned> cells;
+    std::vector<int> start;
+};
+
+// Draws the sequence as the serial engine does (all but the last of texWidth * texHeight
+// pairs) and calls visit(X, Y) with the cell of each pair brought into the grid.
+template <class VISIT>
+void drawSobolCells(int width, int height, int s, VISIT visit) {
+    KvSobol sobol;
+    int cellsX = width * s, cellsY = height * s;
+    sobol.init(cellsX, cellsY);
+    int pixels = width * height;
+    int X, Y;
+    for (int counter = 0; sobol.next(X, Y);) {
+        counter++;
+        if (counter >= pixels) break;
+        visit(cellInGrid(X, cellsX), cellInGrid(Y, cellsY));
+    }
+}
+
+} // namespace
+
+// --- Tile windows -----------------------------------------------------------------------------
+
+int* FlicCompute::TileWindow::windowRecord(int pixel) {
+    int px = pixel % imageWidth, py = pixel / imageWidth;
+    int dx = px - x0, dy = py - y0;
+    if (dx < 0) dx += imageWidth;
+    if (dy < 0) dy += imageHeight;
+    if (dx >= width || dy >= height) return nullptr;
+    return records.data() + (static_cast<std::ptrdiff_t>(dy) * width + dx) * stride;
+}
+
+int* FlicCompute::TileWindow::record(int pixel) {
+    if (int* inside = windowRecord(pixel)) return inside;
+    size_t at = overflow.size();
+    overflow.resize(at + 1 + stride, 0);
+    overflow[at] = pixel;
+    return overflow.data() + at + 1;
+}
+
+// --- Settings and geometry --------------------------------------------------------------------
+
+int FlicCompute::checkTileSettings() const {
+    if (tileSize < 0) return flic_error("LIC: tile size %d is negative", tileSize);
+    if (tileSize > 0 && tileSize < minTileSize)
+        return flic_error("LIC: tile size %d is below the smallest tile of %d pixels", tileSize,
+                          minTileSize);
+    if (numThreads < 0 || numThreads > maxThreads)
+        return flic_error("LIC: number of threads %d outside 0 .. %d", numThreads, maxThreads);
+    return 1;
+}
+
+void FlicCompute::tileGrid(int width, int height, int& tilesX, int& tilesY) const {
+    tilesX = tilesY = 1;
+    if (tileSize <= 0) return;
+    if (width > tileSize) tilesX = static_cast<int>((width + (tileSize - 1LL)) / tileSize);
+    if (height > tileSize) tilesY = static_cast<int>((height + (tileSize - 1LL)) / tileSize);
+}
+
+// Pixels around a tile that its lines can reach: the values of a line lie within M steps of
+// its seed, each step at most h output pixels along the field's mean scale, so at most
+// 2 h max(scale) / (scaleX + scaleY) pixels along an axis; two pixels more for rounding.
+// Points beyond it (lines that leave the field and are wrapped back) still count: they go to
+// the window's overflow.
+int FlicCompute::haloPixels() const {
+    double step = 2.0 * stepLength * std::max(scaleX, scaleY) / (scaleX + scaleY);
+    double reach = std::ceil(extensionSteps * step) + 2.0;
+    if (!(reach >= 0.0)) return 0;
+    return reach > INT_MAX / 4 ? INT_MAX / 4 : static_cast<int>(reach);
+}
+
+// Places the tile and its window; the window wraps around the picture and covers a whole axis
+// when the tile and its halo would.
+void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
+    int tilesX, tilesY;
+    tileGrid(texWidth, texHeight, tilesX, tilesY);
+    int sizeX = tilesX == 1 ? texWidth : tileSize, sizeY = tilesY == 1 ? texHeight : tileSize;
+    int tx = tile % tilesX, ty = tile / tilesX;
+    partial.tileX0 = tx * sizeX;
+    partial.tileY0 = ty * sizeY;
+    partial.tileX1 = std::min(partial.tileX0 + sizeX, texWidth);
+    partial.tileY1 = std::min(partial.tileY0 + sizeY, texHeight);
+    partial.imageWidth = texWidth;
+    partial.imageHeight = texHeight;
+    partial.stride = recordStride;
+    long long halo = haloPixels();
+    long long wide = partial.tileX1 - partial.tileX0 + 2 * halo;
+    long long high = partial.tileY1 - partial.tileY0 + 2 * halo;
+    partial.width = wide >= texWidth ? texWidth : static_cast<int>(wide);
+    partial.height = high >= texHeight ? texHeight : static_cast<int>(high);
+    partial.x0 = wide >= texWidth
+                     ? 0
+                     : static_cast<int>(((partial.tileX0 - halo) % texWidth + texWidth) % texWidth);
+    partial.y0 =
+        high >= texHeight
+            ? 0
+            : static_cast<int>(((partial.tileY0 - halo) % texHeight + texHeight) % texHeight);
+}
+
+int* FlicCompute::coverageRecord(int pixel) {
+    if (window) return window->windowRecord(pixel);
+    return accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
+}
+
+// --- Tracing one tile -------------------------------------------------------------------------
+
+int FlicCompute::becomeTracerOf(const FlicCompute& parent) {
+    filterLength = parent.filterLength;
+    extensionLength = parent.extensionLength;
+    stepLength = parent.stepLength;
+    offsetLength = parent.offsetLength;
+    normalization = parent.normalization;
+    numSubPixels = parent.numSubPixels;
+    filterKernel = parent.filterKernel;
+    seedingMethod = parent.seedingMethod;
+    interpolationMethod = parent.interpolationMethod;
+    texWidth = parent.texWidth;
+    texHeight = parent.texHeight;
+    texChannels = parent.texChannels;
+    fieldMaxX = parent.fieldMaxX;
+    fieldMaxY = parent.fieldMaxY;
+    scaleX = parent.scaleX;
+    scaleY = parent.scaleY;
+    kernelSteps = parent.kernelSteps;
+    extensionSteps = parent.extensionSteps;
+    lengthBias = parent.lengthBias;
+    maxSteps = parent.maxSteps;
+    recordStride = parent.recordStride;
+    numSubCells = parent.numSubCells;
+    field = parent.field;
+    texture = parent.texture;
+    getPixel = parent.getPixel;
+    tileSize = parent.tileSize;
+    delete forward;
+    delete backward;
+    forward = parent.forward->clone();
+    backward = parent.backward->clone();
+    return forward && backward && allocateLineBuffers();
+}
+
+// Seeds the cells of the tile in the seeding order restricted to it, judging coverage from
+// the window, into which the lines' values go. Returns 0 without memory.
+int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
+                           const std::vector<unsigned>* sobolCells,
+                           const std::vector<int>* sobolStart) {
+    setUpWindow(tile, partial);
+    try {
+        partial.records.assign(static_cast<size_t>(partial.width) * partial.height * recordStride,
+                               0);
+        partial.overflow.clear();
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    window = &partial;
+    numFieldLines = 0;
+    int s = numSubPixels;
+    int x0 = partial.tileX0, x1 = partial.tileX1, y0 = partial.tileY0, y1 = partial.tileY1;
+    try {
+        if (seedingMethod == 0) {
+            for (int j = 0; j < s; j++)
+                for (int i = 0; i < s; i++)
+                    for (int y = y0; y < y1; y++)
+                        for (int x = x0; x < x1; x++)
+                            seedCell(x, y, i, j, mask, seedMap);
+        } else if (seedingMethod == 1) {
+            for (int j = 0; j < s; j++)
+                for (int i = 0; i < s; i++)
+                    for (const int* o : offset)
+                        for (int y = y0 + ((o[1] - y0) % 4 + 4) % 4; y < y1; y += 4)
+                            for (int x = x0 + ((o[0] - x0) % 4 + 4) % 4; x < x1; x += 4)
+                                seedCell(x, y, i, j, mask, seedMap);
+        } else if (seedingMethod == 2 && sobolCells) {
+            unsigned cellsAcross = static_cast<unsigned>(x1 - x0) * s;
+            for (int k = (*sobolStart)[tile]; k < (*sobolStart)[tile + 1]; k++) {
+                unsigned cell = (*sobolCells)[k];
+                int X = static_cast<int>(cell % cellsAcross) + x0 * s;
+                int Y = static_cast<int>(cell / cellsAcross) + y0 * s;
+                seedCell(X / s, Y / s, X % s, Y % s, mask, seedMap);
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        window = nullptr;
+        return 0;
+    }
+    partial.numFieldLines = numFieldLines;
+    window = nullptr;
+    return 1;
+}
+
+// Buckets the quasi-random cells by tile in one pass over the sequence per count and fill:
+// 4 bytes per output pixel. Returns 0 without memory.
+static int bucketSobolCells(const FlicCompute& engine, std::vector<unsigned>& cells,
+                            std::vector<int>& start) {
+    int tilesX, tilesY;
+    engine.tileGrid(engine.texWidth, engine.texHeight, tilesX, tilesY);
+    int s = engine.numSubPixels, W = engine.texWidth, H = engine.texHeight;
+    int sizeX = tilesX == 1 ? W : engine.tileSize, sizeY = tilesY == 1 ? H : engine.tileSize;
+    auto tileOf = [&](int X, int Y) { return (Y / s / sizeY) * tilesX + X / s / sizeX; };
+    try {
+        start.assign(static_cast<size_t>(tilesX) * tilesY + 1, 0);
+        drawSobolCells(W, H, s, [&](int X, int Y) { start[tileOf(X, Y) + 1]++; });
+        for (size_t t = 1; t < start.size(); t++)
+            start[t] += start[t - 1];
+        cells.assign(static_cast<size_t>(start.back()), 0);
+        std::vector<int> fill(start.begin(), start.end() - 1);
+        drawSobolCells(W, H, s, [&](int X, int Y) {
+            int t = tileOf(X, Y);
+            int tx = t % tilesX, ty = t / tilesX;
+            unsigned across = static_cast<unsigned>(std::min(sizeX, W - tx * sizeX)) * s;
+            cells[fill[t]++] = static_cast<unsigned>(X - tx * sizeX * s) +
+                               static_cast<unsigned>(Y - ty * sizeY * s) * across;
+        });
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return 1;
+}
+
+// --- The threaded driver ----------------------------------------------------------------------
+
+// Runs every tile on numThreads threads (the calling thread alone for 1), adds the windows into
+// accum under per-band locks and normalises. The calling thread reports progress by tiles.
+int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
+    int tilesX, tilesY;
+    tileGrid(texWidth, texHeight, tilesX, tilesY);
+    const int tiles = tilesX * tilesY;
+    std::vector<unsigned> sobolCells;
+    std::vector<int> sobolStart;
+    if (seedingMethod == 2 && !bucketSobolCells(*this, sobolCells, sobolStart))
+        return flic_error("LIC: no memory for the quasi-random seeds of the tiles");
+
+    int threads = numThreads;
+    if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
+    threads = std::max(1, std::min(threads, tiles));
+
+    std::vector<std::unique_ptr<FlicCompute>> tracers;
+    for (int k = 0; k < threads; k++) {
+        std::unique_ptr<FlicCompute> tracer(new (std::nothrow) FlicCompute);
+        if (!tracer || !tracer->becomeTracerOf(*this)) {
+            if (tracer) tracer->freeBuffers();
+            for (auto& made : tracers)
+                made->freeBuffers();
+            return flic_error("LIC: no memory for %d tile tracers", threads);
+        }
+        tracers.push_back(std::move(tracer));
+    }
+
+    std::unique_ptr<std::mutex[]> bands(new (std::nothrow) std::mutex[tilesY]);
+    if (!bands) return flic_error("LIC: no memory for the tile locks");
+    int bandRows = tilesY == 1 ? texHeight : tileSize;
+    MergeLocks locks{threads > 1 ? bands.get() : nullptr, bandRows};
+
+    std::atomic<int> nextTile(0);
+    std::mutex state;
+    std::condition_variable changed;
+    int tilesDone = 0, running = 0, lines = 0;
+    bool failed = false;
+    const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
+    const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
+
+    auto work = [&](FlicCompute* tracer, bool reports) {
+        TileWindow partial;
+        for (;;) {
+            {
+                std::lock_guard<std::mutex> guard(state);
+                if (failed) break;
+            }
+            int tile = nextTile.fetch_add(1);
+            if (tile >= tiles) break;
+            bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts);
+            if (ok) mergeWindow(partial, accum, locks);
+            int done;
+            {
+                std::lock_guard<std::mutex> guard(state);
+                if (!ok) failed = true;
+                lines += partial.numFieldLines;
+                done = ++tilesDone;
+            }
+            if (reports)
+                reportProgress(done, tiles);
+            else
+                changed.notify_all();
+        }
+        std::lock_guard<std::mutex> guard(state);
+        running--;
+        changed.notify_all();
+    };
+
+    std::vector<std::thread> pool;
+    if (threads > 1) {
+        for (int k = 0; k < threads; k++) {
+            {
+                std::lock_guard<std::mutex> guard(state);
+                running++;
+            }
+            try {
+                pool.emplace_back(work, tracers[k].get(), false);
+            } catch (const std::system_error&) {
+                // fewer threads than asked: the ones that started share the tiles
+                std::lock_guard<std::mutex> guard(state);
+                running--;
+                break;
+            }
+        }
+        std::unique_lock<std::mutex> lock(state);
+        int reported = 0;
+        while (running > 0) {
+            changed.wait(lock);
+            if (tilesDone > reported) {
+                reported = tilesDone;
+                lock.unlock();
+                reportProgress(reported, tiles);
+                lock.lock();
+            }
+        }
+        lock.unlock();
+        for (std::thread& thread : pool)
+            thread.join();
+        if (pool.empty()) work(tracers[0].get(), true);
+    } else {
+        work(tracers[0].get(), true);
+    }
+    for (auto& tracer : tracers)
+        tracer->freeBuffers();
+    if (failed) return flic_error("LIC: no memory for the tile windows");
+    numFieldLines = lines;
+    normalize(output);
+    return 1;
+}
+
+// --- Tiles as tasks ---------------------------------------------------------------------------
+
+int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int tile,
+                             TileWindow& partial, FlicImage* mask, FlicImage* seedMap) {
+    if (!field || !field->data || field->width < 2 || field->height < 2)
+        return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
+    if (mask && (mask->width != field->width || mask->height != field->height))
+        return flic_error("field and mask must have the same size");
+    FlicImage unused;
+    if (!checkInputs(field, texture, &unused, mask, seedMap) || !checkTileSettings()) return 0;
+    if (seedMap && (seedMap->width != texture->width || seedMap->height != texture->height ||
+                    seedMap->nChannels != 1 || !seedMap->data))
+        return flic_error("LIC: the seed map of a tile must be a %d x %d grey image",
+                          texture->width, texture->height);
+    int tilesX, tilesY;
+    tileGrid(texture->width, texture->height, tilesX, tilesY);
+    if (tile < 0 || tile >= tilesX * tilesY)
+        return flic_error("LIC: tile %d outside 0 .. %d", tile, tilesX * tilesY - 1);
+    derive(field, texture);
+    freeBuffers();
+    if (kernelSteps == 0) { // no lines: compute copies the texture instead
+        setUpWindow(tile, partial);
+        partial.records.clear();
+        partial.overflow.clear();
+        partial.numFieldLines = 0;
+        return 1;
+    }
+    std::vector<unsigned> sobolCells;
+    std::vector<int> sobolStart;
+    bool quasiRandom = seedingMethod == 2;
+    int done = allocateLineBuffers() &&
+               (!quasiRandom || bucketSobolCells(*this, sobolCells, sobolStart)) &&
+               traceTile(tile, partial, mask, seedMap, quasiRandom ? &sobolCells : nullptr,
+                         quasiRandom ? &sobolStart : nullptr);
+    freeBuffers();
+    if (!done) return flic_error("LIC: no memory for tile %d", tile);
+    return 1;
+}
+
+void FlicCompute::addTile(const TileWindow& partial, int* records) {
+    mergeWindow(partial, records, MergeLocks{nullptr, 1});
+}

@@ -1,0 +1,230 @@
+// The engine's tiled mode: the same bytes whatever the threads, the serial engine's bytes for a
+// tile as large as the picture, tiles as independent tasks, no seams, checked settings.
+#include "compute.h"
+#include "testutil.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+using testutil::makeField;
+using testutil::MessageCapture;
+using testutil::vortexSaddle;
+using Bytes = std::vector<unsigned char>;
+
+namespace {
+
+FlicImage noise(int width, int height, int channels, int seed) {
+    FlicImage image(width, height, channels);
+    image.createRandom(0, seed);
+    return image;
+}
+
+Bytes bytes(const FlicImage& image) {
+    return Bytes(image.data, image.data + image.width * image.height * image.nChannels);
+}
+
+// The vortex-saddle field with a row of zero nodes and a NaN node.
+FlicVectorField holesField(int width, int height) {
+    FlicVectorField field = vortexSaddle(width, height);
+    for (int x = width / 2 - 3; x < width / 2 + 1; x++)
+        field.vectors()[(height / 2) * width + x] = Vec2f{0, 0};
+    field.vectors()[5 * width + width - 7] = Vec2f{std::numeric_limits<float>::quiet_NaN(), 1};
+    return field;
+}
+
+struct Outcome {
+    Bytes image;
+    Bytes seeds;
+    int lines, hits;
+};
+
+Outcome run(FlicVectorField& field, FlicImage& texture, int tile, int threads, int seeding, int S,
+            FlicImage* mask = nullptr) {
+    FlicCompute engine;
+    engine.setTileSize(tile);
+    engine.setNumThreads(threads);
+    engine.seedingMethod = seeding;
+    engine.setNumSubPixels(S);
+    engine.setFilterLength(8);
+    engine.extensionLength = 24;
+    FlicImage output, seedMap;
+    EXPECT_EQ(engine.compute(&field, &texture, &output, mask, mask ? &seedMap : nullptr), 1);
+    return Outcome{bytes(output), mask ? bytes(seedMap) : Bytes(), engine.numFieldLines,
+                   engine.totalHits};
+}
+
+// The hit counters (entries first .. end - 1) of records of `stride` ints.
+long long hitsIn(const std::vector<int>& records, int stride, int end, int first = 0) {
+    long long hits = 0;
+    for (size_t r = 0; r + stride <= records.size(); r += stride)
+        for (int k = first; k < end; k++)
+            hits += records[r + k];
+    return hits;
+}
+
+bool same(const Outcome& a, const Outcome& b) {
+    return std::tie(a.image, a.seeds, a.lines, a.hits) ==
+           std::tie(b.image, b.seeds, b.lines, b.hits);
+}
+
+} // namespace
+
+TEST(Tiles, OneTileAsLargeAsThePictureIsTheSerialEngine) {
+    FlicVectorField field = holesField(25, 21);
+    for (int channels : {1, 3})
+        for (int seeding : {0, 1, 2})
+            for (int S : {1, 2}) {
+                FlicImage texture = noise(70, 61, channels, 3);
+                Outcome serial = run(field, texture, 0, 1, seeding, S);
+                Outcome tiled = run(field, texture, 128, 2, seeding, S);
+                EXPECT_TRUE(same(serial, tiled))
+                    << "channels " << channels << " seeding " << seeding << " S " << S;
+            }
+}
+
+TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
+    std::vector<FlicVectorField> fields;
+    fields.push_back(vortexSaddle(33, 29));
+    fields.push_back(holesField(33, 29));
+    fields.push_back(makeField(33, 29, [](float x, float y) { return Vec2f{y - 14, x - 16}; }));
+    FlicImage mask = noise(33, 29, 1, 9);
+    struct Case {
+        int field, channels, seeding, S, tile;
+    } cases[] = {{0, 1, 1, 1, 16}, {1, 1, 1, 2, 24}, {2, 3, 0, 1, 16},
+                 {1, 3, 2, 1, 20}, {0, 1, 2, 2, 32}, {2, 1, 0, 2, 40}};
+    for (const Case& c : cases) {
+        std::string label = "case field " + std::to_string(c.field) + " seeding " +
+                            std::to_string(c.seeding) + " S " + std::to_string(c.S);
+        FlicImage texture = noise(97, 83, c.channels, 5);
+        FlicVectorField& field = fields[c.field];
+        Outcome one = run(field, texture, c.tile, 1, c.seeding, c.S, &mask);
+        EXPECT_NE(one.image, run(field, texture, 0, 1, c.seeding, c.S, &mask).image) << label;
+        for (int threads : {2, 3, 8})
+            EXPECT_TRUE(same(one, run(field, texture, c.tile, threads, c.seeding, c.S, &mask)))
+                << label << " threads " << threads;
+
+        // The same picture from the tiles as separate tasks, added in reverse order.
+        FlicCompute engine;
+        engine.setTileSize(c.tile);
+        engine.seedingMethod = c.seeding;
+        engine.setNumSubPixels(c.S);
+        engine.setFilterLength(8);
+        engine.extensionLength = 24;
+        int tilesX, tilesY;
+        engine.tileGrid(texture.width, texture.height, tilesX, tilesY);
+        std::vector<int> records(static_cast<size_t>(texture.width) * texture.height *
+                                 (c.S * c.S + c.channels));
+        int lines = 0;
+        long long partialHits = 0;
+        for (int tile = tilesX * tilesY - 1; tile >= 0; tile--) {
+            FlicCompute::TileWindow partial;
+            ASSERT_EQ(engine.computeTile(&field, &texture, tile, partial), 1);
+            FlicCompute::addTile(partial, records.data());
+            lines += partial.numFieldLines;
+            partialHits += hitsIn(partial.records, partial.stride, c.S * c.S);
+            partialHits += hitsIn(partial.overflow, partial.stride + 1, c.S * c.S + 1, 1);
+        }
+        FlicImage picture;
+        int hits = 0;
+        ASSERT_EQ(FlicCompute::normalizeRecords(records.data(), texture.width, texture.height,
+                                                c.S * c.S, c.channels, &picture, &hits),
+                  1);
+        EXPECT_EQ(bytes(picture), one.image) << label;
+        EXPECT_EQ(std::tie(lines, hits), std::tie(one.lines, one.hits)) << label;
+        // Every hit of every window and overflow entry reaches the picture.
+        EXPECT_EQ(partialHits, hits) << label;
+    }
+}
+
+TEST(Tiles, NoSeamsAtTileBorders) {
+    FlicVectorField field = makeField(65, 65, [](float x, float y) {
+        return Vec2f{cosf(y * 0.05f) + 0.3f, sinf(x * 0.04f)};
+    });
+    FlicImage texture = noise(256, 256, 1, 2);
+    FlicCompute engine;
+    engine.setTileSize(64);
+    engine.setNumThreads(2);
+    FlicImage output;
+    ASSERT_EQ(engine.compute(&field, &texture, &output), 1);
+    double sum[2] = {0, 0}, squares[2] = {0, 0}, count[2] = {0, 0};
+    for (int y = 0; y < 256; y++)
+        for (int x = 0; x < 256; x++) {
+            int dx = std::min(x % 64, 63 - x % 64), dy = std::min(y % 64, 63 - y % 64);
+            int near = std::min(dx, dy) < 4 ? 1 : 0;
+            double v = output.data[y * output.bytesPerLine + x];
+            sum[near] += v;
+            squares[near] += v * v;
+            count[near]++;
+        }
+    double mean[2], sdev[2];
+    for (int k = 0; k < 2; k++) {
+        mean[k] = sum[k] / count[k];
+        sdev[k] = std::sqrt(squares[k] / count[k] - mean[k] * mean[k]);
+    }
+    EXPECT_NEAR(mean[1] / mean[0], 1.0, 0.03);
+    EXPECT_NEAR(sdev[1] / sdev[0], 1.0, 0.03);
+}
+
+namespace {
+struct Progress {
+    std::vector<float> values;
+    std::thread::id thread;
+    bool otherThread = false;
+};
+void record(float done, void* user) {
+    Progress* p = static_cast<Progress*>(user);
+    p->values.push_back(done);
+    if (std::this_thread::get_id() != p->thread) p->otherThread = true;
+}
+} // namespace
+
+TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
+    FlicVectorField field = vortexSaddle(33, 29);
+    FlicImage texture = noise(300, 280, 1, 4);
+    FlicCompute engine;
+    engine.setTileSize(16);
+    engine.setNumThreads(3);
+    Progress progress;
+    progress.thread = std::this_thread::get_id();
+    engine.setProgressCallback(record, &progress);
+    FlicImage output;
+    ASSERT_EQ(engine.compute(&field, &texture, &output), 1);
+    ASSERT_FALSE(progress.values.empty());
+    EXPECT_LE(progress.values.size(), 100u);
+    EXPECT_EQ(progress.values.back(), 1.0f);
+    EXPECT_FALSE(progress.otherThread);
+    for (size_t k = 1; k < progress.values.size(); k++)
+        EXPECT_LT(progress.values[k - 1], progress.values[k]);
+
+    struct Bad {
+        int tile, threads;
+        const char* message;
+    } bad[] = {{-1, 1, "LIC: tile size -1 is negative"},
+               {4, 1, "LIC: tile size 4 is below the smallest tile of 8 pixels"},
+               {16, -2, "LIC: number of threads -2 outside 0 .. 1024"},
+               {16, 5000, "LIC: number of threads 5000 outside 0 .. 1024"}};
+    for (const Bad& b : bad) {
+        FlicCompute refused;
+        refused.setTileSize(b.tile);
+        refused.setNumThreads(b.threads);
+        FlicImage untouched(3, 2, 1);
+        untouched.clear(7);
+        MessageCapture capture;
+        EXPECT_EQ(refused.compute(&field, &texture, &untouched), 0);
+        EXPECT_NE(MessageCapture::onlyError().find(b.message), std::string::npos)
+            << MessageCapture::onlyError();
+        EXPECT_EQ(untouched.width, 3);
+        EXPECT_EQ(untouched.data[0], 7);
+    }
+    FlicCompute::TileWindow partial;
+    MessageCapture capture;
+    EXPECT_EQ(engine.computeTile(&field, &texture, 999, partial), 0);
+    EXPECT_NE(MessageCapture::onlyError().find("LIC: tile 999 outside 0 .. 341"), std::string::npos)
+        << MessageCapture::onlyError();
+}
