@@ -377,7 +377,8 @@ int FlicCompute::allocateLineBuffers() {
     samples = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
     sums = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
     positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
-    return points && samples && sums && positions;
+    windowSlots = static_cast<int*>(malloc(sizeof(int) * lineLength));
+    return points && samples && sums && positions && windowSlots;
 }
 
 void FlicCompute::freeBuffers() {
@@ -386,6 +387,8 @@ void FlicCompute::freeBuffers() {
     free(samples);
     free(sums);
     free(positions);
+    free(windowSlots);
+    windowSlots = nullptr;
     points = nullptr;
     accum = samples = sums = nullptr;
     positions = nullptr;
@@ -794,8 +797,10 @@ struct PointRecorder {
     const int* accum;
     std::ptrdiff_t recordStride;
     unsigned pixels;
+    const FlicCompute::TileWindow* window; // tiled mode: values go to this window
+    int* slots;                            // tiled mode: each point's record in the window
 
-    explicit PointRecorder(const FlicCompute& engine)
+    PointRecorder(const FlicCompute& engine, const FlicCompute::TileWindow* window, int* slots)
         : source(engine.texture), texture(engine.texture), pointer(engine.getPixel),
           scaleX(engine.scaleX), scaleY(engine.scaleY), fieldMaxX(engine.fieldMaxX),
           fieldMaxY(engine.fieldMaxY),
@@ -804,8 +809,8 @@ struct PointRecorder {
           texWidth(engine.texWidth), subPixels(engine.numSubPixels), channels(engine.texChannels),
           samples(engine.samples), points(engine.points), accum(engine.accum),
           recordStride(engine.recordStride),
-          pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)) {
-    }
+          pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)),
+          window(window), slots(slots) {}
 
     // The texture value(s) of point `index` at (x, y) in field coordinates, looked up at the
     // unwrapped position.
@@ -839,8 +844,15 @@ struct PointRecorder {
         }
         point.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
         // The record will be updated once the line's sums are done: ask for it now.
-        if (static_cast<unsigned>(point.pixel) < pixels)
-            __builtin_prefetch(accum + point.pixel * recordStride, 1);
+        if (static_cast<unsigned>(point.pixel) < pixels) {
+            if (window) {
+                int slot = windowSlot(*window, point.pixel);
+                slots[index] = slot;
+                if (slot >= 0) __builtin_prefetch(window->records.data() + slot, 1);
+            } else {
+                __builtin_prefetch(accum + point.pixel * recordStride, 1);
+            }
+        }
         if (subPixels == 1) {
             point.cell = 0;
             return;
@@ -863,13 +875,19 @@ struct PointRecorder {
 struct PictureSink {
     int* accum;
     std::ptrdiff_t recordStride;
-    FLIC_ALWAYS_INLINE int* record(int pixel) const { return accum + pixel * recordStride; }
+    FLIC_ALWAYS_INLINE int* record(int, int pixel) const { return accum + pixel * recordStride; }
 };
 
-// Where a tile puts them: its window, or the window's overflow list.
+// Where a tile puts them: the window records found for each point while it was located, or
+// the window's overflow list.
 struct WindowSink {
     FlicCompute::TileWindow* window;
-    FLIC_ALWAYS_INLINE int* record(int pixel) const { return window->record(pixel); }
+    const int* slots;
+    int* records;
+    FLIC_ALWAYS_INLINE int* record(int index, int pixel) const {
+        int slot = slots[index];
+        return slot >= 0 ? records + slot : window->record(pixel);
+    }
 };
 
 template <int KERNEL, bool SINGLE_CHANNEL, class SINK>
@@ -885,7 +903,7 @@ void accumulateLine(const int* running, const FlicCompute::PointRecord* points, 
         if (static_cast<unsigned>(point.pixel) >= pixels ||
             static_cast<unsigned>(point.cell) >= cells)
             continue;
-        int* record = sink.record(point.pixel);
+        int* record = sink.record(k, point.pixel);
         record[point.cell] = wrapAdd(record[point.cell], 1);
         int* channelSums = record + numSubCells;
         const int* s = running + static_cast<std::ptrdiff_t>(k) * C;
@@ -951,7 +969,7 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
 
     // Sampling after tracing, in a loop of its own, lets the texture reads of many points be
     // under way at once. Pixels and cells are needed only where values are accumulated.
-    const PointRecorder<KIND> recorder(*this);
+    const PointRecorder<KIND> recorder(*this, window, windowSlots);
     int i = lo;
 #if defined(__SSE2__)
     if (KIND == LOOKUP_BILINEAR1 && recorder.source.channels == 1) {
@@ -1025,7 +1043,8 @@ void FlicCompute::convolve(int lo, int hi) {
     long long n = kernelSteps;
     FixedDivisor divisor(kernel == TRIANGLE ? n * n : kernel == CUBIC ? 8 * n * n * n / 27 : 2 * n);
     if (window)
-        accumulateKernel(*this, WindowSink{window}, lo, hi, divisor);
+        accumulateKernel(*this, WindowSink{window, windowSlots, window->records.data()}, lo, hi,
+                         divisor);
     else
         accumulateKernel(*this, PictureSink{accum, recordStride}, lo, hi, divisor);
 }

@@ -106,6 +106,9 @@ class FlicCompute {
         int numFieldLines = 0;                              // lines the tile traced
         std::vector<int> records;                           // width x height records, row by row
         std::vector<int> overflow; // entries of 1 + stride ints: pixel index, then a record
+        // Row of a pixel index by one multiplication: (pixel * rowMultiplier) >> rowShift.
+        unsigned long long rowMultiplier = 0;
+        int rowShift = 0;
 
         // The record of picture pixel `pixel` (x + y * imageWidth): inside the window, or a
         // new zeroed overflow entry.
@@ -204,6 +207,7 @@ class FlicCompute {
   private:
     int progressPercent = 0;      // whole percent reported so far in this computation
     TileWindow* window = nullptr; // set while this engine traces one tile
+    int* windowSlots = nullptr;   // per point of a line: its record in the window, or -1
     // Tiled mode: checks the settings, runs the tiles on the threads, merges and normalises.
     void derive(FlicVectorField* field, FlicImage* texture);
     int allocateLineBuffers();
@@ -215,7 +219,8 @@ class FlicCompute {
     int haloPixels() const;
     void setUpWindow(int tile, TileWindow& partial) const;
     int traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
-                  const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart);
+                  const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart,
+                  bool zeroed);
     int* coverageRecord(int pixel);
     void reportProgress(long long done, long long total);
     int installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);

@@ -45,8 +45,10 @@ void addRecords(int* to, const int* from, long long count, int stride) {
 }
 
 // Adds a tile's window and overflow into the picture's records, each picture row band under its
-// lock when locks are given.
-void mergeWindow(const FlicCompute::TileWindow& partial, int* records, const MergeLocks& locks) {
+// lock when locks are given; with `clear`, each window row is zeroed once added, so that the
+// window is ready for the next tile without a pass of its own.
+void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLocks& locks,
+                 bool clear) {
     const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;
     if (partial.records.empty() || W < 1 || H < 1) return;
     int firstColumns = std::min(partial.width, W - partial.x0); // up to the right edge
@@ -54,7 +56,7 @@ void mergeWindow(const FlicCompute::TileWindow& partial, int* records, const Mer
         int y = (partial.y0 + r) % H;
         std::unique_lock<std::mutex> lock;
         if (locks.bands) lock = std::unique_lock<std::mutex>(locks.bands[y / locks.rows]);
-        const int* from =
+        int* from =
             partial.records.data() + static_cast<std::ptrdiff_t>(r) * partial.width * stride;
         int* row = records + static_cast<std::ptrdiff_t>(y) * W * stride;
         addRecords(row + static_cast<std::ptrdiff_t>(partial.x0) * stride, from, firstColumns,
@@ -62,6 +64,7 @@ void mergeWindow(const FlicCompute::TileWindow& partial, int* records, const Mer
         if (firstColumns < partial.width)
             addRecords(row, from + static_cast<std::ptrdiff_t>(firstColumns) * stride,
                        partial.width - firstColumns, stride);
+        if (clear) std::fill(from, from + static_cast<std::ptrdiff_t>(partial.width) * stride, 0);
     }
     for (size_t at = 0; at + 1 + stride <= partial.overflow.size(); at += 1 + stride) {
         int pixel = partial.overflow[at];
@@ -101,12 +104,8 @@ void drawSobolCells(int width, int height, int s, VISIT visit) {
 // --- Tile windows -----------------------------------------------------------------------------
 
 int* FlicCompute::TileWindow::windowRecord(int pixel) {
-    int px = pixel % imageWidth, py = pixel / imageWidth;
-    int dx = px - x0, dy = py - y0;
-    if (dx < 0) dx += imageWidth;
-    if (dy < 0) dy += imageHeight;
-    if (dx >= width || dy >= height) return nullptr;
-    return records.data() + (static_cast<std::ptrdiff_t>(dy) * width + dx) * stride;
+    int slot = windowSlot(*this, pixel);
+    return slot < 0 ? nullptr : records.data() + slot;
 }
 
 int* FlicCompute::TileWindow::record(int pixel) {
@@ -160,6 +159,12 @@ void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
     partial.tileX1 = std::min(partial.tileX0 + sizeX, texWidth);
     partial.tileY1 = std::min(partial.tileY0 + sizeY, texHeight);
     partial.imageWidth = texWidth;
+    // Exact for every pixel index below 2^31: m = floor(2^(31 + l) / W) + 1 with 2^l >= W.
+    int l = 0;
+    while ((1LL << l) < texWidth)
+        l++;
+    partial.rowShift = 31 + l;
+    partial.rowMultiplier = ((1ULL << partial.rowShift) / static_cast<unsigned>(texWidth)) + 1;
     partial.imageHeight = texHeight;
     partial.stride = recordStride;
     long long halo = haloPixels();
@@ -218,14 +223,18 @@ int FlicCompute::becomeTracerOf(const FlicCompute& parent) {
 }
 
 // Seeds the cells of the tile in the seeding order restricted to it, judging coverage from
-// the window, into which the lines' values go. Returns 0 without memory.
+// the window, into which the lines' values go (`zeroed`: the window's records are known to be
+// zero already, as mergeWindow leaves them). Returns 0 without memory.
 int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
                            const std::vector<unsigned>* sobolCells,
-                           const std::vector<int>* sobolStart) {
+                           const std::vector<int>* sobolStart, bool zeroed) {
     setUpWindow(tile, partial);
     try {
-        partial.records.assign(static_cast<size_t>(partial.width) * partial.height * recordStride,
-                               0);
+        size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
+        if (!zeroed)
+            partial.records.assign(size, 0);
+        else if (partial.records.size() < size)
+            partial.records.resize(size, 0); // the rest is zero already
         partial.overflow.clear();
     } catch (const std::bad_alloc&) {
         return 0;
@@ -346,8 +355,8 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
             }
             int tile = nextTile.fetch_add(1);
             if (tile >= tiles) break;
-            bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts);
-            if (ok) mergeWindow(partial, accum, locks);
+            bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true);
+            if (ok) mergeWindow(partial, accum, locks, true);
             int done;
             {
                 std::lock_guard<std::mutex> guard(state);
@@ -440,12 +449,12 @@ int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int til
     int done = allocateLineBuffers() &&
                (!quasiRandom || bucketSobolCells(*this, sobolCells, sobolStart)) &&
                traceTile(tile, partial, mask, seedMap, quasiRandom ? &sobolCells : nullptr,
-                         quasiRandom ? &sobolStart : nullptr);
+                         quasiRandom ? &sobolStart : nullptr, false);
     freeBuffers();
     if (!done) return flic_error("LIC: no memory for tile %d", tile);
     return 1;
 }
 
 void FlicCompute::addTile(const TileWindow& partial, int* records) {
-    mergeWindow(partial, records, MergeLocks{nullptr, 1});
+    mergeWindow(const_cast<TileWindow&>(partial), records, MergeLocks{nullptr, 1}, false);
 }
