@@ -118,6 +118,8 @@ struct LicSettings {
     int seeding = 1;
     int interpolation = FlicCompute::BILINEAR;
     float normalization = 0.0f;
+    int tile = 256;   // 0: the serial engine
+    int threads = 0;  // 0: every core
 };
 
 // Runs the engine; returns its result. Called without the GIL.
@@ -132,13 +134,16 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
     engine.seedingMethod = settings.seeding;
     if (settings.integrator == 1) engine.useEuler();
     engine.setNormalization(settings.normalization);
+    engine.setTileSize(settings.tile);
+    engine.setNumThreads(settings.threads);
     return engine.compute(field, texture, output, mask, seedMap);
 }
 
 py::object lic(py::object u, py::object v, py::object texture, py::object size, double length,
                const std::string& kernel, const std::string& integrator, long long subpixels,
                const std::string& seeding, const std::string& interpolation, double normalization,
-               const std::string& noise, py::object seed, py::object mask, bool returnSeedmap) {
+               const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
+               py::object threads, long long tile) {
     LicSettings settings;
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
@@ -155,6 +160,14 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
         "interpolation");
     if (subpixels < 1 || subpixels > 16) throw py::value_error("subpixels must be 1 .. 16");
     settings.subpixels = static_cast<int>(subpixels);
+    if (tile != 0 && (tile < 8 || tile > (1 << 20)))
+        throw py::value_error("tile must be 0 (the serial engine) or 8 .. 1048576 pixels");
+    settings.tile = static_cast<int>(tile);
+    if (!threads.is_none()) {
+        long long count = threads.cast<long long>();
+        if (count < 1 || count > 1024) throw py::value_error("threads must be 1 .. 1024 or None");
+        settings.threads = static_cast<int>(count);
+    }
     int binaryNoise = choose(noise, {{"uniform", 0}, {"binary", 1}}, "noise");
     int seedValue = seedArgument(seed);
 
@@ -230,6 +243,7 @@ void bindLic(py::module_& m) {
           py::arg("seeding") = "pattern", py::arg("interpolation") = "bilinear",
           py::arg("normalization") = 0.0, py::arg("noise") = "uniform", py::arg("seed") = 1,
           py::arg("mask") = py::none(), py::arg("return_seedmap") = false,
+          py::arg("threads") = py::none(), py::arg("tile") = 256,
           R"doc(Line integral convolution of a vector field: a uint8 picture as a numpy array.
 
 u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
@@ -246,6 +260,9 @@ seeding: 'pattern' (interleaved 4 x 4), 'raster' or 'sobol'. interpolation: 'bil
 mask: uint8 (H, W) array of the field's shape; with return_seedmap=True the result is
 (picture, seedmap), the seed map holding the mask's value at each pixel's last seed and 1
 where no seed was placed.
+tile: the picture is cut into tiles of this many pixels that are traced independently on
+`threads` threads (None: every core); the bytes depend on the tile size, never on the
+threads. tile=0 runs the serial engine on one thread.
 
 The picture's row 0 is its bottom row: show it with imshow(picture, origin="lower").
 The GIL is released while the picture is computed.)doc");

@@ -80,6 +80,14 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
     lic.add_option("--seeding", o.seeding, "Seeding order")
         ->check(CLI::IsMember({"raster", "pattern", "sobol"}))
         ->group(group);
+    lic.add_option("--threads", o.threads, "Threads of the tiled engine (0: every core)")
+        ->check(CLI::Range(0, 1024))
+        ->group(group);
+    lic.add_option("--tile", o.tile,
+                   "Tile size in pixels of the parallel engine; 0 runs the serial engine "
+                   "(one thread)")
+        ->check(CLI::Range(0, 1 << 20))
+        ->group(group);
     lic.add_option("--interpolation", o.interpolation, "Texture lookup")
         ->check(CLI::IsMember({"bilinear", "constant"}))
         ->group(group);

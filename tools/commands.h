@@ -39,6 +39,8 @@ struct LicOptions {
     std::string texture;
     std::string mask;
     std::string seedmap;
+    int threads = 0; // 0: every core
+    int tile = 256;  // 0: the serial engine
     // Post-processing, in this order.
     std::string adjust = "128,40";
     int blur = 0;

@@ -15,7 +15,9 @@
 #include "image.h"
 #include "messages.h"
 
+#include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace {
 
@@ -47,6 +49,9 @@ int parseEngine(const LicOptions& o, LicSettings& s) {
                           o.rk43.c_str());
     s.seeding = o.seeding == "raster" ? 0 : o.seeding == "sobol" ? 2 : 1;
     s.interpolation = o.interpolation == "constant" ? FlicCompute::CONSTANT : FlicCompute::BILINEAR;
+    if (o.tile != 0 && o.tile < 8)
+        return usageError("--tile expects 0 (the serial engine) or at least 8 pixels, got %d",
+                          o.tile);
     return EXIT_OK;
 }
 
@@ -129,6 +134,22 @@ void configureEngine(const LicOptions& o, const LicSettings& s, FlicCompute& eng
     engine.seedingMethod = s.seeding;
     engine.setInterpolationMethod(s.interpolation);
     engine.setNormalization(static_cast<float>(o.normalization));
+    engine.setTileSize(o.tile);
+    engine.setNumThreads(o.threads);
+}
+
+// Under -v: which engine ran.
+void reportEngine(const LicOptions& o, const LicSettings& s, const FlicCompute& engine) {
+    if (o.tile == 0) {
+        note("serial engine (one thread)");
+        return;
+    }
+    int tilesX, tilesY;
+    engine.tileGrid(s.width, s.height, tilesX, tilesY);
+    int threads = o.threads ? o.threads : static_cast<int>(std::thread::hardware_concurrency());
+    threads = std::max(1, std::min(threads, tilesX * tilesY));
+    note("tiled engine: %d x %d tiles of %d pixels on %d thread%s", tilesX, tilesY, o.tile, threads,
+         threads == 1 ? "" : "s");
 }
 
 bool showProgress(const LicOptions& o, const LicSettings& s) {
@@ -146,6 +167,7 @@ bool computeLic(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicIm
         engine.compute(&in.field, &in.texture, &picture, in.mask.data ? &in.mask : nullptr,
                        o.seedmap.empty() ? nullptr : &in.seedMap);
     bar.finish();
+    if (computed) reportEngine(o, s, engine);
     if (!computed) failure("the LIC computation failed");
     return computed != 0;
 }

@@ -46,6 +46,8 @@ int main(int argc, char** argv) {
         else if (key == "interpolation")
             engine.setInterpolationMethod(
                 static_cast<FlicCompute::InterpolationMethod>(atoi(value)));
+        else if (key == "tile")
+            engine.setTileSize(atoi(value));
         else if (key == "normalization")
             normalization = strtof(value, nullptr);
         else {

@@ -24,6 +24,8 @@ SETTINGS = [
     ({"interpolation": "constant"}, ["interpolation=0"]),
     ({"normalization": 0.5}, ["normalization=0.5"]),
     ({"length": 0.4}, ["length=0.4"]),
+    ({"tile": 16, "threads": 3}, ["tile=16"]),
+    ({"tile": 0, "seeding": "sobol"}, ["tile=0", "seeding=2"]),
 ]
 
 
@@ -131,6 +133,8 @@ BAD_CALLS = [
     (ValueError, "normalization", lambda: muskeip.lic(F, F, normalization=float("inf"))),
     (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=0)),
     (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=17)),
+    (ValueError, "tile must be 0", lambda: muskeip.lic(F, F, tile=4)),
+    (ValueError, "threads must be", lambda: muskeip.lic(F, F, threads=0)),
     (ValueError, "seed", lambda: muskeip.lic(F, F, seed=0)),
     (TypeError, "seed", lambda: muskeip.lic(F, F, seed=1.5)),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 5))),

@@ -300,6 +300,33 @@ TEST_F(CliFiles, PictureIsExactlyTheLibrarysComputation) {
     EXPECT_EQ(testutil::pixelBytes(expected), testutil::pixelBytes(written));
 }
 
+TEST_F(CliFiles, TiledEngineByDefaultSerialWithTileZero) {
+    std::string vec = circleFile(21, 21);
+    std::string base = "-v lic " + shellQuoted(vec) + " --size 90x70 --adjust none --noise uniform";
+    Outcome tiled = muskeip(base + " --tile 32 --threads 3 -o " + q("t.pgm"));
+    ASSERT_EQ(0, tiled.status) << tiled.err;
+    EXPECT_TRUE(contains(tiled.err, "tiled engine: 3 x 3 tiles of 32 pixels on 3 threads"))
+        << tiled.err;
+    Outcome serial = muskeip(base + " --tile 0 -o " + q("s.pgm"));
+    ASSERT_EQ(0, serial.status) << serial.err;
+    EXPECT_TRUE(contains(serial.err, "serial engine (one thread)")) << serial.err;
+    EXPECT_EQ(2, muskeip(base + " --tile 4 -o " + q("x.pgm")).status);
+
+    FlicVectorField field;
+    ASSERT_EQ(1, field.read(vec.c_str()));
+    FlicImage noise(90, 70, 1);
+    noise.createRandom(0, 1);
+    for (int tile : {32, 0}) {
+        FlicCompute engine;
+        engine.setTileSize(tile);
+        engine.setNumThreads(1);
+        FlicImage expected, written;
+        ASSERT_EQ(1, engine.compute(&field, &noise, &expected));
+        ASSERT_EQ(1, written.readPNM(path(tile ? "t.pgm" : "s.pgm").c_str()));
+        EXPECT_EQ(testutil::pixelBytes(expected), testutil::pixelBytes(written)) << tile;
+    }
+}
+
 TEST_F(CliFiles, PostProcessingRunsInItsDocumentedOrder) {
     std::string vec = circleFile(17, 17);
     Outcome run = muskeip("lic " + shellQuoted(vec) + " -o " + q("post.ppm") +
