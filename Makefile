@@ -12,7 +12,7 @@ TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev libcli11-dev
 MUSKEIP = $(BUILD_DIR)/tools/muskeip
 DEMO_ARGS ?= dipole --size 1024x1024 --length 25 --colour magnitude --colormap hue --emboss
 
-.PHONY: all build test deps-test demo bench bench-python clean test-sanitize fuzz
+.PHONY: all build test deps-test demo bench bench-python clean test-sanitize test-thread fuzz
 
 all: build
 
@@ -67,6 +67,19 @@ test-sanitize: deps-test
 	cd $(SANITIZE_BUILD_DIR) && LD_PRELOAD="$(SANITIZE_PRELOAD)" \
 	    $(subst detect_leaks=1,detect_leaks=0,$(SANITIZE_OPTIONS)) \
 	    ctest --output-on-failure -j $(JOBS) -R '^python_'
+
+# The engine's tests (the tiled engine's threads among them) built with ThreadSanitizer in a
+# separate build directory; any report fails the run.
+THREAD_BUILD_DIR ?= build-thread
+THREAD_TESTS = test_tiles test_compute test_progress
+
+test-thread: deps-test
+	cmake -S . -B $(THREAD_BUILD_DIR) -DMUSKEIP_THREAD_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    $(CMAKE_FLAGS)
+	cmake --build $(THREAD_BUILD_DIR) -j $(JOBS) --target $(THREAD_TESTS)
+	for program in $(THREAD_TESTS); do \
+	    TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	        $(THREAD_BUILD_DIR)/tests/$$program || exit 1; done
 
 # libFuzzer targets (fuzz/README.md): built with clang into FUZZ_BUILD_DIR, then each target runs
 # for FUZZ_SECONDS, FUZZ_JOBS at a time, starting from fuzz/corpus/<target>/. Findings are
