@@ -1,9 +1,17 @@
-// Integer helpers shared by the engine's sources (not installed).
+// Integer helpers, step counts and the tile-window lookup shared by the engine's sources (not
+// installed).
 #ifndef MUSKEIP_ENGINE_COMMON_H
 #define MUSKEIP_ENGINE_COMMON_H
 
 #include "build_common.h"
 #include "compute.h"
+
+#include <climits>
+#include <cstdint>
+
+// Helpers of the engine's own sources, not part of the library's interface.
+namespace muskeip {
+namespace detail {
 
 // Integer arithmetic that wraps instead of overflowing (sums of absurdly long lines).
 FLIC_ALWAYS_INLINE int wrapAdd(int a, int b) {
@@ -15,6 +23,54 @@ FLIC_ALWAYS_INLINE int wrapSub(int a, int b) {
 FLIC_ALWAYS_INLINE int wrapMul(int a, int b) {
     return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
 }
+
+// Kernel and extension step counts beyond this are refused: the work arrays of a line would
+// grow absurdly. The running sums wrap instead of overflowing, so a convolution value stays
+// exact as long as value times divisor fits an int: up to about 300 kernel steps for the cubic
+// kernel and 2900 for the triangle, whatever the line length; longer kernels give meaningless
+// values, without undefined behaviour.
+constexpr int maxLineSteps = 1 << 19;
+
+// Integer part of (length / h + 0.5): the division in single precision, the addition in
+// double. -1 when the result is negative, NaN or above maxLineSteps.
+inline int stepsFor(float length, float h) {
+    double value = static_cast<double>(length / h) + 0.5;
+    if (!(value > -1.0 && value < static_cast<double>(maxLineSteps) + 1.0)) return -1;
+    int steps = static_cast<int>(value);
+    return steps;
+}
+
+// Kernel steps N for a filter length: rounded up to a multiple of 6 for the cubic kernel.
+inline int kernelStepsFor(float length, float h, int kernel) {
+    int steps = stepsFor(length, h);
+    if (steps > 0 && kernel == FlicCompute::CUBIC && steps % 6 != 0) steps += 6 - steps % 6;
+    return steps;
+}
+
+// Truncating division of a non-negative int by a fixed positive divisor through one 64-bit
+// multiplication (exact for every dividend below 2^31: m = floor(2^(31+l) / d) + 1 with
+// 2^l >= d); negative dividends use the ordinary division.
+struct FixedDivisor {
+    int divisor;
+    std::uint64_t multiplier;
+    int shift;
+
+    FixedDivisor() : FixedDivisor(1) {}
+    explicit FixedDivisor(long long d) {
+        if (d < 1) d = 1;
+        if (d > INT_MAX) d = INT_MAX;
+        divisor = static_cast<int>(d);
+        int l = 0;
+        while ((static_cast<std::uint64_t>(1) << l) < static_cast<std::uint64_t>(divisor))
+            l++;
+        shift = 31 + l;
+        multiplier = ((static_cast<std::uint64_t>(1) << shift) / divisor) + 1;
+    }
+    FLIC_ALWAYS_INLINE int divide(int n) const {
+        if (n >= 0) return static_cast<int>((static_cast<std::uint64_t>(n) * multiplier) >> shift);
+        return n / divisor;
+    }
+};
 
 // A cell index brought into 0 .. cells - 1 by the non-negative remainder.
 inline int cellInGrid(int index, int cells) {
@@ -34,5 +90,8 @@ FLIC_ALWAYS_INLINE int windowSlot(const FlicCompute::TileWindow& w, int pixel) {
     if (dx >= w.width || dy >= w.height) return -1;
     return (dy * w.width + dx) * w.stride;
 }
+
+} // namespace detail
+} // namespace muskeip
 
 #endif

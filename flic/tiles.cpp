@@ -24,6 +24,8 @@
 #include <system_error>
 #include <thread>
 
+using namespace muskeip::detail;
+
 namespace {
 
 // Tiles smaller than this would trace most lines for their neighbours.

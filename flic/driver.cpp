@@ -1,0 +1,209 @@
+// FlicCompute::compute: input checks, the three seeding orders of the serial engine and the
+// normalisation of the accumulated sums.
+#include "compute.h"
+
+#include "engine_common.h"
+#include "messages.h"
+#include "sobol.h"
+
+#include <climits>
+#include <cstdlib>
+
+using namespace muskeip::detail;
+
+// --- Driver -----------------------------------------------------------------------------------
+
+int FlicCompute::checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output,
+                             FlicImage* mask, FlicImage* seedMap) const {
+    if (!texture || !texture->data || texture->width < 1 || texture->height < 1 ||
+        texture->nChannels < 1)
+        return flic_error("LIC: the input texture is empty");
+    if (!output) return flic_error("LIC: no output image");
+    if (!forward || !backward) return flic_error("LIC: the engine has no integrators");
+    if (seedMap && !mask) return flic_error("LIC: a seed map needs a mask");
+    if (mask && (!mask->data || mask->nChannels < 1)) return flic_error("LIC: the mask is empty");
+    if (numSubPixels < 1 || numSubPixels > 256)
+        return flic_error("LIC: number of sub-pixels %d outside 1 .. 256", numSubPixels);
+    if (kernelStepsFor(filterLength, stepLength, filterKernel) < 0 ||
+        stepsFor(extensionLength, stepLength) < 0)
+        return flic_error("LIC: filter length %g, extension %g and step %g give no usable "
+                          "number of steps",
+                          filterLength, extensionLength, stepLength);
+    long long cells = static_cast<long long>(texture->width) * texture->height *
+                      (numSubPixels * numSubPixels + texture->nChannels);
+    long long lineEntries = (2LL * (kernelStepsFor(filterLength, stepLength, filterKernel) +
+                                    stepsFor(extensionLength, stepLength)) +
+                             1) *
+                            texture->nChannels;
+    if (cells > INT_MAX || lineEntries > INT_MAX)
+        return flic_error("LIC: %d x %d x %d texture too large for the work buffers",
+                          texture->width, texture->height, texture->nChannels);
+    (void)field;
+    return 1;
+}
+
+int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* output,
+                         FlicImage* mask, FlicImage* seedMap) {
+    if (!field || !field->data || field->width < 2 || field->height < 2)
+        return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
+    if (mask && (mask->width != field->width || mask->height != field->height))
+        return flic_info("field and mask must have the same size");
+    if (!checkInputs(field, texture, output, mask, seedMap) || !checkTileSettings()) return 0;
+
+    start(field, texture);
+    if (!points || !accum || !samples || !sums || !positions) {
+        stop();
+        return flic_error("LIC: no memory for the work buffers");
+    }
+    if (seedMap) {
+        seedMap->setSize(texWidth, texHeight, 1);
+        seedMap->clear(1);
+    }
+    if (kernelSteps == 0) {
+        *output = *texture;
+        stop();
+        return 1;
+    }
+    progressPercent = 0;
+    if (tileSize != 0) {
+        int done = computeTiled(output, mask, seedMap);
+        stop();
+        return done;
+    }
+    switch (seedingMethod) {
+    case 0:
+        seedRaster(mask, seedMap);
+        break;
+    case 1:
+        seedPattern(mask, seedMap);
+        break;
+    case 2:
+        seedQuasiRandom(mask, seedMap);
+        break;
+    default:
+        break; // no seeds: black output
+    }
+    reportProgress(1, 1);
+    normalize(output);
+    stop();
+    return 1;
+}
+
+// Seeds a line in cell (i, j) of pixel (x, y) unless a line already covers that cell.
+void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap) {
+    int pixel = y * texWidth + x;
+    if (coverageRecord(pixel)[j * numSubPixels + i] != 0) return;
+    float invX = 1.0f / scaleX, invY = 1.0f / scaleY;
+    float invS = 1.0f / numSubPixels;
+    Vec2f seed;
+    seed.x = (x + (i + 0.5f) * invS) * invX;
+    seed.y = (y + (j + 0.5f) * invS) * invY;
+    sample(seed);
+    if (seedMap) {
+        int value;
+        getPixelConst1(mask, seed.x, seed.y, &value);
+        seedMap->data[static_cast<std::ptrdiff_t>(y) * seedMap->bytesPerLine + x] =
+            static_cast<unsigned char>(value);
+    }
+}
+
+void FlicCompute::seedPattern(FlicImage* mask, FlicImage* seedMap) {
+    int s = numSubPixels;
+    long long total = static_cast<long long>(s) * s * texWidth * texHeight, visited = 0;
+    for (int j = 0; j < s; j++)
+        for (int i = 0; i < s; i++)
+            for (const int* o : offset)
+                for (int y = o[1]; y < texHeight; y += 4) {
+                    for (int x = o[0]; x < texWidth; x += 4)
+                        seedCell(x, y, i, j, mask, seedMap);
+                    visited += texWidth > o[0] ? (texWidth - o[0] + 3) / 4 : 0;
+                    reportProgress(visited, total);
+                }
+}
+
+void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
+    int s = numSubPixels;
+    long long total = static_cast<long long>(s) * s * texHeight, rows = 0;
+    for (int j = 0; j < s; j++)
+        for (int i = 0; i < s; i++)
+            for (int y = 0; y < texHeight; y++) {
+                for (int x = 0; x < texWidth; x++)
+                    seedCell(x, y, i, j, mask, seedMap);
+                reportProgress(++rows, total);
+            }
+}
+
+namespace {
+
+// Fixed divisors for the usual small hit counts of a pixel.
+const int kDivisorTableSize = 256;
+
+// A channel sum divided by the pixel's hits, truncating: through the table of fixed divisors
+// for small counts, 0 without hits.
+FLIC_ALWAYS_INLINE int divideByHits(int sum, int hits, const FixedDivisor* divisors) {
+    if (hits > 0 && hits < kDivisorTableSize) return divisors[hits].divide(sum);
+    if (hits == 0) return 0;
+    return static_cast<int>(static_cast<long long>(sum) / hits);
+}
+
+} // namespace
+
+// Draws texWidth * texHeight pairs of the quasi-random sequence over all sub-pixel cells and
+// uses all but the last.
+void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
+    int s = numSubPixels;
+    KvSobol sobol;
+    int cellsX = texWidth * s, cellsY = texHeight * s;
+    sobol.init(cellsX, cellsY);
+    int pixels = texWidth * texHeight;
+    int X, Y;
+    for (int counter = 0; sobol.next(X, Y);) {
+        counter++;
+        if (counter >= pixels) break;
+        // The sequence of a single cell holds the sign bit (INT_MIN), not 0: taken modulo the
+        // grid, every value names a cell of the image (in-range values are left as they are).
+        X = cellInGrid(X, cellsX);
+        Y = cellInGrid(Y, cellsY);
+        seedCell(X / s, Y / s, X % s, Y % s, mask, seedMap);
+        reportProgress(counter, pixels);
+    }
+    free(sobol.xs);
+    free(sobol.ys);
+    sobol.xs = sobol.ys = nullptr;
+}
+
+// Divides every pixel's channel sums by its hits (truncating; low byte, no clamping).
+void FlicCompute::normalize(FlicImage* output) {
+    normalizeRecords(accum, texWidth, texHeight, numSubCells, texChannels, output, &totalHits);
+}
+
+// The usual small hit counts divide through a table of fixed divisors.
+int FlicCompute::normalizeRecords(const int* records, int width, int height, int subCells,
+                                  int channels, FlicImage* output, int* totalHitsOut) {
+    if (!output->setSize(width, height, channels)) return 0;
+    FixedDivisor divisors[kDivisorTableSize];
+    for (int d = 1; d < kDivisorTableSize; d++)
+        divisors[d] = FixedDivisor(d);
+    int pixels = width * height, total = 0;
+    const int* record = records;
+    unsigned char* out = output->data;
+    if (subCells == 1 && channels == 1) { // the common case: records of hits and one sum
+        for (int p = 0; p < pixels; p++, record += 2) {
+            total = wrapAdd(total, record[0]);
+            out[p] = static_cast<unsigned char>(divideByHits(record[1], record[0], divisors));
+        }
+    } else {
+        int stride = subCells + channels;
+        for (int p = 0; p < pixels; p++, record += stride, out += channels) {
+            int hits = 0;
+            for (int s = 0; s < subCells; s++)
+                hits = wrapAdd(hits, record[s]);
+            total = wrapAdd(total, hits);
+            const int* channelSums = record + subCells;
+            for (int ch = 0; ch < channels; ch++)
+                out[ch] = static_cast<unsigned char>(divideByHits(channelSums[ch], hits, divisors));
+        }
+    }
+    if (totalHitsOut) *totalHitsOut = wrapAdd(*totalHitsOut, total);
+    return 1;
+}

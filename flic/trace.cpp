@@ -1,0 +1,398 @@
+// FlicCompute::sample: tracing a field line both ways, sampling the texture along it, the
+// running-sum convolution and the accumulation of the values into the pixels it passes.
+#include "compute.h"
+
+#include "engine_common.h"
+#include "lookup_common.h"
+
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+
+using namespace muskeip::detail;
+
+// --- Field-line sampling ----------------------------------------------------------------------
+
+// Bilinear field vector at the seed; at the last column or row the neighbour is mirrored to the
+// column or row before, so the interpolation extrapolates.
+Vec2f FlicCompute::seedVector(const Vec2f& seed) const {
+    const Vec2f* data = field->vectors();
+    int w = field->width, h = field->height;
+    int ix = static_cast<int>(seed.x), iy = static_cast<int>(seed.y);
+    float fx = seed.x - ix, fy = seed.y - iy;
+    int right = ix >= w - 1 ? ix - 1 : ix + 1;
+    int up = iy >= h - 1 ? iy - 1 : iy + 1;
+    const Vec2f& P = data[static_cast<std::ptrdiff_t>(iy) * w + ix];
+    const Vec2f& Q = data[static_cast<std::ptrdiff_t>(iy) * w + right];
+    const Vec2f& R = data[static_cast<std::ptrdiff_t>(up) * w + ix];
+    const Vec2f& T = data[static_cast<std::ptrdiff_t>(up) * w + right];
+    Vec2f v;
+    v.x = P.x + (Q.x - P.x) * fx + (R.x - P.x) * fy + fx * fy * (P.x - R.x - Q.x + T.x);
+    v.y = P.y + (Q.y - P.y) * fx + (R.y - P.y) * fy + fx * fy * (P.y - R.y - Q.y + T.y);
+    return v;
+}
+
+void FlicCompute::sample(const Vec2f& seed) {
+    if (!points || (!accum && !window) || !samples || !sums || !positions || !field || !texture ||
+        !forward || !backward || !getPixel || kernelSteps < 1)
+        return;
+    // Seeds outside the field would read beyond its nodes.
+    if (!(seed.x >= 0.0f && seed.x < field->width && seed.y >= 0.0f && seed.y < field->height))
+        return;
+    Vec2f v = seedVector(seed);
+    float length2 = v.x * v.x + v.y * v.y;
+    if (length2 == 0.0f || std::isnan(length2)) return;
+    numFieldLines++;
+    float length = sqrtf(length2);
+    v.x = v.x / length;
+    v.y = v.y / length;
+
+    // The engine's own lookups are inlined into the line loop; textures without a wrap period
+    // and lookups installed by the host go through the pointer.
+    bool periodic = TexelSource(texture).periodic;
+    if (periodic && getPixel == getPixelBilinear1)
+        traceAndConvolve<LOOKUP_BILINEAR1>(seed, v);
+    else if (periodic && getPixel == getPixelBilinearN)
+        traceAndConvolve<LOOKUP_BILINEARN>(seed, v);
+    else if (periodic && getPixel == getPixelConst1)
+        traceAndConvolve<LOOKUP_CONST1>(seed, v);
+    else if (periodic && getPixel == getPixelConstN)
+        traceAndConvolve<LOOKUP_CONSTN>(seed, v);
+    else
+        traceAndConvolve<LOOKUP_POINTER>(seed, v);
+}
+
+// Traces one side of the line (sign +1 forward, -1 backward) into `positions`: N core steps
+// whatever the status, then extension steps while the status N - 1 places behind the newest
+// point is 0. Returns the last index written.
+int FlicCompute::traceSide(FlicIntegrator* integrator, int sign) {
+    if (integrator->hasInlineNext())
+        return traceAdaptiveSide(static_cast<AdaptiveIntegrator*>(integrator), sign);
+    int c = maxSteps, n = kernelSteps, m = extensionSteps;
+    int index = c;
+    for (int k = 1; k <= n; k++) {
+        index = c + sign * k;
+        positions[index] = integrator->next(points[index].status);
+    }
+    if (m > 0 && points[c + sign].status == 0) {
+        for (int j = 0;; j++) {
+            index = c + sign * (n + 1 + j);
+            positions[index] = integrator->next(points[index].status);
+            if (j + 1 == m || points[c + sign * (2 + j)].status != 0) break;
+        }
+    }
+    return index;
+}
+
+// The same for the engine's adaptive integrators, taking the runs of points on the current
+// cubic in bulk. Side step s (1, 2, ...) is index c + sign * s; `firstFailure` is the first side
+// step with a non-zero status, so extension steps may run up to the one before it.
+int FlicCompute::traceAdaptiveSide(AdaptiveIntegrator* integrator, int sign) {
+    int c = maxSteps, n = kernelSteps, m = extensionSteps;
+    const int none = INT_MAX;
+    int firstFailure = none;
+    int s = 1; // next side step
+    auto runOnCubic = [&](int limit) {
+        int made = integrator->pointsOnCubic(positions + c + sign * s, sign, limit);
+        for (int r = 0; r < made; r++)
+            points[c + sign * (s + r)].status = 0;
+        s += made;
+        return made;
+    };
+    auto fullStep = [&]() {
+        int index = c + sign * s;
+        positions[index] = integrator->nextPoint(points[index].status);
+        if (points[index].status != 0 && firstFailure == none) firstFailure = s;
+        s++;
+    };
+    while (s <= n) {
+        runOnCubic(n - s + 1);
+        if (s <= n) fullStep();
+    }
+    if (m > 0 && points[c + sign].status == 0) {
+        // Extension step j is side step n + 1 + j; it is taken when j < m and side step 1 + j
+        // has status 0, i.e. while 1 + j < firstFailure.
+        for (int j = 0;;) {
+            int allowed = m - j;
+            if (firstFailure != none && firstFailure - 1 - j < allowed)
+                allowed = firstFailure - 1 - j;
+            int made = runOnCubic(allowed);
+            j += made;
+            if (made < allowed) {
+                fullStep();
+                j++;
+            }
+            if (j == m || points[c + sign * (1 + j)].status != 0) break;
+        }
+    }
+    return c + sign * (s - 1);
+}
+
+namespace {
+
+// Records the points of a line: texture sample, output pixel and sub-pixel cell. The engine's
+// values are copied once per line so that they stay in registers.
+template <int KIND>
+struct PointRecorder {
+    TexelSource source;
+    FlicImage* texture;
+    FlicCompute::TextureLookup pointer;
+    float scaleX, scaleY, fieldMaxX, fieldMaxY;
+    float cellScaleX, cellScaleY; // scale * S
+    int texWidth, subPixels, channels;
+    int* samples;
+    FlicCompute::PointRecord* points;
+    const int* accum;
+    std::ptrdiff_t recordStride;
+    unsigned pixels;
+    const FlicCompute::TileWindow* window; // tiled mode: values go to this window
+    int* slots;                            // tiled mode: each point's record in the window
+
+    PointRecorder(const FlicCompute& engine, const FlicCompute::TileWindow* window, int* slots)
+        : source(engine.texture), texture(engine.texture), pointer(engine.getPixel),
+          scaleX(engine.scaleX), scaleY(engine.scaleY), fieldMaxX(engine.fieldMaxX),
+          fieldMaxY(engine.fieldMaxY),
+          cellScaleX(engine.scaleX * static_cast<float>(engine.numSubPixels)),
+          cellScaleY(engine.scaleY * static_cast<float>(engine.numSubPixels)),
+          texWidth(engine.texWidth), subPixels(engine.numSubPixels), channels(engine.texChannels),
+          samples(engine.samples), points(engine.points), accum(engine.accum),
+          recordStride(engine.recordStride),
+          pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)),
+          window(window), slots(slots) {}
+
+    // The texture value(s) of point `index` at (x, y) in field coordinates, looked up at the
+    // unwrapped position.
+    FLIC_ALWAYS_INLINE void sampleTexture(int index, float x, float y) const {
+        int* out = samples + static_cast<std::ptrdiff_t>(index) * channels;
+        if (KIND == LOOKUP_POINTER)
+            pointer(texture, x * scaleX, y * scaleY, out);
+        else
+            periodicLookup<KIND>(source, x * scaleX, y * scaleY, out);
+    }
+
+    // The pixel and cell of point `index`, taken from its position wrapped once into the field.
+    // Points too far out for int pixel coordinates get pixel -1, which the accumulation skips,
+    // like every pixel or cell index outside the image.
+    FLIC_ALWAYS_INLINE void locatePixel(int index, float x, float y) const {
+        if (y < 0)
+            y += fieldMaxY;
+        else if (y > fieldMaxY)
+            y -= fieldMaxY;
+        if (x < 0)
+            x += fieldMaxX;
+        else if (x > fieldMaxX)
+            x -= fieldMaxX;
+        FlicCompute::PointRecord& point = points[index];
+        const float intRange = 1.0e9f;
+        float px = x * scaleX, py = y * scaleY;
+        if (!(fabsf(px) + fabsf(py) < intRange)) { // also false for NaN
+            point.pixel = -1;
+            point.cell = 0;
+            return;
+        }
+        point.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
+        // The record will be updated once the line's sums are done: ask for it now.
+        if (static_cast<unsigned>(point.pixel) < pixels) {
+            if (window) {
+                int slot = windowSlot(*window, point.pixel);
+                slots[index] = slot;
+                if (slot >= 0) __builtin_prefetch(window->records.data() + slot, 1);
+            } else {
+                __builtin_prefetch(accum + point.pixel * recordStride, 1);
+            }
+        }
+        if (subPixels == 1) {
+            point.cell = 0;
+            return;
+        }
+        float cx = cellScaleX * x, cy = cellScaleY * y;
+        if (!(fabsf(cx) + fabsf(cy) < intRange)) {
+            point.pixel = -1;
+            point.cell = 0;
+            return;
+        }
+        point.cell =
+            static_cast<int>(cx) % subPixels + (static_cast<int>(cy) % subPixels) * subPixels;
+    }
+};
+
+// Convolution values of the points lo + N .. hi - N from the running sums of the kernel, each
+// added with one hit to the record of the point's pixel and cell (integer arithmetic,
+// truncating division; sums wrap rather than overflow).
+// Where the serial engine puts a line's values: the accumulation records of the picture.
+struct PictureSink {
+    int* accum;
+    std::ptrdiff_t recordStride;
+    FLIC_ALWAYS_INLINE int* record(int, int pixel) const { return accum + pixel * recordStride; }
+};
+
+// Where a tile puts them: the window records found for each point while it was located, or
+// the window's overflow list.
+struct WindowSink {
+    FlicCompute::TileWindow* window;
+    const int* slots;
+    int* records;
+    FLIC_ALWAYS_INLINE int* record(int index, int pixel) const {
+        int slot = slots[index];
+        return slot >= 0 ? records + slot : window->record(pixel);
+    }
+};
+
+template <int KERNEL, bool SINGLE_CHANNEL, class SINK>
+void accumulateLine(const int* running, const FlicCompute::PointRecord* points, const SINK& sink,
+                    int lo, int hi, int N, int channels, int numSubCells, unsigned pixels,
+                    const FixedDivisor& divisor) {
+    const int C = SINGLE_CHANNEL ? 1 : channels;
+    const std::ptrdiff_t far = static_cast<std::ptrdiff_t>(N) * C;
+    const std::ptrdiff_t near = static_cast<std::ptrdiff_t>(N / 3) * C;
+    const unsigned cells = static_cast<unsigned>(numSubCells);
+    for (int k = lo + N; k <= hi - N; k++) {
+        const FlicCompute::PointRecord& point = points[k];
+        if (static_cast<unsigned>(point.pixel) >= pixels ||
+            static_cast<unsigned>(point.cell) >= cells)
+            continue;
+        int* record = sink.record(k, point.pixel);
+        record[point.cell] = wrapAdd(record[point.cell], 1);
+        int* channelSums = record + numSubCells;
+        const int* s = running + static_cast<std::ptrdiff_t>(k) * C;
+        for (int ch = 0; ch < C; ch++) {
+            int numerator;
+            if (KERNEL == FlicCompute::TRIANGLE)
+                numerator = wrapSub(wrapAdd(s[ch + far], s[ch - far]), wrapMul(2, s[ch]));
+            else if (KERNEL == FlicCompute::CUBIC)
+                numerator =
+                    wrapSub(wrapSub(s[ch + far], wrapMul(3, wrapSub(s[ch + near], s[ch - near]))),
+                            s[ch - far]);
+            else
+                numerator = wrapSub(s[ch + far], s[ch - far]);
+            channelSums[ch] = wrapAdd(channelSums[ch], divisor.divide(numerator));
+        }
+    }
+}
+
+// The line's values through the accumulation of the engine's kernel and channel count.
+template <class SINK>
+void accumulateKernel(const FlicCompute& e, const SINK& sink, int lo, int hi,
+                      const FixedDivisor& divisor) {
+    unsigned pixels = static_cast<unsigned>(e.texWidth) * static_cast<unsigned>(e.texHeight);
+    bool single = e.texChannels == 1;
+    int N = e.kernelSteps, C = e.texChannels, kernel = e.filterKernel, numSubCells = e.numSubCells;
+    const int *samples = e.samples, *sums = e.sums;
+    const FlicCompute::PointRecord* points = e.points;
+    if (kernel == FlicCompute::TRIANGLE) {
+        if (single)
+            accumulateLine<FlicCompute::TRIANGLE, true>(samples, points, sink, lo, hi, N, C,
+                                                        numSubCells, pixels, divisor);
+        else
+            accumulateLine<FlicCompute::TRIANGLE, false>(samples, points, sink, lo, hi, N, C,
+                                                         numSubCells, pixels, divisor);
+    } else if (kernel == FlicCompute::CUBIC) {
+        if (single)
+            accumulateLine<FlicCompute::CUBIC, true>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                     pixels, divisor);
+        else
+            accumulateLine<FlicCompute::CUBIC, false>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                      pixels, divisor);
+    } else {
+        // the box formula, also for kernel values outside the enumeration
+        if (single)
+            accumulateLine<FlicCompute::BOX, true>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                   pixels, divisor);
+        else
+            accumulateLine<FlicCompute::BOX, false>(sums, points, sink, lo, hi, N, C, numSubCells,
+                                                    pixels, divisor);
+    }
+}
+
+} // namespace
+
+template <int KIND>
+void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
+    forward->init(seed, v);
+    backward->init(seed, v);
+    int c = maxSteps;
+    positions[c] = seed;
+    int hi = traceSide(forward, 1);
+    int lo = traceSide(backward, -1);
+
+    // Sampling after tracing, in a loop of its own, lets the texture reads of many points be
+    // under way at once. Pixels and cells are needed only where values are accumulated.
+    const PointRecorder<KIND> recorder(*this, window, windowSlots);
+    int i = lo;
+#if defined(__SSE2__)
+    if (KIND == LOOKUP_BILINEAR1 && recorder.source.channels == 1) {
+        for (; i + 3 <= hi; i += 4) {
+            if (bilinearFour(recorder.source, positions + i, scaleX, scaleY, samples + i)) continue;
+            for (int lane = 0; lane < 4; lane++)
+                recorder.sampleTexture(i + lane, positions[i + lane].x, positions[i + lane].y);
+        }
+    }
+#endif
+    for (; i <= hi; i++)
+        recorder.sampleTexture(i, positions[i].x, positions[i].y);
+    for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
+        recorder.locatePixel(i, positions[i].x, positions[i].y);
+    convolve(lo, hi);
+}
+
+// One running-sum pass over the line: out[c] = 0 and out[i + 1] - out[i] = in[i] for every
+// index of lo .. hi, all channels at once.
+void FlicCompute::runningSums(const int* in, int* out, int lo, int hi) const {
+    int C = texChannels, c = maxSteps;
+    for (int ch = 0; ch < C; ch++)
+        out[c * C + ch] = 0;
+    for (int e = (c + 1) * C, end = (hi + 1) * C; e < end; e++)
+        out[e] = wrapAdd(out[e - C], in[e - C]);
+    for (int e = c * C - 1, end = lo * C; e >= end; e--)
+        out[e] = wrapSub(out[e + C], in[e]);
+}
+
+// The first and second running sums in one sweep: `sums` gets the first, `samples` (whose
+// values are read just before they are overwritten) the second, exactly as two passes of
+// runningSums would leave them.
+void FlicCompute::runningSumsTwice(int lo, int hi) {
+    int C = texChannels, c = maxSteps;
+    for (int ch = 0; ch < C; ch++) {
+        int* first = sums + ch;
+        int* second = samples + ch;
+        int s1 = 0, s2 = 0, x = second[c * C];
+        first[c * C] = 0;
+        second[c * C] = 0;
+        for (int i = c + 1; i <= hi; i++) {
+            int next1 = wrapAdd(s1, x);
+            int next2 = wrapAdd(s2, s1);
+            x = second[i * C];
+            first[i * C] = next1;
+            second[i * C] = next2;
+            s1 = next1;
+            s2 = next2;
+        }
+        s1 = 0;
+        s2 = 0;
+        for (int i = c - 1; i >= lo; i--) {
+            s1 = wrapSub(s1, second[i * C]);
+            s2 = wrapSub(s2, s1);
+            first[i * C] = s1;
+            second[i * C] = s2;
+        }
+    }
+}
+
+// Running sums for the kernel (one pass for box, two for triangle, three for cubic), then the
+// convolution and accumulation of the line's middle part.
+void FlicCompute::convolve(int lo, int hi) {
+    int kernel = filterKernel;
+    if (kernel == TRIANGLE || kernel == CUBIC)
+        runningSumsTwice(lo, hi);
+    else
+        runningSums(samples, sums, lo, hi);
+    if (kernel == CUBIC) runningSums(samples, sums, lo, hi);
+
+    long long n = kernelSteps;
+    FixedDivisor divisor(kernel == TRIANGLE ? n * n : kernel == CUBIC ? 8 * n * n * n / 27 : 2 * n);
+    if (window)
+        accumulateKernel(*this, WindowSink{window, windowSlots, window->records.data()}, lo, hi,
+                         divisor);
+    else
+        accumulateKernel(*this, PictureSink{accum, recordStride}, lo, hi, divisor);
+}
