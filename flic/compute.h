@@ -221,7 +221,6 @@ class FlicCompute {
     int traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
                   const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart,
                   bool zeroed);
-    int* coverageRecord(int pixel);
     void reportProgress(long long done, long long total);
     int installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);
     int checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,

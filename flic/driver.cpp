@@ -92,7 +92,9 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
 // Seeds a line in cell (i, j) of pixel (x, y) unless a line already covers that cell.
 void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap) {
     int pixel = y * texWidth + x;
-    if (coverageRecord(pixel)[j * numSubPixels + i] != 0) return;
+    const int* record = window ? window->windowRecord(pixel)
+                               : accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
+    if (record[j * numSubPixels + i] != 0) return;
     float invX = 1.0f / scaleX, invY = 1.0f / scaleY;
     float invS = 1.0f / numSubPixels;
     Vec2f seed;

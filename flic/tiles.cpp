@@ -183,11 +183,6 @@ void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
             : static_cast<int>(((partial.tileY0 - halo) % texHeight + texHeight) % texHeight);
 }
 
-int* FlicCompute::coverageRecord(int pixel) {
-    if (window) return window->windowRecord(pixel);
-    return accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
-}
-
 // --- Tracing one tile -------------------------------------------------------------------------
 
 int FlicCompute::becomeTracerOf(const FlicCompute& parent) {

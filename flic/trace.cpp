@@ -173,6 +173,8 @@ struct PointRecorder {
     // The pixel and cell of point `index`, taken from its position wrapped once into the field.
     // Points too far out for int pixel coordinates get pixel -1, which the accumulation skips,
     // like every pixel or cell index outside the image.
+    // WINDOWED: tiled mode, where the record is looked up in the tile's window.
+    template <bool WINDOWED>
     FLIC_ALWAYS_INLINE void locatePixel(int index, float x, float y) const {
         if (y < 0)
             y += fieldMaxY;
@@ -193,7 +195,7 @@ struct PointRecorder {
         point.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
         // The record will be updated once the line's sums are done: ask for it now.
         if (static_cast<unsigned>(point.pixel) < pixels) {
-            if (window) {
+            if (WINDOWED) {
                 int slot = windowSlot(*window, point.pixel);
                 slots[index] = slot;
                 if (slot >= 0) __builtin_prefetch(window->records.data() + slot, 1);
@@ -330,8 +332,12 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
 #endif
     for (; i <= hi; i++)
         recorder.sampleTexture(i, positions[i].x, positions[i].y);
-    for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
-        recorder.locatePixel(i, positions[i].x, positions[i].y);
+    if (window)
+        for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
+            recorder.template locatePixel<true>(i, positions[i].x, positions[i].y);
+    else
+        for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
+            recorder.template locatePixel<false>(i, positions[i].x, positions[i].y);
     convolve(lo, hi);
 }
 
