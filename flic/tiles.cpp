@@ -335,6 +335,13 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     int bandRows = tilesY == 1 ? texHeight : tileSize;
     MergeLocks locks{threads > 1 ? bands.get() : nullptr, bandRows};
 
+    // The picture's records are touched here, page by page, so that the threads' merges do not
+    // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel).
+    if (threads > 1) {
+        size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
+        for (size_t k = 0; k < count; k += 1024)
+            accum[k] = 0;
+    }
     std::atomic<int> nextTile(0);
     std::mutex state;
     std::condition_variable changed;
