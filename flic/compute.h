@@ -169,13 +169,26 @@ class FlicCompute {
     // Tiles of a texture of width x height pixels under the current tileSize (one tile when
     // tileSize is 0 or at least the picture), across and down. Tiles are numbered row by row.
     void tileGrid(int width, int height, int& tilesX, int& tilesY) const;
-    // Computes the partial accumulation of tile number `tile` alone, as compute's tiled mode
-    // does for each tile, into `partial` (mask and seedMap as for compute; the seed map must
-    // already have the texture's size and is written only inside the tile). A task that runs
-    // in any thread or process with the same inputs and settings gives the same partial.
-    // Returns 1, or 0 after a report through flic_error (bad inputs or settings, no memory).
+    // The phase of every tile of the picture that `field` and `texture` give under the current
+    // settings (tiles numbered row by row) into `phaseOfTile`: tiles of one phase never reach
+    // into each other. Returns the number of phases, or 0 after a report (unusable inputs).
+    int tilePhases(FlicVectorField* field, FlicImage* texture, std::vector<int>& phaseOfTile);
+    // Computes the partial accumulation of tile number `tile`, as compute's tiled mode does,
+    // into `partial` (mask and seedMap as for compute; the seed map must already have the
+    // texture's size and is written only inside the tile). The tile judges coverage from its
+    // own lines and from `earlier`: the records of the tile's own pixels (its width x height,
+    // row by row) summed over the windows of every tile of an earlier phase (addToArea without
+    // overflow makes them), or null for a tile of the first phase. A task that runs in any thread
+    // or process with the same inputs gives the same partial. Returns 1, or 0 after a report
+    // through flic_error (bad inputs or settings, no memory).
     int computeTile(FlicVectorField* field, FlicImage* texture, int tile, TileWindow& partial,
-                    FlicImage* mask = nullptr, FlicImage* seedMap = nullptr);
+                    FlicImage* mask = nullptr, FlicImage* seedMap = nullptr,
+                    const int* earlier = nullptr);
+    // Adds what a partial holds for the pixels of the rectangle [x0, x0 + width) x
+    // [y0, y0 + height) of the picture into `records`, that rectangle's records row by row:
+    // its window, and with `withOverflow` its overflow too.
+    static void addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
+                          int* records, bool withOverflow = true);
     // Adds a partial into the records of the whole picture (imageWidth x imageHeight records
     // of `stride` ints, wrap-around integer additions, so the order of the partials does not
     // matter).
@@ -217,6 +230,13 @@ class FlicCompute {
     // and allocates the line buffers, so that this engine can trace tiles of the same picture.
     int becomeTracerOf(const FlicCompute& parent);
     int haloPixels() const;
+    int phasesOfTiles(std::vector<int>& phaseOfTile) const;
+    void tileNeighbours(const std::vector<int>& phaseOfTile, std::vector<std::vector<int>>& later,
+                        std::vector<int>& waitingFor) const;
+    // Coverage by the tiles of earlier phases: records of the pixels from (coveredX0,
+    // coveredY0) on, coveredWidth to a row; read only inside the tile being traced.
+    const int* coveredRecords = nullptr;
+    int coveredX0 = 0, coveredY0 = 0, coveredWidth = 0;
     void setUpWindow(int tile, TileWindow& partial) const;
     int traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
                   const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart,

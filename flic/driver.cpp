@@ -95,6 +95,12 @@ void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImag
     const int* record = window ? window->windowRecord(pixel)
                                : accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
     if (record[j * numSubPixels + i] != 0) return;
+    if (coveredRecords &&
+        coveredRecords[(static_cast<std::ptrdiff_t>(y - coveredY0) * coveredWidth +
+                        (x - coveredX0)) *
+                           recordStride +
+                       j * numSubPixels + i] != 0)
+        return;
     float invX = 1.0f / scaleX, invY = 1.0f / scaleY;
     float invS = 1.0f / numSubPixels;
     Vec2f seed;

@@ -13,7 +13,6 @@
 #include "sobol.h"
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <cmath>
 #include <condition_variable>
@@ -50,11 +49,12 @@ void addRecords(int* to, const int* from, long long count, int stride) {
 // lock when locks are given; with `clear`, each window row is zeroed once added, so that the
 // window is ready for the next tile without a pass of its own.
 void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLocks& locks,
-                 bool clear) {
+                 bool clear, bool withOverflow = true) {
     const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;
-    if (partial.records.empty() || W < 1 || H < 1) return;
+    if (W < 1 || H < 1) return;
     int firstColumns = std::min(partial.width, W - partial.x0); // up to the right edge
-    for (int r = 0; r < partial.height; r++) {
+    int rows = partial.records.empty() ? 0 : partial.height;
+    for (int r = 0; r < rows; r++) {
         int y = (partial.y0 + r) % H;
         std::unique_lock<std::mutex> lock;
         if (locks.bands) lock = std::unique_lock<std::mutex>(locks.bands[y / locks.rows]);
@@ -68,6 +68,7 @@ void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLock
                        partial.width - firstColumns, stride);
         if (clear) std::fill(from, from + static_cast<std::ptrdiff_t>(partial.width) * stride, 0);
     }
+    if (!withOverflow) return;
     for (size_t at = 0; at + 1 + stride <= partial.overflow.size(); at += 1 + stride) {
         int pixel = partial.overflow[at];
         std::unique_lock<std::mutex> lock;
@@ -75,6 +76,40 @@ void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLock
         addRecords(records + static_cast<std::ptrdiff_t>(pixel) * stride, &partial.overflow[at + 1],
                    1, stride);
     }
+}
+
+// Whether the cyclic interval [start, end) of an axis of `total` pixels meets [a, b).
+bool meets(long long start, long long end, long long a, long long b, long long total) {
+    if (end - start >= total) return true;
+    for (long long shift = -total; shift <= total; shift += total)
+        if (start + shift < b && a < end + shift) return true;
+    return false;
+}
+
+// Colours of the tiles along one axis (`count` tiles of `size` pixels over `total`, halo
+// `halo`): two tiles of one colour never reach into each other, that is neither's window
+// (the tile and its halo, cyclic) meets the other's pixels. Greedy, smallest colour first;
+// only tiles near enough to meet are compared.
+std::vector<int> axisColours(int count, int size, int total, long long halo, int& colours) {
+    std::vector<int> colour(count, 0);
+    long long near = halo / size + 2;
+    colours = 1;
+    for (int i = 0; i < count; i++) {
+        long long a = static_cast<long long>(i) * size, b = std::min<long long>(a + size, total);
+        std::vector<bool> taken(colours + 1, false);
+        for (int j = 0; j < i; j++) {
+            long long distance = std::min<long long>(i - j, count - (i - j));
+            if (distance > near) continue;
+            long long c = static_cast<long long>(j) * size,
+                      d = std::min<long long>(c + size, total);
+            if (meets(a - halo, b + halo, c, d, total) || meets(c - halo, d + halo, a, b, total))
+                taken[colour[j]] = true;
+        }
+        while (taken[colour[i]])
+            colour[i]++;
+        colours = std::max(colours, colour[i] + 1);
+    }
+    return colour;
 }
 
 // The cells of the quasi-random seeding, bucketed by tile in the order of the sequence: cells
@@ -181,6 +216,61 @@ void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
         high >= texHeight
             ? 0
             : static_cast<int>(((partial.tileY0 - halo) % texHeight + texHeight) % texHeight);
+}
+
+// The phase of every tile: tiles of one phase never reach into each other, so they run at once
+// and judge coverage from their own lines and those of the earlier phases. Returns the count.
+int FlicCompute::phasesOfTiles(std::vector<int>& phaseOfTile) const {
+    int tilesX, tilesY;
+    tileGrid(texWidth, texHeight, tilesX, tilesY);
+    int sizeX = tilesX == 1 ? texWidth : tileSize, sizeY = tilesY == 1 ? texHeight : tileSize;
+    long long halo = haloPixels();
+    int coloursX, coloursY;
+    std::vector<int> columns = axisColours(tilesX, sizeX, texWidth, halo, coloursX);
+    std::vector<int> rows = axisColours(tilesY, sizeY, texHeight, halo, coloursY);
+    phaseOfTile.resize(static_cast<size_t>(tilesX) * tilesY);
+    for (int ty = 0; ty < tilesY; ty++)
+        for (int tx = 0; tx < tilesX; tx++)
+            phaseOfTile[static_cast<size_t>(ty) * tilesX + tx] = rows[ty] * coloursX + columns[tx];
+    return coloursX * coloursY;
+}
+
+// For every tile, the tiles of later phases that reach into it or into which it reaches
+// (`later`), and how many of earlier phases it has so (`waitingFor`). Only tiles near enough
+// to reach each other are compared.
+void FlicCompute::tileNeighbours(const std::vector<int>& phaseOfTile,
+                                 std::vector<std::vector<int>>& later,
+                                 std::vector<int>& waitingFor) const {
+    int tilesX, tilesY;
+    tileGrid(texWidth, texHeight, tilesX, tilesY);
+    int sizeX = tilesX == 1 ? texWidth : tileSize, sizeY = tilesY == 1 ? texHeight : tileSize;
+    long long halo = haloPixels();
+    auto reach = [&](int i, int j, int size, int total) {
+        long long a = static_cast<long long>(i) * size, b = std::min<long long>(a + size, total);
+        long long c = static_cast<long long>(j) * size, d = std::min<long long>(c + size, total);
+        return meets(a - halo, b + halo, c, d, total) || meets(c - halo, d + halo, a, b, total);
+    };
+    int nearX = static_cast<int>(std::min<long long>(tilesX, halo / sizeX + 2));
+    int nearY = static_cast<int>(std::min<long long>(tilesY, halo / sizeY + 2));
+    for (int ty = 0; ty < tilesY; ty++)
+        for (int tx = 0; tx < tilesX; tx++) {
+            int tile = ty * tilesX + tx;
+            // each other tile once, even where the neighbourhood wraps onto itself
+            std::vector<int> seen;
+            for (int dy = -nearY; dy <= nearY; dy++)
+                for (int dx = -nearX; dx <= nearX; dx++) {
+                    int ox = ((tx + dx) % tilesX + tilesX) % tilesX;
+                    int oy = ((ty + dy) % tilesY + tilesY) % tilesY;
+                    int other = oy * tilesX + ox;
+                    if (phaseOfTile[other] <= phaseOfTile[tile]) continue;
+                    if (std::find(seen.begin(), seen.end(), other) != seen.end()) continue;
+                    seen.push_back(other);
+                    if (!reach(tx, ox, sizeX, texWidth) || !reach(ty, oy, sizeY, texHeight))
+                        continue;
+                    later[tile].push_back(other);
+                    waitingFor[other]++;
+                }
+        }
 }
 
 // --- Tracing one tile -------------------------------------------------------------------------
@@ -342,38 +432,69 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         for (size_t k = 0; k < count; k += 1024)
             accum[k] = 0;
     }
-    std::atomic<int> nextTile(0);
+    // A tile may start once every tile of an earlier phase that reaches into it, or into which
+    // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
+    // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage
+    // from its own lines and exactly those of its earlier neighbours.
+    std::vector<int> phaseOf;
+    phasesOfTiles(phaseOf);
+    std::vector<std::vector<int>> later(tiles);
+    std::vector<int> waitingFor(tiles, 0);
+    tileNeighbours(phaseOf, later, waitingFor);
+    for (auto& tracer : tracers) {
+        tracer->coveredRecords = accum; // read only inside a tile, see above
+        tracer->coveredWidth = texWidth;
+    }
+
     std::mutex state;
     std::condition_variable changed;
+    std::vector<int> ready; // tiles whose earlier neighbours are all merged
+    for (int tile = tiles - 1; tile >= 0; tile--)
+        if (waitingFor[tile] == 0) ready.push_back(tile);
     int tilesDone = 0, running = 0, lines = 0;
     bool failed = false;
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
+    // Per tracer: its window, kept zeroed between tiles, and the overflow of its tiles, added
+    // when every tile is done: overflow may fall anywhere, and coverage is judged from the
+    // windows of the earlier neighbours only.
+    std::vector<TileWindow> windows(threads);
+    std::vector<std::vector<int>> overflows(threads);
 
-    auto work = [&](FlicCompute* tracer, bool reports) {
-        TileWindow partial;
+    auto work = [&](int k, bool reports) {
+        FlicCompute* tracer = tracers[k].get();
+        TileWindow& partial = windows[k];
+        std::unique_lock<std::mutex> lock(state);
         for (;;) {
-            {
-                std::lock_guard<std::mutex> guard(state);
-                if (failed) break;
-            }
-            int tile = nextTile.fetch_add(1);
-            if (tile >= tiles) break;
+            while (ready.empty() && !failed && tilesDone < tiles)
+                changed.wait(lock);
+            if (ready.empty() || failed) break;
+            int tile = ready.back();
+            ready.pop_back();
+            lock.unlock();
             bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true);
-            if (ok) mergeWindow(partial, accum, locks, true);
-            int done;
-            {
-                std::lock_guard<std::mutex> guard(state);
-                if (!ok) failed = true;
-                lines += partial.numFieldLines;
-                done = ++tilesDone;
+            if (ok) {
+                mergeWindow(partial, accum, locks, true, false);
+                try {
+                    overflows[k].insert(overflows[k].end(), partial.overflow.begin(),
+                                        partial.overflow.end());
+                } catch (const std::bad_alloc&) {
+                    ok = false;
+                }
             }
-            if (reports)
+            lock.lock();
+            if (!ok) failed = true;
+            lines += partial.numFieldLines;
+            int done = ++tilesDone;
+            for (int next : later[tile])
+                if (--waitingFor[next] == 0) ready.push_back(next);
+            if (reports) {
+                lock.unlock();
                 reportProgress(done, tiles);
-            else
-                changed.notify_all();
+                lock.lock();
+            }
+            changed.notify_all();
         }
-        std::lock_guard<std::mutex> guard(state);
         running--;
         changed.notify_all();
     };
@@ -386,7 +507,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
                 running++;
             }
             try {
-                pool.emplace_back(work, tracers[k].get(), false);
+                pool.emplace_back(work, k, false);
             } catch (const std::system_error&) {
                 // fewer threads than asked: the ones that started share the tiles
                 std::lock_guard<std::mutex> guard(state);
@@ -408,9 +529,15 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         lock.unlock();
         for (std::thread& thread : pool)
             thread.join();
-        if (pool.empty()) work(tracers[0].get(), true);
-    } else {
-        work(tracers[0].get(), true);
+    }
+    if (pool.empty()) work(0, true);
+    for (std::vector<int>& overflow : overflows) {
+        TileWindow entries;
+        entries.imageWidth = texWidth;
+        entries.imageHeight = texHeight;
+        entries.stride = recordStride;
+        entries.overflow.swap(overflow);
+        mergeWindow(entries, accum, MergeLocks{nullptr, 1}, false);
     }
     for (auto& tracer : tracers)
         tracer->freeBuffers();
@@ -423,7 +550,8 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
 // --- Tiles as tasks ---------------------------------------------------------------------------
 
 int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int tile,
-                             TileWindow& partial, FlicImage* mask, FlicImage* seedMap) {
+                             TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
+                             const int* earlier) {
     if (!field || !field->data || field->width < 2 || field->height < 2)
         return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
     if (mask && (mask->width != field->width || mask->height != field->height))
@@ -440,11 +568,17 @@ int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int til
         return flic_error("LIC: tile %d outside 0 .. %d", tile, tilesX * tilesY - 1);
     derive(field, texture);
     freeBuffers();
+    setUpWindow(tile, partial);
+    coveredRecords = earlier;
+    coveredX0 = partial.tileX0;
+    coveredY0 = partial.tileY0;
+    coveredWidth = partial.tileX1 - partial.tileX0;
     if (kernelSteps == 0) { // no lines: compute copies the texture instead
         setUpWindow(tile, partial);
         partial.records.clear();
         partial.overflow.clear();
         partial.numFieldLines = 0;
+        coveredRecords = nullptr;
         return 1;
     }
     std::vector<unsigned> sobolCells;
@@ -455,8 +589,42 @@ int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int til
                traceTile(tile, partial, mask, seedMap, quasiRandom ? &sobolCells : nullptr,
                          quasiRandom ? &sobolStart : nullptr, false);
     freeBuffers();
+    coveredRecords = nullptr;
     if (!done) return flic_error("LIC: no memory for tile %d", tile);
     return 1;
+}
+
+int FlicCompute::tilePhases(FlicVectorField* field, FlicImage* texture,
+                            std::vector<int>& phaseOfTile) {
+    if (!field || !field->data || field->width < 2 || field->height < 2)
+        return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
+    FlicImage unused;
+    if (!checkInputs(field, texture, &unused, nullptr, nullptr) || !checkTileSettings()) return 0;
+    derive(field, texture);
+    try {
+        return phasesOfTiles(phaseOfTile);
+    } catch (const std::bad_alloc&) {
+        return flic_error("LIC: no memory for the tile phases");
+    }
+}
+
+void FlicCompute::addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
+                            int* records, bool withOverflow) {
+    const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;
+    auto add = [&](int x, int y, const int* from) {
+        if (x < x0 || x >= x0 + width || y < y0 || y >= y0 + height) return;
+        addRecords(records + (static_cast<std::ptrdiff_t>(y - y0) * width + (x - x0)) * stride,
+                   from, 1, stride);
+    };
+    if (!partial.records.empty())
+        for (int r = 0; r < partial.height; r++)
+            for (int c = 0; c < partial.width; c++)
+                add((partial.x0 + c) % W, (partial.y0 + r) % H,
+                    partial.records.data() +
+                        (static_cast<std::ptrdiff_t>(r) * partial.width + c) * stride);
+    if (!withOverflow) return;
+    for (size_t at = 0; at + 1 + stride <= partial.overflow.size(); at += 1 + stride)
+        add(partial.overflow[at] % W, partial.overflow[at] / W, &partial.overflow[at + 1]);
 }
 
 void FlicCompute::addTile(const TileWindow& partial, int* records) {

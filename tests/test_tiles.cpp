@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -109,22 +110,41 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
             EXPECT_TRUE(same(one, run(field, texture, c.tile, threads, c.seeding, c.S, &mask)))
                 << label << " threads " << threads;
 
-        // The same picture from the tiles as separate tasks, added in reverse order.
+        // The same picture from the tiles as separate tasks, phase by phase, each tile given
+        // the sums of the earlier phases on its pixels; the partials added in reverse order.
         FlicCompute engine;
         engine.setTileSize(c.tile);
         engine.seedingMethod = c.seeding;
         engine.setNumSubPixels(c.S);
         engine.setFilterLength(8);
         engine.extensionLength = 24;
+        std::vector<int> phaseOf;
+        int phases = engine.tilePhases(&field, &texture, phaseOf);
+        ASSERT_GT(phases, 1) << label;
         int tilesX, tilesY;
         engine.tileGrid(texture.width, texture.height, tilesX, tilesY);
-        std::vector<int> records(static_cast<size_t>(texture.width) * texture.height *
-                                 (c.S * c.S + c.channels));
+        int stride = c.S * c.S + c.channels;
+        std::vector<FlicCompute::TileWindow> partials(tilesX * tilesY);
+        for (int phase = 0; phase < phases; phase++)
+            for (int tile = tilesX * tilesY - 1; tile >= 0; tile--) {
+                if (phaseOf[tile] != phase) continue;
+                int x0 = tile % tilesX * c.tile, y0 = tile / tilesX * c.tile;
+                int w = std::min(c.tile, texture.width - x0),
+                    h = std::min(c.tile, texture.height - y0);
+                std::vector<int> earlier(static_cast<size_t>(w) * h * stride);
+                for (int other = 0; other < tilesX * tilesY; other++)
+                    if (phaseOf[other] < phase)
+                        FlicCompute::addToArea(partials[other], x0, y0, w, h, earlier.data(),
+                                               false);
+                ASSERT_EQ(engine.computeTile(&field, &texture, tile, partials[tile], nullptr,
+                                             nullptr, earlier.data()),
+                          1);
+            }
+        std::vector<int> records(static_cast<size_t>(texture.width) * texture.height * stride);
         int lines = 0;
         long long partialHits = 0;
         for (int tile = tilesX * tilesY - 1; tile >= 0; tile--) {
-            FlicCompute::TileWindow partial;
-            ASSERT_EQ(engine.computeTile(&field, &texture, tile, partial), 1);
+            const FlicCompute::TileWindow& partial = partials[tile];
             FlicCompute::addTile(partial, records.data());
             lines += partial.numFieldLines;
             partialHits += hitsIn(partial.records, partial.stride, c.S * c.S);
