@@ -92,7 +92,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
 // Seeds a line in cell (i, j) of pixel (x, y) unless a line already covers that cell.
 void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap) {
     int pixel = y * texWidth + x;
-    const int* record = window ? window->windowRecord(pixel)
+    const int* record = window ? window->records.data() + windowSlot(*window, pixel)
                                : accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
     if (record[j * numSubPixels + i] != 0) return;
     if (coveredRecords &&
