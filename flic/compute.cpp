@@ -99,6 +99,9 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
     watch.reset();
     watch.start();
     derive(field, texture);
+    endsEarly = false; // prepareModes decides, once the buffers exist
+    noDataCells = nullptr;
+    weightPrefix = nullptr;
 
     // A second start without stop does not leak the previous buffers.
     freeBuffers();
@@ -128,6 +131,7 @@ void FlicCompute::derive(FlicVectorField* field, FlicImage* texture) {
     FlicIntegrator* pair[2] = {forward, backward};
     for (FlicIntegrator* integrator : pair) {
         if (!integrator) continue;
+        integrator->orientation = orientation;
         integrator->stepLength = integratorStep;
         integrator->setField(field->width, field->height, field->vectors());
     }
@@ -146,11 +150,16 @@ void FlicCompute::derive(FlicVectorField* field, FlicImage* texture) {
 }
 
 // The work arrays of one line, sized for the longest line of the current settings.
+// The sample and sum arrays have N entries of room on both sides, where a line that ends early
+// is continued with zero samples so that the running sums give the kernel part it covers.
 int FlicCompute::allocateLineBuffers() {
     long long lineLength = 2LL * maxSteps + 1;
+    long long room = kernelSteps > 0 ? kernelSteps : 0;
     points = static_cast<PointRecord*>(malloc(sizeof(PointRecord) * lineLength));
-    samples = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
-    sums = static_cast<int*>(malloc(sizeof(int) * lineLength * texChannels));
+    samplesBase = static_cast<int*>(malloc(sizeof(int) * (lineLength + 2 * room) * texChannels));
+    sumsBase = static_cast<int*>(malloc(sizeof(int) * (lineLength + 2 * room) * texChannels));
+    samples = samplesBase ? samplesBase + room * texChannels : nullptr;
+    sums = sumsBase ? sumsBase + room * texChannels : nullptr;
     positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
     windowSlots = static_cast<int*>(malloc(sizeof(int) * lineLength));
     return points && samples && sums && positions && windowSlots;
@@ -159,8 +168,9 @@ int FlicCompute::allocateLineBuffers() {
 void FlicCompute::freeBuffers() {
     free(points);
     free(accum);
-    free(samples);
-    free(sums);
+    free(samplesBase);
+    free(sumsBase);
+    samplesBase = sumsBase = nullptr;
     free(positions);
     free(windowSlots);
     windowSlots = nullptr;

@@ -38,6 +38,9 @@ class FlicCompute {
     // formula, respectively the bilinear lookup), and every int is a value of these types.
     enum FilterKernel : int { BOX = 0, TRIANGLE = 1, CUBIC = 2 };
     enum InterpolationMethod : int { CONSTANT = 0, BILINEAR = 1 };
+    // What a line does at the field's edge along one axis: PERIODIC, the default, goes on past
+    // it (sampled at wrapped positions); CLOSED ends the line there.
+    enum BorderMode : int { PERIODIC = 0, CLOSED = 1 };
 
     // One point of the current field line: output pixel, sub-pixel cell, integrator status.
     struct PointRecord {
@@ -92,6 +95,20 @@ class FlicCompute {
     int tileSize = 0;
     // Threads of the tiled mode: 0 = every core the system reports, 1 = the calling thread.
     int numThreads = 0;
+    // Modes for real data (all off by default). A line that ends at a closed border or at a
+    // no-data cell gives its points near that end values of the kernel part it covers, with
+    // the weights renormalised to that part.
+    BorderMode borderX = PERIODIC, borderY = PERIODIC;
+    // 1: lines end where they enter a no-data cell: a cell with a corner node whose vector has
+    // a NaN component or, with noDataMask, whose mask value is 0.
+    int noData = 0;
+    FlicImage* noDataMask = nullptr; // optional, one channel of the field's size; not owned
+    // 1: an orientation field: the sign of its vectors is ignored (v and -v are one direction).
+    int orientation = 0;
+    // Passes > 1 feed each picture back as the texture of the next pass.
+    int passes = 1;
+    // Optional output: 255 where at least one line reached the pixel, 0 elsewhere; not owned.
+    FlicImage* coverage = nullptr;
 
     // The partial accumulation of one tile: the records (S^2 hit counters, then one sum per
     // channel) of a window of output pixels around the tile, wide enough for the lines seeded
@@ -135,6 +152,22 @@ class FlicCompute {
     void setTileSize(int size) { tileSize = size; }
     // Threads for the tiled mode, 0 (all cores) to 1024. Checked by compute.
     void setNumThreads(int count) { numThreads = count; }
+    // Border mode of each axis (PERIODIC or CLOSED).
+    void setBorders(BorderMode x, BorderMode y) {
+        borderX = x;
+        borderY = y;
+    }
+    // No-data mode on (1) or off (0), with an optional mask of the field's size (0 = no data).
+    void setNoData(int on, FlicImage* mask = nullptr) {
+        noData = on;
+        noDataMask = mask;
+    }
+    // Orientation mode on (1) or off (0).
+    void setOrientation(int on) { orientation = on; }
+    // Number of passes, 1 to 16.
+    void setPasses(int count) { passes = count; }
+    // Where compute writes its coverage image (null: nowhere).
+    void setCoverageImage(FlicImage* image) { coverage = image; }
     // Stores the threshold and hands it to each installed integrator.
     void setNormalization(float value);
     // Installs a progress callback (null removes it), called with `user` from the seeding
@@ -197,8 +230,10 @@ class FlicCompute {
     // sums each) into `output`, as compute's last step: truncating, low byte, 0 without hits.
     // Adds the hits to `totalHitsOut` when it is not null. Returns 1, or 0 when the output
     // cannot be sized (reported).
+    // With `coverageOut`, also makes the coverage image (255 where a pixel has hits, else 0).
     static int normalizeRecords(const int* records, int width, int height, int subCells,
-                                int channels, FlicImage* output, int* totalHitsOut = nullptr);
+                                int channels, FlicImage* output, int* totalHitsOut = nullptr,
+                                FlicImage* coverageOut = nullptr);
 
     // Prepares one computation: reports the parameters, starts the watch, derives N, M and the
     // scales, binds the integrators and allocates the work buffers.
@@ -221,6 +256,27 @@ class FlicCompute {
     int progressPercent = 0;      // whole percent reported so far in this computation
     TileWindow* window = nullptr; // set while this engine traces one tile
     int* windowSlots = nullptr;   // per point of a line: its record in the window, or -1
+    // Real-data modes, prepared by derive: whether a line may end early, the no-data cells
+    // ((field width - 1) x (field height - 1), 1 = no data) and the prefix sums of the
+    // kernel's weights over its 2N offsets (see trace.cpp); tracers share the parent's.
+    bool endsEarly = false;
+    std::vector<unsigned char> noDataCellStore;
+    std::vector<long long> weightPrefixStore;
+    std::vector<double> squarePrefixStore; // prefix sums of the squared weights
+    std::vector<double> textureMeanStore;  // per channel
+    const unsigned char* noDataCells = nullptr;
+    const long long* weightPrefix = nullptr;
+    const double* squarePrefix = nullptr;
+    const double* textureMean = nullptr;
+    int* samplesBase = nullptr; // the line arrays with N entries of room on both sides
+    int* sumsBase = nullptr;
+    int prepareModes();
+    int checkModes(FlicVectorField* field) const;
+    int computeOnce(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
+                    FlicImage* seedMap);
+    bool keepsPoint(const Vec2f& p) const;
+    void endLineEarly(int& lo, int& hi, bool& cutLo, bool& cutHi);
+    void accumulateCut(int lo, int hi, bool cutLo, bool cutHi);
     // Tiled mode: checks the settings, runs the tiles on the threads, merges and normalises.
     void derive(FlicVectorField* field, FlicImage* texture);
     int allocateLineBuffers();

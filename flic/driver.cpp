@@ -48,10 +48,26 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
         return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
     if (mask && (mask->width != field->width || mask->height != field->height))
         return flic_info("field and mask must have the same size");
-    if (!checkInputs(field, texture, output, mask, seedMap) || !checkTileSettings()) return 0;
+    if (!checkInputs(field, texture, output, mask, seedMap) || !checkTileSettings() ||
+        !checkModes(field))
+        return 0;
+    if (passes == 1) return computeOnce(field, texture, output, mask, seedMap);
+    // Each further pass takes the previous picture as its texture.
+    FlicImage picture;
+    if (!computeOnce(field, texture, &picture, mask, seedMap)) return 0;
+    for (int pass = 2; pass <= passes; pass++) {
+        FlicImage next;
+        if (!computeOnce(field, &picture, pass == passes ? output : &next, mask, seedMap)) return 0;
+        if (pass < passes) picture.swap(next);
+    }
+    return 1;
+}
 
+// One picture from one texture: start, seeding, normalisation, stop.
+int FlicCompute::computeOnce(FlicVectorField* field, FlicImage* texture, FlicImage* output,
+                             FlicImage* mask, FlicImage* seedMap) {
     start(field, texture);
-    if (!points || !accum || !samples || !sums || !positions) {
+    if (!points || !accum || !samples || !sums || !positions || !prepareModes()) {
         stop();
         return flic_error("LIC: no memory for the work buffers");
     }
@@ -61,6 +77,7 @@ int FlicCompute::compute(FlicVectorField* field, FlicImage* texture, FlicImage* 
     }
     if (kernelSteps == 0) {
         *output = *texture;
+        if (coverage && coverage->setSize(texWidth, texHeight, 1)) coverage->clear(255);
         stop();
         return 1;
     }
@@ -182,12 +199,14 @@ void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
 
 // Divides every pixel's channel sums by its hits (truncating; low byte, no clamping).
 void FlicCompute::normalize(FlicImage* output) {
-    normalizeRecords(accum, texWidth, texHeight, numSubCells, texChannels, output, &totalHits);
+    normalizeRecords(accum, texWidth, texHeight, numSubCells, texChannels, output, &totalHits,
+                     coverage);
 }
 
 // The usual small hit counts divide through a table of fixed divisors.
 int FlicCompute::normalizeRecords(const int* records, int width, int height, int subCells,
-                                  int channels, FlicImage* output, int* totalHitsOut) {
+                                  int channels, FlicImage* output, int* totalHitsOut,
+                                  FlicImage* coverageOut) {
     if (!output->setSize(width, height, channels)) return 0;
     FixedDivisor divisors[kDivisorTableSize];
     for (int d = 1; d < kDivisorTableSize; d++)
@@ -213,5 +232,15 @@ int FlicCompute::normalizeRecords(const int* records, int width, int height, int
         }
     }
     if (totalHitsOut) *totalHitsOut = wrapAdd(*totalHitsOut, total);
+    if (coverageOut && coverageOut->setSize(width, height, 1)) {
+        const int stride = subCells + channels;
+        for (int p = 0; p < pixels; p++) {
+            int hits = 0;
+            for (int s = 0; s < subCells; s++)
+                hits |= records[static_cast<std::ptrdiff_t>(p) * stride + s];
+            coverageOut->data[static_cast<std::ptrdiff_t>(p / width) * coverageOut->bytesPerLine +
+                              p % width] = hits ? 255 : 0;
+        }
+    }
     return 1;
 }

@@ -21,8 +21,38 @@ FLIC_ALWAYS_INLINE bool inside(const FlicIntegrator& in, float x, float y) {
     return x >= 0.0f && x <= in.xMax && y >= 0.0f && y <= in.yMax;
 }
 
+// A corner vector turned, if need be, to agree with the heading (orientation fields). One at
+// right angles to the heading takes its canonical sign (x > 0, or x = 0 and y > 0), and adding 0
+// turns a negative zero into zero: the result never depends on the sign stored at the node.
+FLIC_ALWAYS_INLINE Vec2f agreeing(const Vec2f& corner, const Vec2f& heading) {
+    float dot = corner.x * heading.x + corner.y * heading.y;
+    bool flip =
+        dot < 0.0f || (dot == 0.0f && (corner.x < 0.0f || (corner.x == 0.0f && corner.y < 0.0f)));
+    if (!flip) return Vec2f{corner.x + 0.0f, corner.y + 0.0f};
+    return Vec2f{-corner.x + 0.0f, -corner.y + 0.0f};
+}
+
+// Bilinear interpolation of the four corners of an orientation field's cell, each turned to
+// agree with the line's heading.
+Vec2f interpolateOriented(const FlicIntegrator& in, float x, float y) {
+    int ix = static_cast<int>(x);
+    int iy = static_cast<int>(y);
+    float fx = x - ix;
+    float fy = y - iy;
+    const Vec2f* a = in.field + static_cast<std::ptrdiff_t>(iy) * in.width + ix;
+    const Vec2f* c = a + in.width;
+    Vec2f a0 = agreeing(a[0], in.heading), a1 = agreeing(a[1], in.heading);
+    Vec2f c0 = agreeing(c[0], in.heading), c1 = agreeing(c[1], in.heading);
+    float fxy = fx * fy;
+    Vec2f v;
+    v.x = a0.x + (a1.x - a0.x) * fx + (c0.x - a0.x) * fy + fxy * (a0.x - c0.x - a1.x + c1.x);
+    v.y = a0.y + (a1.y - a0.y) * fx + (c0.y - a0.y) * fy + fxy * (a0.y - c0.y - a1.y + c1.y);
+    return v;
+}
+
 // Bilinear interpolation of the four nodes around an admissible point (x, y).
 FLIC_ALWAYS_INLINE Vec2f interpolate(const FlicIntegrator& in, float x, float y) {
+    if (in.orientation) return interpolateOriented(in, x, y);
     int ix = static_cast<int>(x);
     int iy = static_cast<int>(y);
     float fx = x - ix;
@@ -51,6 +81,7 @@ FLIC_ALWAYS_INLINE int sampleField(FlicIntegrator& in, float x, float y, Vec2f& 
     float speed = sqrtf(v.x * v.x + v.y * v.y);
     in.speed = speed;
     if (static_cast<double>(speed) < 1e-10 || std::isnan(speed)) return SAMPLE_INVALID;
+    if (in.orientation) in.heading = v;
     float s = scaleFor(in, speed);
     out.x = v.x * s;
     out.y = v.y * s;
@@ -71,7 +102,8 @@ FLIC_ALWAYS_INLINE void sampleWhileRunning(FixedIntegrator& in, float x, float y
 
 FlicIntegrator::FlicIntegrator(int direction)
     : stepLength(0.0f), status(0), direction(static_cast<float>(direction)), width(0), height(0),
-      xMax(-1.001f), yMax(-1.001f), field(nullptr), speed(0.0f), normalization(0.0f) {}
+      xMax(-1.001f), yMax(-1.001f), field(nullptr), speed(0.0f), normalization(0.0f),
+      orientation(0), heading{0.0f, 0.0f} {}
 
 FlicIntegrator::~FlicIntegrator() {}
 
@@ -109,6 +141,7 @@ FixedIntegrator::FixedIntegrator(int direction) : FlicIntegrator(direction) {
 FixedIntegrator::~FixedIntegrator() {}
 
 void FixedIntegrator::init(const Vec2f& p, const Vec2f& v) {
+    heading = v;
     position = p;
     tangent.x = direction * v.x;
     tangent.y = direction * v.y;
@@ -201,6 +234,7 @@ AdaptiveIntegrator::AdaptiveIntegrator(float tolerance, float initialStep, float
 AdaptiveIntegrator::~AdaptiveIntegrator() {}
 
 void AdaptiveIntegrator::init(const Vec2f& p, const Vec2f& v) {
+    heading = v;
     p1 = p;
     position = p;
     d1.x = direction * v.x;
@@ -291,6 +325,7 @@ FLIC_ALWAYS_INLINE bool AdaptiveIntegrator::integrateTo(bool trackSpeed) {
         t0 = t1;
         if (trackSpeed) speed0 = speed;
         step(p0, d0, stepSize, hdid, p1, d1);
+        if (orientation) heading = Vec2f{direction * d1.x, direction * d1.y};
         float advanced = t1 + hdid;
         if (!(advanced > t1)) return false;
         t1 = advanced;

@@ -27,6 +27,11 @@ class FlicIntegrator {
     Vec2f* field;        // the bound field's values, row-major; not owned
     float speed;         // field magnitude at the most recent sample (before scaling)
     float normalization; // vectors slower than this are divided by it instead of their length
+    // Orientation fields (1): the sign of the field's vectors is ignored. Each sample flips the
+    // cell's corner vectors to agree with `heading`, the field direction the line follows
+    // (set by init, and by every accepted sample or step), before interpolating them.
+    int orientation;
+    Vec2f heading;
 
     virtual ~FlicIntegrator();
     // Starts a line at point p with the (already scaled) field direction v at p.

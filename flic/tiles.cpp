@@ -302,6 +302,15 @@ int FlicCompute::becomeTracerOf(const FlicCompute& parent) {
     texture = parent.texture;
     getPixel = parent.getPixel;
     tileSize = parent.tileSize;
+    borderX = parent.borderX;
+    borderY = parent.borderY;
+    noData = parent.noData;
+    orientation = parent.orientation;
+    endsEarly = parent.endsEarly;
+    noDataCells = parent.noDataCells;
+    weightPrefix = parent.weightPrefix;
+    squarePrefix = parent.squarePrefix;
+    textureMean = parent.textureMean;
     delete forward;
     delete backward;
     forward = parent.forward->clone();
@@ -566,8 +575,10 @@ int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int til
     tileGrid(texture->width, texture->height, tilesX, tilesY);
     if (tile < 0 || tile >= tilesX * tilesY)
         return flic_error("LIC: tile %d outside 0 .. %d", tile, tilesX * tilesY - 1);
+    if (!checkModes(field)) return 0;
     derive(field, texture);
     freeBuffers();
+    if (!prepareModes()) return flic_error("LIC: no memory for tile %d", tile);
     setUpWindow(tile, partial);
     coveredRecords = earlier;
     coveredX0 = partial.tileX0;

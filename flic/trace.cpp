@@ -22,10 +22,29 @@ Vec2f FlicCompute::seedVector(const Vec2f& seed) const {
     float fx = seed.x - ix, fy = seed.y - iy;
     int right = ix >= w - 1 ? ix - 1 : ix + 1;
     int up = iy >= h - 1 ? iy - 1 : iy + 1;
-    const Vec2f& P = data[static_cast<std::ptrdiff_t>(iy) * w + ix];
-    const Vec2f& Q = data[static_cast<std::ptrdiff_t>(iy) * w + right];
-    const Vec2f& R = data[static_cast<std::ptrdiff_t>(up) * w + ix];
-    const Vec2f& T = data[static_cast<std::ptrdiff_t>(up) * w + right];
+    Vec2f P = data[static_cast<std::ptrdiff_t>(iy) * w + ix];
+    Vec2f Q = data[static_cast<std::ptrdiff_t>(iy) * w + right];
+    Vec2f R = data[static_cast<std::ptrdiff_t>(up) * w + ix];
+    Vec2f T = data[static_cast<std::ptrdiff_t>(up) * w + right];
+    if (orientation) { // an orientation field: the corners agree with the first non-zero one
+        Vec2f reference = P;
+        for (const Vec2f* corner : {&Q, &R, &T})
+            if (reference.x == 0.0f && reference.y == 0.0f) reference = *corner;
+        // The reference itself in its canonical sign (x > 0, or x = 0 and y > 0); corners at
+        // right angles to it as well; -0 reads as +0: nothing depends on the stored signs.
+        if (reference.x < 0.0f || (reference.x == 0.0f && reference.y < 0.0f))
+            reference = Vec2f{-reference.x, -reference.y};
+        for (Vec2f* corner : {&P, &Q, &R, &T}) {
+            float dot = corner->x * reference.x + corner->y * reference.y;
+            if (dot < 0.0f ||
+                (dot == 0.0f && (corner->x < 0.0f || (corner->x == 0.0f && corner->y < 0.0f)))) {
+                corner->x = -corner->x;
+                corner->y = -corner->y;
+            }
+            corner->x = corner->x + 0.0f;
+            corner->y = corner->y + 0.0f;
+        }
+    }
     Vec2f v;
     v.x = P.x + (Q.x - P.x) * fx + (R.x - P.x) * fy + fx * fy * (P.x - R.x - Q.x + T.x);
     v.y = P.y + (Q.y - P.y) * fx + (R.y - P.y) * fy + fx * fy * (P.y - R.y - Q.y + T.y);
@@ -39,6 +58,7 @@ void FlicCompute::sample(const Vec2f& seed) {
     // Seeds outside the field would read beyond its nodes.
     if (!(seed.x >= 0.0f && seed.x < field->width && seed.y >= 0.0f && seed.y < field->height))
         return;
+    if (noDataCells && !keepsPoint(seed)) return; // no line from a no-data cell
     Vec2f v = seedVector(seed);
     float length2 = v.x * v.x + v.y * v.y;
     if (length2 == 0.0f || std::isnan(length2)) return;
@@ -46,6 +66,12 @@ void FlicCompute::sample(const Vec2f& seed) {
     float length = sqrtf(length2);
     v.x = v.x / length;
     v.y = v.y / length;
+    if (orientation && (v.x < 0.0f || (v.x == 0.0f && v.y < 0.0f))) {
+        // An orientation field has no sign: a line starts along the canonical one of +-v, so
+        // that the picture does not depend on the signs stored at the nodes.
+        v.x = -v.x;
+        v.y = -v.y;
+    }
 
     // The engine's own lookups are inlined into the line loop; textures without a wrap period
     // and lookups installed by the host go through the pointer.
@@ -240,6 +266,36 @@ struct WindowSink {
     }
 };
 
+// The divisor of a whole kernel of half-length N: 2N, N^2 or 8 N^3 / 27.
+FixedDivisor kernelDivisor(int kernel, long long n) {
+    return FixedDivisor(kernel == FlicCompute::TRIANGLE ? n * n
+                        : kernel == FlicCompute::CUBIC  ? 8 * n * n * n / 27
+                                                        : 2 * n);
+}
+
+// What the values of a cut line need: prefix sums of the kernel's weights and of their squares
+// over the offsets -N .. N - 1, the whole kernel's squares-to-sum-squared ratio and the texture's
+// mean per channel.
+struct CutKernel {
+    const long long* weightPrefix;
+    const double* squarePrefix;
+    double wholeShare;
+    const double* textureMean;
+};
+
+// The kernel's running-sum formula at running sums s of channel ch (offsets `far` = N and
+// `near` = N / 3 points, in entries): the weighted sum of the samples around the point.
+template <int KERNEL>
+FLIC_ALWAYS_INLINE int kernelNumerator(const int* s, int ch, std::ptrdiff_t far,
+                                       std::ptrdiff_t near) {
+    if (KERNEL == FlicCompute::TRIANGLE)
+        return wrapSub(wrapAdd(s[ch + far], s[ch - far]), wrapMul(2, s[ch]));
+    if (KERNEL == FlicCompute::CUBIC)
+        return wrapSub(wrapSub(s[ch + far], wrapMul(3, wrapSub(s[ch + near], s[ch - near]))),
+                       s[ch - far]);
+    return wrapSub(s[ch + far], s[ch - far]);
+}
+
 template <int KERNEL, bool SINGLE_CHANNEL, class SINK>
 void accumulateLine(const int* running, const FlicCompute::PointRecord* points, const SINK& sink,
                     int lo, int hi, int N, int channels, int numSubCells, unsigned pixels,
@@ -257,19 +313,70 @@ void accumulateLine(const int* running, const FlicCompute::PointRecord* points, 
         record[point.cell] = wrapAdd(record[point.cell], 1);
         int* channelSums = record + numSubCells;
         const int* s = running + static_cast<std::ptrdiff_t>(k) * C;
+        for (int ch = 0; ch < C; ch++)
+            channelSums[ch] =
+                wrapAdd(channelSums[ch], divisor.divide(kernelNumerator<KERNEL>(s, ch, far, near)));
+    }
+}
+
+// The same for a line that ended early on one side or both: the points kLo .. kHi, each divided
+// by the sum of the weights over the samples lo .. hi its kernel covers (weightPrefix: prefix
+// sums of the weights of the offsets -N .. N - 1); a point whose kernel covers the whole line
+// part divides as accumulateLine does.
+template <int KERNEL, class SINK>
+void accumulateCutLine(const FlicCompute& e, const int* running, const SINK& sink, int lo, int hi,
+                       int kLo, int kHi, const FixedDivisor& divisor, const CutKernel& cut) {
+    const long long* weightPrefix = cut.weightPrefix;
+    const int N = e.kernelSteps, C = e.texChannels, numSubCells = e.numSubCells;
+    const std::ptrdiff_t far = static_cast<std::ptrdiff_t>(N) * C;
+    const std::ptrdiff_t near = static_cast<std::ptrdiff_t>(N / 3) * C;
+    const unsigned pixels = static_cast<unsigned>(e.texWidth) * static_cast<unsigned>(e.texHeight);
+    for (int k = kLo; k <= kHi; k++) {
+        const FlicCompute::PointRecord& point = e.points[k];
+        if (static_cast<unsigned>(point.pixel) >= pixels ||
+            static_cast<unsigned>(point.cell) >= static_cast<unsigned>(numSubCells))
+            continue;
+        int first = lo - k > -N ? lo - k : -N, last = hi - k < N - 1 ? hi - k : N - 1;
+        bool whole = first == -N && last == N - 1;
+        long long weight = weightPrefix[last + N + 1] - weightPrefix[first + N];
+        if (!whole && weight <= 0) continue;
+        double spread = 1.0; // the part's spread brought to the whole kernel's
+        if (!whole) {
+            double squares = cut.squarePrefix[last + N + 1] - cut.squarePrefix[first + N];
+            double w = static_cast<double>(weight);
+            spread = std::sqrt(cut.wholeShare / (squares / (w * w)));
+        }
+        int* record = sink.record(k, point.pixel);
+        record[point.cell] = wrapAdd(record[point.cell], 1);
+        int* channelSums = record + numSubCells;
+        const int* s = running + static_cast<std::ptrdiff_t>(k) * C;
         for (int ch = 0; ch < C; ch++) {
-            int numerator;
-            if (KERNEL == FlicCompute::TRIANGLE)
-                numerator = wrapSub(wrapAdd(s[ch + far], s[ch - far]), wrapMul(2, s[ch]));
-            else if (KERNEL == FlicCompute::CUBIC)
-                numerator =
-                    wrapSub(wrapSub(s[ch + far], wrapMul(3, wrapSub(s[ch + near], s[ch - near]))),
-                            s[ch - far]);
-            else
-                numerator = wrapSub(s[ch + far], s[ch - far]);
-            channelSums[ch] = wrapAdd(channelSums[ch], divisor.divide(numerator));
+            int numerator = kernelNumerator<KERNEL>(s, ch, far, near);
+            int value;
+            if (whole) {
+                value = divisor.divide(numerator);
+            } else {
+                double mean = cut.textureMean[ch];
+                double v = mean + (numerator / static_cast<double>(weight) - mean) * spread;
+                value = v <= 0.0 ? 0 : v >= 255.0 ? 255 : static_cast<int>(v);
+            }
+            channelSums[ch] = wrapAdd(channelSums[ch], value);
         }
     }
+}
+
+template <class SINK>
+void accumulateCutKernel(const FlicCompute& e, const int* samples, const int* sums,
+                         const SINK& sink, int lo, int hi, int kLo, int kHi,
+                         const FixedDivisor& divisor, const CutKernel& weightPrefix) {
+    if (e.filterKernel == FlicCompute::TRIANGLE)
+        accumulateCutLine<FlicCompute::TRIANGLE>(e, samples, sink, lo, hi, kLo, kHi, divisor,
+                                                 weightPrefix);
+    else if (e.filterKernel == FlicCompute::CUBIC)
+        accumulateCutLine<FlicCompute::CUBIC>(e, sums, sink, lo, hi, kLo, kHi, divisor,
+                                              weightPrefix);
+    else
+        accumulateCutLine<FlicCompute::BOX>(e, sums, sink, lo, hi, kLo, kHi, divisor, weightPrefix);
 }
 
 // The line's values through the accumulation of the engine's kernel and channel count.
@@ -316,6 +423,8 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
     positions[c] = seed;
     int hi = traceSide(forward, 1);
     int lo = traceSide(backward, -1);
+    bool cutLo = false, cutHi = false;
+    if (endsEarly) endLineEarly(lo, hi, cutLo, cutHi);
 
     // Sampling after tracing, in a loop of its own, lets the texture reads of many points be
     // under way at once. Pixels and cells are needed only where values are accumulated.
@@ -332,13 +441,18 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
 #endif
     for (; i <= hi; i++)
         recorder.sampleTexture(i, positions[i].x, positions[i].y);
+    // Values go to lo + N .. hi - N, and on to each end where the line was cut.
+    int first = cutLo ? lo : lo + kernelSteps, last = cutHi ? hi : hi - kernelSteps;
     if (window)
-        for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
+        for (int i = first; i <= last; i++)
             recorder.template locatePixel<true>(i, positions[i].x, positions[i].y);
     else
-        for (int i = lo + kernelSteps; i <= hi - kernelSteps; i++)
+        for (int i = first; i <= last; i++)
             recorder.template locatePixel<false>(i, positions[i].x, positions[i].y);
-    convolve(lo, hi);
+    if (cutLo || cutHi)
+        accumulateCut(lo, hi, cutLo, cutHi);
+    else
+        convolve(lo, hi);
 }
 
 // One running-sum pass over the line: out[c] = 0 and out[i + 1] - out[i] = in[i] for every
@@ -394,11 +508,37 @@ void FlicCompute::convolve(int lo, int hi) {
         runningSums(samples, sums, lo, hi);
     if (kernel == CUBIC) runningSums(samples, sums, lo, hi);
 
-    long long n = kernelSteps;
-    FixedDivisor divisor(kernel == TRIANGLE ? n * n : kernel == CUBIC ? 8 * n * n * n / 27 : 2 * n);
+    FixedDivisor divisor = kernelDivisor(kernel, kernelSteps);
     if (window)
         accumulateKernel(*this, WindowSink{window, windowSlots, window->records.data()}, lo, hi,
                          divisor);
     else
         accumulateKernel(*this, PictureSink{accum, recordStride}, lo, hi, divisor);
+}
+
+// A line that ended early (cut on the sides said): zero samples continue it past each cut end,
+// the running sums run over the continued line, and the points up to each cut end get values.
+void FlicCompute::accumulateCut(int lo, int hi, bool cutLo, bool cutHi) {
+    const int N = kernelSteps, C = texChannels, kernel = filterKernel;
+    int padLo = cutLo ? lo - N : lo, padHi = cutHi ? hi + N : hi;
+    for (std::ptrdiff_t e = static_cast<std::ptrdiff_t>(hi + 1) * C; e < (padHi + 1) * C; e++)
+        samples[e] = 0;
+    for (std::ptrdiff_t e = static_cast<std::ptrdiff_t>(padLo) * C; e < lo * C; e++)
+        samples[e] = 0;
+    if (kernel == TRIANGLE || kernel == CUBIC)
+        runningSumsTwice(padLo, padHi);
+    else
+        runningSums(samples, sums, padLo, padHi);
+    if (kernel == CUBIC) runningSums(samples, sums, padLo, padHi);
+    int kLo = cutLo ? lo : lo + N, kHi = cutHi ? hi : hi - N;
+    FixedDivisor divisor = kernelDivisor(kernel, N);
+    double whole = static_cast<double>(weightPrefix[2 * N]);
+    CutKernel cut{weightPrefix, squarePrefix, squarePrefix[2 * N] / (whole * whole), textureMean};
+    if (window)
+        accumulateCutKernel(*this, samples, sums,
+                            WindowSink{window, windowSlots, window->records.data()}, lo, hi, kLo,
+                            kHi, divisor, cut);
+    else
+        accumulateCutKernel(*this, samples, sums, PictureSink{accum, recordStride}, lo, hi, kLo,
+                            kHi, divisor, cut);
 }
