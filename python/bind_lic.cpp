@@ -9,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <vector>
 #include <string>
 
 using namespace mp;
@@ -118,13 +119,25 @@ struct LicSettings {
     int seeding = 1;
     int interpolation = FlicCompute::BILINEAR;
     float normalization = 0.0f;
-    int tile = 256;   // 0: the serial engine
-    int threads = 0;  // 0: every core
+    int tile = 256;  // 0: the serial engine
+    int threads = 0; // 0: every core
+    int border[2] = {FlicCompute::PERIODIC, FlicCompute::PERIODIC};
+    int orientation = 0;
+    int passes = 1;
 };
 
-// Runs the engine; returns its result. Called without the GIL.
+// Whether any node of the field has a NaN component: then it has no-data nodes.
+bool hasNaN(const FlicVectorField& field) {
+    long long nodes = static_cast<long long>(field.width) * field.height;
+    for (long long k = 0; k < nodes; k++)
+        if (std::isnan(field.vectors()[k].x) || std::isnan(field.vectors()[k].y)) return true;
+    return false;
+}
+
+// Runs the engine; returns its result. Called without the GIL. With `coverage`, lines end at
+// no-data nodes and the coverage image is made.
 int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* texture,
-              FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
+              FlicImage* output, FlicImage* mask, FlicImage* seedMap, FlicImage* coverage) {
     FlicCompute engine;
     engine.setFilterLength(settings.length);
     engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(settings.kernel));
@@ -136,6 +149,14 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
     engine.setNormalization(settings.normalization);
     engine.setTileSize(settings.tile);
     engine.setNumThreads(settings.threads);
+    engine.setBorders(static_cast<FlicCompute::BorderMode>(settings.border[0]),
+                      static_cast<FlicCompute::BorderMode>(settings.border[1]));
+    engine.setOrientation(settings.orientation);
+    engine.setPasses(settings.passes);
+    if (coverage) {
+        engine.setNoData(1);
+        engine.setCoverageImage(coverage);
+    }
     return engine.compute(field, texture, output, mask, seedMap);
 }
 
@@ -143,7 +164,8 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                const std::string& kernel, const std::string& integrator, long long subpixels,
                const std::string& seeding, const std::string& interpolation, double normalization,
                const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
-               py::object threads, long long tile) {
+               py::object threads, long long tile, py::object border, bool orientation,
+               long long passes) {
     LicSettings settings;
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
@@ -163,6 +185,22 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     if (tile != 0 && (tile < 8 || tile > (1 << 20)))
         throw py::value_error("tile must be 0 (the serial engine) or 8 .. 1048576 pixels");
     settings.tile = static_cast<int>(tile);
+    std::vector<std::string> borders;
+    if (py::isinstance<py::str>(border)) {
+        borders.assign(2, border.cast<std::string>());
+    } else {
+        for (py::handle mode : border.cast<py::sequence>())
+            borders.push_back(py::cast<std::string>(mode));
+        if (borders.size() != 2)
+            throw py::value_error("border must be 'periodic', 'closed' or a pair of them");
+    }
+    for (int axis = 0; axis < 2; axis++)
+        settings.border[axis] = choose(
+            borders[axis], {{"periodic", FlicCompute::PERIODIC}, {"closed", FlicCompute::CLOSED}},
+            "border");
+    settings.orientation = orientation ? 1 : 0;
+    if (passes < 1 || passes > 16) throw py::value_error("passes must be 1 .. 16");
+    settings.passes = static_cast<int>(passes);
     if (!threads.is_none()) {
         long long count = threads.cast<long long>();
         if (count < 1 || count > 1024) throw py::value_error("threads must be 1 .. 1024 or None");
@@ -211,7 +249,8 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                               "values at the seeds");
     }
 
-    FlicImage output, seedMap;
+    FlicImage output, seedMap, coverage;
+    bool noData = hasNaN(*field.field);
     MessageScope scope;
     int ok = withoutGil([&] {
         if (textureImage == &noiseTexture || zoomTexture) {
@@ -224,13 +263,18 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
             }
         }
         return runEngine(settings, field.field, textureImage, &output, maskInput.image.get(),
-                         returnSeedmap ? &seedMap : nullptr);
+                         returnSeedmap ? &seedMap : nullptr, noData ? &coverage : nullptr);
     });
     if (!ok) raiseValueError(scope.errors(), "the LIC computation failed");
     scope.deliverInfo();
 
-    py::array picture = adoptImage(output);
-    if (!returnSeedmap) return std::move(picture);
+    py::object picture = adoptImage(output);
+    if (noData) { // pixels no line reached are masked
+        py::array reached = adoptImage(coverage);
+        picture = py::module_::import("numpy.ma")
+                      .attr("masked_array")(picture, py::arg("mask") = reached.attr("__eq__")(0));
+    }
+    if (!returnSeedmap) return picture;
     return py::make_tuple(picture, adoptImage(seedMap));
 }
 
@@ -243,7 +287,8 @@ void bindLic(py::module_& m) {
           py::arg("seeding") = "pattern", py::arg("interpolation") = "bilinear",
           py::arg("normalization") = 0.0, py::arg("noise") = "uniform", py::arg("seed") = 1,
           py::arg("mask") = py::none(), py::arg("return_seedmap") = false,
-          py::arg("threads") = py::none(), py::arg("tile") = 256,
+          py::arg("threads") = py::none(), py::arg("tile") = 256, py::arg("border") = "periodic",
+          py::arg("orientation") = false, py::arg("passes") = 1,
           R"doc(Line integral convolution of a vector field: a uint8 picture as a numpy array.
 
 u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
@@ -263,6 +308,11 @@ where no seed was placed.
 tile: the picture is cut into tiles of this many pixels that are traced independently on
 `threads` threads (None: every core); the bytes depend on the tile size, never on the
 threads. tile=0 runs the serial engine on one thread.
+border: 'periodic' (lines go on past the field's edges) or 'closed' (they end there), or a
+pair (x, y) of them. orientation=True: the sign of the vectors is ignored (orientation
+fields). passes: the picture is fed back as the texture this many times. A field with NaN
+nodes has no-data there: lines end at them, and the picture is a numpy masked array whose
+mask marks the pixels no line reached.
 
 The picture's row 0 is its bottom row: show it with imshow(picture, origin="lower").
 The GIL is released while the picture is computed.)doc");

@@ -88,6 +88,22 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
                    "(one thread)")
         ->check(CLI::Range(0, 1 << 20))
         ->group(group);
+    lic.add_option("--border", o.border,
+                   "What lines do at the field's edges: periodic (go on, wrapped) or closed "
+                   "(end there); one mode, or X,Y for each axis")
+        ->type_name("MODE[,MODE]")
+        ->group(group);
+    lic.add_flag("--orientation", o.orientation,
+                 "An orientation field: the sign of the vectors is ignored")
+        ->group(group);
+    lic.add_option("--passes", o.passes, "Feed the picture back as texture this many times")
+        ->check(CLI::Range(1, 16))
+        ->group(group);
+    lic.add_option("--nodata-colour,--nodata-color", o.nodataColour,
+                   "Colour of pixels no line reaches in a field with NaN (no-data) nodes "
+                   "(default: transparent in PNG, black in PNM)")
+        ->type_name("R,G,B")
+        ->group(group);
     lic.add_option("--interpolation", o.interpolation, "Texture lookup")
         ->check(CLI::IsMember({"bilinear", "constant"}))
         ->group(group);

@@ -39,8 +39,12 @@ struct LicOptions {
     std::string texture;
     std::string mask;
     std::string seedmap;
-    int threads = 0; // 0: every core
-    int tile = 256;  // 0: the serial engine
+    int threads = 0;                 // 0: every core
+    int tile = 256;                  // 0: the serial engine
+    std::string border = "periodic"; // MODE or XMODE,YMODE: periodic or closed
+    bool orientation = false;
+    int passes = 1;
+    std::string nodataColour; // empty: transparent in PNG, black in PNM
     // Post-processing, in this order.
     std::string adjust = "128,40";
     int blur = 0;

@@ -93,10 +93,10 @@ int readPNG(const std::string& path, FlicImage& image) {
     return 1;
 }
 
-int writePNG(const std::string& path, const FlicImage& image) {
-    if (!image.data || image.width < 1 || image.height < 1 ||
-        (image.nChannels != 1 && image.nChannels != 3))
-        return flic_ioerror(path.c_str(), "only non-empty grey or RGB images can be written");
+namespace {
+
+// Writes rows of `image` (row 0 the bottom row) in the PNG sample format `format`.
+int writePNGRows(const std::string& path, const FlicImage& image, png_uint_32 format) {
     FileCloser closer{fopen(path.c_str(), "wb")};
     if (!closer.file) return flic_ioerror(path.c_str(), nullptr);
     png_image png;
@@ -104,11 +104,45 @@ int writePNG(const std::string& path, const FlicImage& image) {
     png.version = PNG_IMAGE_VERSION;
     png.width = static_cast<png_uint_32>(image.width);
     png.height = static_cast<png_uint_32>(image.height);
-    png.format = image.nChannels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    png.format = format;
     if (!png_image_write_to_stdio(&png, closer.file, 0, image.data, -image.bytesPerLine, nullptr))
         return pngFailure(path, png);
     if (fflush(closer.file) != 0) return flic_ioerror(path.c_str(), nullptr);
     return 1;
+}
+
+// The image's channels and then the alpha image's byte, pixel by pixel.
+FlicImage withAlphaChannel(const FlicImage& image, const FlicImage& alpha) {
+    int channels = image.nChannels + 1;
+    FlicImage joined(image.width, image.height, channels);
+    for (int y = 0; y < image.height; y++)
+        for (int x = 0; x < image.width; x++) {
+            unsigned char* to = joined.data + static_cast<std::ptrdiff_t>(y) * joined.bytesPerLine +
+                                static_cast<std::ptrdiff_t>(x) * channels;
+            const unsigned char* from = image.data +
+                                        static_cast<std::ptrdiff_t>(y) * image.bytesPerLine +
+                                        static_cast<std::ptrdiff_t>(x) * image.nChannels;
+            for (int c = 0; c < image.nChannels; c++)
+                to[c] = from[c];
+            to[image.nChannels] =
+                alpha.data[static_cast<std::ptrdiff_t>(y) * alpha.bytesPerLine + x];
+        }
+    return joined;
+}
+
+} // namespace
+
+int writePNG(const std::string& path, const FlicImage& image, const FlicImage* alpha) {
+    if (!image.data || image.width < 1 || image.height < 1 ||
+        (image.nChannels != 1 && image.nChannels != 3))
+        return flic_ioerror(path.c_str(), "only non-empty grey or RGB images can be written");
+    bool rgb = image.nChannels == 3;
+    if (alpha && alpha->data && alpha->width == image.width && alpha->height == image.height) {
+        FlicImage joined = withAlphaChannel(image, *alpha);
+        if (!joined.data) return flic_ioerror(path.c_str(), "no memory for the alpha channel");
+        return writePNGRows(path, joined, rgb ? PNG_FORMAT_RGBA : PNG_FORMAT_GA);
+    }
+    return writePNGRows(path, image, rgb ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY);
 }
 
 bool checkWritable(const std::string& path) {
@@ -131,10 +165,11 @@ int readImage(const std::string& path, FlicImage& image) {
     return image.readPNM(path.c_str());
 }
 
-int writeImage(const std::string& path, const FlicImage& image, bool ascii) {
+int writeImage(const std::string& path, const FlicImage& image, bool ascii,
+               const FlicImage* alpha) {
     switch (imageFormatFor(path)) {
     case FORMAT_PNG:
-        return writePNG(path, image);
+        return writePNG(path, image, alpha);
     case FORMAT_PGM:
         return writePNMWith(path, image, 1, ascii);
     case FORMAT_PPM:

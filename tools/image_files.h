@@ -17,9 +17,9 @@ bool isPNGFile(const std::string& path);
 // Reads an 8-bit grey or RGB PNG into `image` (row 0 the bottom row). Palettes are expanded,
 // 16-bit samples reduced, alpha composed onto black. Returns 1, or 0 through flic_ioerror.
 int readPNG(const std::string& path, FlicImage& image);
-// Writes a grey (1 channel) or RGB (3 channels) image as PNG. Returns 1, or 0 through
-// flic_ioerror.
-int writePNG(const std::string& path, const FlicImage& image);
+// Writes a grey (1 channel) or RGB (3 channels) image as PNG, with `alpha` (one channel of the
+// image's size, may be null) as its alpha channel. Returns 1, or 0 through flic_ioerror.
+int writePNG(const std::string& path, const FlicImage& image, const FlicImage* alpha = nullptr);
 
 // Whether a file can be created at `path` (its folder exists and is writable, and the path is
 // not a folder), checked before long work. False after a report through flic_ioerror.
@@ -29,7 +29,8 @@ bool checkWritable(const std::string& path);
 int readImage(const std::string& path, FlicImage& image);
 // Writes the image in the format of the file name: PNG, PGM (grey, colours greyed), PPM
 // (colour, grey repeated) or PNM (as it is); `ascii` selects P2/P3 for the PNM forms.
-// Returns 1, or 0 with a report.
-int writeImage(const std::string& path, const FlicImage& image, bool ascii);
+// Returns 1, or 0 with a report. `alpha` (may be null) goes into PNG files only.
+int writeImage(const std::string& path, const FlicImage& image, bool ascii,
+               const FlicImage* alpha = nullptr);
 
 #endif

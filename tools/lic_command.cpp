@@ -49,6 +49,16 @@ int parseEngine(const LicOptions& o, LicSettings& s) {
                           o.rk43.c_str());
     s.seeding = o.seeding == "raster" ? 0 : o.seeding == "sobol" ? 2 : 1;
     s.interpolation = o.interpolation == "constant" ? FlicCompute::CONSTANT : FlicCompute::BILINEAR;
+    size_t comma = o.border.find(',');
+    std::string modes[2] = {o.border.substr(0, comma), comma == std::string::npos
+                                                           ? o.border.substr(0, comma)
+                                                           : o.border.substr(comma + 1)};
+    for (int axis = 0; axis < 2; axis++) {
+        if (modes[axis] != "periodic" && modes[axis] != "closed")
+            return usageError("--border expects periodic or closed, or X,Y of them, got '%s'",
+                              o.border.c_str());
+        s.border[axis] = modes[axis] == "closed" ? FlicCompute::CLOSED : FlicCompute::PERIODIC;
+    }
     if (o.tile != 0 && o.tile < 8)
         return usageError("--tile expects 0 (the serial engine) or at least 8 pixels, got %d",
                           o.tile);
@@ -104,6 +114,10 @@ int parsePostProcessing(const LicOptions& o, LicSettings& s) {
                               o.light.c_str());
         if (count == 2) s.light[2] = 3.0f;
     }
+    s.nodataColourGiven = !o.nodataColour.empty();
+    if (s.nodataColourGiven && !parseColour(o.nodataColour, s.nodataColour))
+        return usageError("--nodata-colour expects R,G,B (0 to 255) or a colour name, got '%s'",
+                          o.nodataColour.c_str());
     if (!parseColour(o.lineColour, s.lineColour))
         return usageError("--line-colour expects R,G,B (0 to 255) or a colour name, got '%s'",
                           o.lineColour.c_str());
@@ -136,6 +150,9 @@ void configureEngine(const LicOptions& o, const LicSettings& s, FlicCompute& eng
     engine.setNormalization(static_cast<float>(o.normalization));
     engine.setTileSize(o.tile);
     engine.setNumThreads(o.threads);
+    engine.setBorders(s.border[0], s.border[1]);
+    engine.setOrientation(o.orientation ? 1 : 0);
+    engine.setPasses(o.passes);
 }
 
 // Under -v: which engine ran.
@@ -161,6 +178,10 @@ bool showProgress(const LicOptions& o, const LicSettings& s) {
 bool computeLic(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicImage& picture) {
     FlicCompute engine;
     configureEngine(o, s, engine);
+    if (in.noData) { // lines end at the NaN nodes; what no line reaches is no-data
+        engine.setNoData(1);
+        engine.setCoverageImage(&in.coverage);
+    }
     ProgressBar bar("muskeip: computing");
     if (showProgress(o, s)) engine.setProgressCallback(ProgressBar::update, &bar);
     int computed =
@@ -186,7 +207,9 @@ int runLic(const LicOptions& options) {
     FlicImage picture;
     if (!computeLic(options, settings, inputs, picture)) return EXIT_FAILED;
     if (!postProcess(options, settings, inputs, picture)) return EXIT_FAILED;
-    if (!writePicture(options.output, picture, options.ascii)) return EXIT_FAILED;
+    const FlicImage* alpha =
+        inputs.noData && !settings.nodataColourGiven ? &inputs.coverage : nullptr;
+    if (!writePicture(options.output, picture, options.ascii, alpha)) return EXIT_FAILED;
     if (!options.seedmap.empty() && !writePicture(options.seedmap, inputs.seedMap, options.ascii))
         return EXIT_FAILED;
     return EXIT_OK;

@@ -56,6 +56,10 @@ bool loadField(LicSettings& s, LicInputs& in) {
     defaultGrid(s.request, s.width, s.height);
     if (!loadVectorField(s.request, s.kind, in.field)) return false;
     if (s.width == 0) pictureSizeFor(in.field, s.width, s.height);
+    long long nodes = static_cast<long long>(in.field.width) * in.field.height;
+    for (long long k = 0; k < nodes && !in.noData; k++)
+        in.noData = std::isnan(in.field.vectors()[k].x) || std::isnan(in.field.vectors()[k].y);
+    if (in.noData) note("%s: NaN nodes are no-data; lines end there", s.request.source.c_str());
     if (!(in.field.getMax() > 0.0f))
         warning("%s: the field has no non-zero vector; the picture will be black",
                 s.request.source.c_str());
@@ -167,12 +171,36 @@ bool applyEmboss(const LicSettings& s, LicInputs& in, FlicImage& picture) {
     return true;
 }
 
-// A grey picture becomes RGB before lines of a colour that is not grey are drawn on it.
-void prepareForLines(const LicSettings& s, FlicImage& picture) {
-    const int* c = s.lineColour;
+// A grey picture becomes RGB before a colour that is not grey (lines, no-data) goes on it.
+void makeRoomForColour(const int c[3], FlicImage& picture) {
     if (picture.nChannels != 1 || (c[0] == c[1] && c[1] == c[2])) return;
     FlicImage grey(picture);
     picture.glue(grey, grey, grey);
+}
+
+// The coverage follows the picture's zoom (half covered counts as covered); with
+// --nodata-colour the pixels no line reached are painted in it.
+bool applyNoData(const LicSettings& s, LicInputs& in, FlicImage& picture) {
+    FlicImage& coverage = in.coverage;
+    if (coverage.width != picture.width || coverage.height != picture.height) {
+        if (!coverage.zoom(picture.width, picture.height)) return false;
+        long long count = static_cast<long long>(coverage.width) * coverage.height;
+        for (long long k = 0; k < count; k++)
+            coverage.data[k] = coverage.data[k] >= 128 ? 255 : 0;
+    }
+    if (!s.nodataColourGiven) return true;
+    const int* c = s.nodataColour;
+    makeRoomForColour(c, picture);
+    for (int y = 0; y < picture.height; y++)
+        for (int x = 0; x < picture.width; x++) {
+            if (coverage.data[static_cast<std::ptrdiff_t>(y) * coverage.bytesPerLine + x]) continue;
+            unsigned char* p = picture.data +
+                               static_cast<std::ptrdiff_t>(y) * picture.bytesPerLine +
+                               static_cast<std::ptrdiff_t>(x) * picture.nChannels;
+            for (int ch = 0; ch < picture.nChannels; ch++)
+                p[ch] = static_cast<unsigned char>(c[ch]);
+        }
+    return true;
 }
 
 // Draws the file's lines (FlicGraphics::drawFile or drawUCD) in the line colour and width;
@@ -180,7 +208,7 @@ void prepareForLines(const LicSettings& s, FlicImage& picture) {
 bool drawLines(const std::string& path, const LicSettings& s, FlicImage& picture,
                int (FlicGraphics::*draw)(FlicImage&, const char*)) {
     if (path.empty()) return true;
-    prepareForLines(s, picture);
+    makeRoomForColour(s.lineColour, picture);
     FlicGraphics pen;
     pen.setColor(s.lineColour[0], s.lineColour[1], s.lineColour[2]);
     pen.setPixelWidth(s.lineWidth);
@@ -211,11 +239,13 @@ bool postProcess(const LicOptions& options, const LicSettings& settings, LicInpu
     if (!applyEmboss(settings, inputs, picture)) return false;
     if (settings.zoomWidth > 0 && !picture.zoom(settings.zoomWidth, settings.zoomHeight))
         return false;
+    if (inputs.noData && !applyNoData(settings, inputs, picture)) return false;
     return drawLines(options.overlay, settings, picture, &FlicGraphics::drawFile) &&
            drawLines(options.mesh, settings, picture, &FlicGraphics::drawUCD);
 }
 
-bool writePicture(const std::string& path, const FlicImage& picture, bool ascii) {
+bool writePicture(const std::string& path, const FlicImage& picture, bool ascii,
+                  const FlicImage* alpha) {
     FileContext context(path);
-    return writeImage(path, picture, ascii) != 0;
+    return writeImage(path, picture, ascii, alpha) != 0;
 }

@@ -38,14 +38,19 @@ struct LicSettings {
     float light[3] = {0.0f, 0.0f, 3.0f}; // azimuth, elevation (degrees), steepness
     int lineColour[3] = {0, 0, 0};
     int lineWidth = 1;
+    FlicCompute::BorderMode border[2] = {FlicCompute::PERIODIC, FlicCompute::PERIODIC};
+    bool nodataColourGiven = false;
+    int nodataColour[3] = {0, 0, 0};
 };
 
 // What the engine works on.
 struct LicInputs {
     FlicVectorField field;
     FlicImage texture;
-    FlicImage mask;    // empty without --seedmap
-    FlicImage seedMap; // filled by the engine with --seedmap
+    FlicImage mask;      // empty without --seedmap
+    FlicImage seedMap;   // filled by the engine with --seedmap
+    bool noData = false; // the field has NaN nodes: lines end there
+    FlicImage coverage;  // with noData: 255 where lines reached, else 0
 };
 
 // Reads or makes the texture, the field and the mask, and settles the picture size in
@@ -55,7 +60,9 @@ bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inp
 // this order. False after a report.
 bool postProcess(const LicOptions& options, const LicSettings& settings, LicInputs& inputs,
                  FlicImage& picture);
-// Writes a picture in the format its name asks for. False after a report naming the file.
-bool writePicture(const std::string& path, const FlicImage& picture, bool ascii);
+// Writes a picture in the format its name asks for; with `alpha` (the picture's size), PNG gets
+// it as its alpha channel. False after a report naming the file.
+bool writePicture(const std::string& path, const FlicImage& picture, bool ascii,
+                  const FlicImage* alpha = nullptr);
 
 #endif

@@ -48,6 +48,13 @@ int main(int argc, char** argv) {
                 static_cast<FlicCompute::InterpolationMethod>(atoi(value)));
         else if (key == "tile")
             engine.setTileSize(atoi(value));
+        else if (key == "border")
+            engine.setBorders(static_cast<FlicCompute::BorderMode>(value[0] - '0'),
+                              static_cast<FlicCompute::BorderMode>(value[2] - '0'));
+        else if (key == "orientation")
+            engine.setOrientation(atoi(value));
+        else if (key == "passes")
+            engine.setPasses(atoi(value));
         else if (key == "normalization")
             normalization = strtof(value, nullptr);
         else {

@@ -26,6 +26,9 @@ SETTINGS = [
     ({"length": 0.4}, ["length=0.4"]),
     ({"tile": 16, "threads": 3}, ["tile=16"]),
     ({"tile": 0, "seeding": "sobol"}, ["tile=0", "seeding=2"]),
+    ({"border": ("closed", "periodic"), "orientation": True, "passes": 2},
+     ["border=1,0", "orientation=1", "passes=2"]),
+    ({"border": "closed", "tile": 16}, ["border=1,1", "tile=16"]),
 ]
 
 
@@ -81,6 +84,15 @@ class TestParameters:
         reference.createRandom(False, 7)
         np.testing.assert_array_equal(uniform, np.asarray(reference))
 
+    def test_nan_nodes_are_no_data_and_masked(self, circle):
+        u, v = (c.astype(np.float32) for c in circle)
+        u[10:14, 10:14] = np.nan
+        picture = muskeip.lic(u, v, size=(96, 80))
+        assert isinstance(picture, np.ma.MaskedArray) and picture.dtype == np.uint8
+        assert picture.mask[int(12 / u.shape[0] * 80), int(12 / u.shape[1] * 96)]
+        assert 0 < picture.mask.mean() < 0.2
+        assert not isinstance(muskeip.lic(*circle), np.ma.MaskedArray)
+
     def test_size_sets_the_noise_and_picture_size(self, circle):
         u, v = circle
         picture = muskeip.lic(u, v, size=(200, 150))
@@ -134,6 +146,9 @@ BAD_CALLS = [
     (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=0)),
     (ValueError, "subpixels", lambda: muskeip.lic(F, F, subpixels=17)),
     (ValueError, "tile must be 0", lambda: muskeip.lic(F, F, tile=4)),
+    (ValueError, "border must be one of", lambda: muskeip.lic(F, F, border="open")),
+    (ValueError, "pair", lambda: muskeip.lic(F, F, border=("closed",))),
+    (ValueError, "passes", lambda: muskeip.lic(F, F, passes=0)),
     (ValueError, "threads must be", lambda: muskeip.lic(F, F, threads=0)),
     (ValueError, "seed", lambda: muskeip.lic(F, F, seed=0)),
     (TypeError, "seed", lambda: muskeip.lic(F, F, seed=1.5)),

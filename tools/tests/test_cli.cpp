@@ -327,6 +327,47 @@ TEST_F(CliFiles, TiledEngineByDefaultSerialWithTileZero) {
     }
 }
 
+TEST_F(CliFiles, RealDataModes) {
+    // A circle field with a block of NaN nodes: pixels no line reaches are transparent in PNG,
+    // painted with --nodata-colour in PNM.
+    FlicVectorField field(33, 33);
+    field.setCircle(0.0f);
+    for (int y = 20; y < 26; y++)
+        for (int x = 20; x < 26; x++)
+            field.vectors()[y * 33 + x] = Vec2f{NAN, NAN};
+    ASSERT_EQ(1, field.write(path("holes.vec").c_str(), 1));
+    std::string base = "lic " + q("holes.vec") + " --size 64x64 --tile 0";
+    Outcome png = muskeip(base + " -o " + q("h.png"));
+    ASSERT_EQ(0, png.status) << png.err;
+    EXPECT_EQ(4, testutil::readFile(path("h.png"))[25]); // colour type: grey and alpha
+    Outcome ppm = muskeip(base + " --nodata-colour 255,0,0 -o " + q("h.ppm"));
+    ASSERT_EQ(0, ppm.status) << ppm.err;
+    FlicImage painted;
+    ASSERT_EQ(1, painted.readPNM(path("h.ppm").c_str()));
+    const unsigned char* hole = painted.data + 45 * painted.bytesPerLine + 45 * 3;
+    EXPECT_EQ(std::vector<int>({255, 0, 0}), std::vector<int>(hole, hole + 3));
+
+    // Borders, orientation and passes reach the engine as the library's settings.
+    std::string vec = circleFile(21, 21);
+    Outcome modes = muskeip("lic " + shellQuoted(vec) + " --size 70x60 --adjust none --tile 32" +
+                            " --border closed,periodic --orientation --passes 2 -o " + q("m.pgm"));
+    ASSERT_EQ(0, modes.status) << modes.err;
+    FlicVectorField circle;
+    ASSERT_EQ(1, circle.read(vec.c_str()));
+    FlicImage noise(70, 60, 1), expected, written;
+    noise.createRandom(1, 1);
+    FlicCompute engine;
+    engine.setTileSize(32);
+    engine.setBorders(FlicCompute::CLOSED, FlicCompute::PERIODIC);
+    engine.setOrientation(1);
+    engine.setPasses(2);
+    ASSERT_EQ(1, engine.compute(&circle, &noise, &expected));
+    ASSERT_EQ(1, written.readPNM(path("m.pgm").c_str()));
+    EXPECT_EQ(testutil::pixelBytes(expected), testutil::pixelBytes(written));
+    EXPECT_EQ(2, muskeip("lic " + shellQuoted(vec) + " --border sideways -o " + q("x.png")).status);
+    EXPECT_EQ(2, muskeip("lic " + shellQuoted(vec) + " --passes 17 -o " + q("x.png")).status);
+}
+
 TEST_F(CliFiles, PostProcessingRunsInItsDocumentedOrder) {
     std::string vec = circleFile(17, 17);
     Outcome run = muskeip("lic " + shellQuoted(vec) + " -o " + q("post.ppm") +
