@@ -85,15 +85,17 @@ int FlicCompute::prepareModes() {
                 squarePrefixStore[t] + static_cast<double>(weights[t]) * weights[t];
         squarePrefix = squarePrefixStore.data();
         textureMeanStore.assign(texChannels, 0.0);
-        for (int y = 0; y < texHeight; y++) {
-            const unsigned char* row =
-                texture->data + static_cast<std::ptrdiff_t>(y) * texture->bytesPerLine;
-            for (int x = 0; x < texWidth; x++)
-                for (int ch = 0; ch < texChannels; ch++)
-                    textureMeanStore[ch] += row[static_cast<std::ptrdiff_t>(x) * texChannels + ch];
+        for (int ch = 0; ch < texChannels; ch++) {
+            long long sum = 0;
+            for (int y = 0; y < texHeight; y++) {
+                const unsigned char* row =
+                    texture->data + static_cast<std::ptrdiff_t>(y) * texture->bytesPerLine + ch;
+                for (int x = 0; x < texWidth; x++)
+                    sum += row[static_cast<std::ptrdiff_t>(x) * texChannels];
+            }
+            textureMeanStore[ch] =
+                static_cast<double>(sum) / (static_cast<double>(texWidth) * texHeight);
         }
-        for (double& mean : textureMeanStore)
-            mean /= static_cast<double>(texWidth) * texHeight;
         textureMean = textureMeanStore.data();
         if (noData) {
             int w = field->width, h = field->height;
@@ -120,38 +122,56 @@ int FlicCompute::prepareModes() {
     return 1;
 }
 
-// Whether a line may go on through point p (field coordinates): not beyond a closed border,
-// not into a no-data cell.
-bool FlicCompute::keepsPoint(const Vec2f& p) const {
-    int w = field->width, h = field->height;
-    if (borderX == CLOSED && !(p.x >= 0.0f && p.x <= static_cast<float>(w - 1))) return false;
-    if (borderY == CLOSED && !(p.y >= 0.0f && p.y <= static_cast<float>(h - 1))) return false;
-    if (noDataCells) {
+namespace {
+
+// What decides whether a line may go on through a point, taken once per line.
+struct LineLimits {
+    float right, top; // the field's last node: width - 1, height - 1
+    bool closedX, closedY;
+    const unsigned char* noDataCells;
+    int cellsAcross; // width - 1
+
+    explicit LineLimits(const FlicCompute& e, const unsigned char* cells)
+        : right(static_cast<float>(e.field->width - 1)),
+          top(static_cast<float>(e.field->height - 1)), closedX(e.borderX == FlicCompute::CLOSED),
+          closedY(e.borderY == FlicCompute::CLOSED), noDataCells(cells),
+          cellsAcross(e.field->width - 1) {}
+
+    // Whether a line may go on through point p (field coordinates): not beyond a closed
+    // border, not into a no-data cell.
+    bool keeps(const Vec2f& p) const {
+        bool insideX = p.x >= 0.0f && p.x <= right, insideY = p.y >= 0.0f && p.y <= top;
+        if ((closedX && !insideX) || (closedY && !insideY)) return false;
+        if (!noDataCells) return true;
         if (std::isnan(p.x) || std::isnan(p.y)) return false;
-        if (p.x >= 0.0f && p.x <= static_cast<float>(w - 1) && p.y >= 0.0f &&
-            p.y <= static_cast<float>(h - 1)) {
-            int ix = static_cast<int>(p.x), iy = static_cast<int>(p.y);
-            if (ix > w - 2) ix = w - 2;
-            if (iy > h - 2) iy = h - 2;
-            if (noDataCells[static_cast<std::ptrdiff_t>(iy) * (w - 1) + ix]) return false;
-        }
+        if (!insideX || !insideY) return true;
+        int ix = static_cast<int>(p.x), iy = static_cast<int>(p.y);
+        if (ix > cellsAcross - 1) ix = cellsAcross - 1;
+        if (static_cast<float>(iy) > top - 1.0f) iy = static_cast<int>(top) - 1;
+        return !noDataCells[static_cast<std::ptrdiff_t>(iy) * cellsAcross + ix];
     }
-    return true;
+};
+
+} // namespace
+
+bool FlicCompute::keepsPoint(const Vec2f& p) const {
+    return LineLimits(*this, noDataCells).keeps(p);
 }
 
 // Ends the line before its first point, on either side of the seed, that it may not go on
 // through; says on which sides it was cut.
 void FlicCompute::endLineEarly(int& lo, int& hi, bool& cutLo, bool& cutHi) {
+    const LineLimits limits(*this, noDataCells);
     int c = maxSteps;
     cutLo = cutHi = false;
     for (int i = c + 1; i <= hi; i++)
-        if (!keepsPoint(positions[i])) {
+        if (!limits.keeps(positions[i])) {
             hi = i - 1;
             cutHi = true;
             break;
         }
     for (int i = c - 1; i >= lo; i--)
-        if (!keepsPoint(positions[i])) {
+        if (!limits.keeps(positions[i])) {
             lo = i + 1;
             cutLo = true;
             break;
