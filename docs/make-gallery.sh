@@ -69,4 +69,25 @@ lic "$work/cylinder.inp" --ucd 480x480 --size 480x480 --length 15 --colour magni
     --zoom 200x200 --mesh "$work/cylinder.inp" \
     --line-colour white -o $out/mesh.png
 
+# Real data. Closed borders: a saddle whose lines end at the field's edges instead of coming
+# back in at the opposite edge (small picture, long kernel: the edges' rims are wide).
+for border in periodic closed; do
+    lic linear --matrix 1,0.5,0,-1 --offset 0.3,0 --size 160x160 --length 30 --noise uniform \
+        --border $border --zoom 240x240 -o $out/border-$border.png
+done
+# Orientation fields: circles whose vectors have random signs (as directors or polarisation
+# angles do), read as vectors and as an orientation field.
+awk 'BEGIN {
+    srand(7); n = 61
+    printf "FLIC VECTOR ASCII\n%d %d\n", n, n
+    for (y = 0; y < n; y++)
+        for (x = 0; x < n; x++) {
+            s = rand() < 0.5 ? -1 : 1
+            printf "%g %g\n", -s * (y - 30), s * (x - 30)
+        }
+}' > "$work/directors.vec"
+lic "$work/directors.vec" --size 480x480 --length 20 --zoom 240x240 -o $out/orientation-off.png
+lic "$work/directors.vec" --size 480x480 --length 20 --orientation --zoom 240x240 \
+    -o $out/orientation-on.png
+
 ls -l demo.png $out
