@@ -141,7 +141,7 @@ void FlicCompute::derive(FlicVectorField* field, FlicImage* texture) {
     lengthBias = 0;
     maxSteps = kernelSteps + extensionSteps;
     numSubCells = numSubPixels * numSubPixels;
-    recordStride = numSubCells + texChannels;
+    recordStride = numSubCells + texChannels * (frameCount > 0 ? frameCount : 1);
 
     if (interpolationMethod == CONSTANT)
         getPixel = texChannels == 1 ? getPixelConst1 : getPixelConstN;
@@ -162,7 +162,10 @@ int FlicCompute::allocateLineBuffers() {
     sums = sumsBase ? sumsBase + room * texChannels : nullptr;
     positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
     windowSlots = static_cast<int*>(malloc(sizeof(int) * lineLength));
-    return points && samples && sums && positions && windowSlots;
+    if (frameCount > 0)
+        frameSums =
+            static_cast<double*>(malloc(sizeof(double) * (lineLength + 1) * (3 * texChannels + 2)));
+    return points && samples && sums && positions && windowSlots && (frameCount == 0 || frameSums);
 }
 
 void FlicCompute::freeBuffers() {
@@ -174,6 +177,8 @@ void FlicCompute::freeBuffers() {
     free(positions);
     free(windowSlots);
     windowSlots = nullptr;
+    free(frameSums);
+    frameSums = nullptr;
     points = nullptr;
     accum = samples = sums = nullptr;
     positions = nullptr;

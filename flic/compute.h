@@ -109,6 +109,9 @@ class FlicCompute {
     int passes = 1;
     // Optional output: 255 where at least one line reached the pixel, 0 elsewhere; not owned.
     FlicImage* coverage = nullptr;
+    // Animation (computeFrames): ripples of the animated kernel along its 2N samples, 0 to 64;
+    // 0 makes every frame the box kernel's picture.
+    int animationRipples = 2;
 
     // The partial accumulation of one tile: the records (S^2 hit counters, then one sum per
     // channel) of a window of output pixels around the tile, wide enough for the lines seeded
@@ -168,6 +171,18 @@ class FlicCompute {
     void setPasses(int count) { passes = count; }
     // Where compute writes its coverage image (null: nowhere).
     void setCoverageImage(FlicImage* image) { coverage = image; }
+    // Ripples of the animated kernel (computeFrames), 0 to 64.
+    void setAnimationRipples(int count) { animationRipples = count; }
+
+    // Computes `frames` pictures (1 to 1024) from one trace of the field's lines, into the
+    // array `outputs`: frame f convolves each line with a box window of 2N samples times a
+    // ripple (1 + cos(theta_j - psi)) / 2, whose phase psi runs through one period backwards
+    // over the frames, so the texture flows downstream and frame `frames` would be frame 0
+    // again. The lines, seeds, hits, modes and tiles are those of compute (passes excepted).
+    // Returns 1, or 0 after a report through flic_error (bad settings or inputs, no memory);
+    // the outputs are then untouched.
+    int computeFrames(FlicVectorField* field, FlicImage* texture, int frames, FlicImage* outputs,
+                      FlicImage* mask = nullptr, FlicImage* seedMap = nullptr);
     // Stores the threshold and hands it to each installed integrator.
     void setNormalization(float value);
     // Installs a progress callback (null removes it), called with `user` from the seeding
@@ -271,6 +286,16 @@ class FlicCompute {
     int* samplesBase = nullptr; // the line arrays with N entries of room on both sides
     int* sumsBase = nullptr;
     int prepareModes();
+    // Animation: frames per record (0: a still picture) and the line's running sums of the
+    // samples, of the samples times cos and sin of the ripple phase, and of cos and sin alone.
+    int frameCount = 0;
+    double* frameSums = nullptr;
+    // cos and sin of the ripple's phase over its period (2N each), then of the frames' phases
+    // (frameCount each); made once per computation, shared by the tiles' tracers.
+    std::vector<double> frameTableStore;
+    const double* frameTable = nullptr;
+    void accumulateFrames(int lo, int hi, bool cutLo, bool cutHi);
+    void normalizeFrames(FlicImage* outputs);
     int checkModes(FlicVectorField* field) const;
     int computeOnce(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap);

@@ -76,7 +76,8 @@ int FlicCompute::computeOnce(FlicVectorField* field, FlicImage* texture, FlicIma
         seedMap->clear(1);
     }
     if (kernelSteps == 0) {
-        *output = *texture;
+        for (int f = 0; f < (frameCount > 0 ? frameCount : 1); f++)
+            output[f] = *texture;
         if (coverage && coverage->setSize(texWidth, texHeight, 1)) coverage->clear(255);
         stop();
         return 1;
@@ -199,6 +200,7 @@ void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
 
 // Divides every pixel's channel sums by its hits (truncating; low byte, no clamping).
 void FlicCompute::normalize(FlicImage* output) {
+    if (frameCount > 0) return normalizeFrames(output);
     normalizeRecords(accum, texWidth, texHeight, numSubCells, texChannels, output, &totalHits,
                      coverage);
 }

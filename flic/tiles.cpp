@@ -302,6 +302,9 @@ int FlicCompute::becomeTracerOf(const FlicCompute& parent) {
     texture = parent.texture;
     getPixel = parent.getPixel;
     tileSize = parent.tileSize;
+    frameCount = parent.frameCount;
+    frameTable = parent.frameTable;
+    animationRipples = parent.animationRipples;
     borderX = parent.borderX;
     borderY = parent.borderY;
     noData = parent.noData;

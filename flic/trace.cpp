@@ -449,7 +449,9 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
     else
         for (int i = first; i <= last; i++)
             recorder.template locatePixel<false>(i, positions[i].x, positions[i].y);
-    if (cutLo || cutHi)
+    if (frameCount > 0)
+        accumulateFrames(lo, hi, cutLo, cutHi);
+    else if (cutLo || cutHi)
         accumulateCut(lo, hi, cutLo, cutHi);
     else
         convolve(lo, hi);
