@@ -5,6 +5,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
 TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev libcli11-dev libpng-dev \
+                libwebp-dev libgif-dev \
                 pybind11-dev python3-dev python3-numpy python3-pytest
 
 # The main job: a LIC picture of the built-in dipole field, coloured by the field's magnitude,

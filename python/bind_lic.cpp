@@ -124,6 +124,8 @@ struct LicSettings {
     int border[2] = {FlicCompute::PERIODIC, FlicCompute::PERIODIC};
     int orientation = 0;
     int passes = 1;
+    int frames = 0; // > 0: an animation of this many frames
+    int ripples = 2;
 };
 
 // Whether any node of the field has a NaN component: then it has no-data nodes.
@@ -157,6 +159,10 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
         engine.setNoData(1);
         engine.setCoverageImage(coverage);
     }
+    if (settings.frames > 0) {
+        engine.setAnimationRipples(settings.ripples);
+        return engine.computeFrames(field, texture, settings.frames, output, mask, seedMap);
+    }
     return engine.compute(field, texture, output, mask, seedMap);
 }
 
@@ -165,7 +171,7 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                const std::string& seeding, const std::string& interpolation, double normalization,
                const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
                py::object threads, long long tile, py::object border, bool orientation,
-               long long passes) {
+               long long passes, long long frames, long long ripples) {
     LicSettings settings;
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
@@ -201,6 +207,10 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     settings.orientation = orientation ? 1 : 0;
     if (passes < 1 || passes > 16) throw py::value_error("passes must be 1 .. 16");
     settings.passes = static_cast<int>(passes);
+    if (frames < 0 || frames > 1024) throw py::value_error("frames must be 1 .. 1024");
+    if (ripples < 0 || ripples > 64) throw py::value_error("ripples must be 0 .. 64");
+    settings.frames = static_cast<int>(frames);
+    settings.ripples = static_cast<int>(ripples);
     if (!threads.is_none()) {
         long long count = threads.cast<long long>();
         if (count < 1 || count > 1024) throw py::value_error("threads must be 1 .. 1024 or None");
@@ -249,7 +259,9 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                               "values at the seeds");
     }
 
-    FlicImage output, seedMap, coverage;
+    std::vector<FlicImage> outputs(frames > 0 ? frames : 1);
+    FlicImage& output = outputs[0];
+    FlicImage seedMap, coverage;
     bool noData = hasNaN(*field.field);
     MessageScope scope;
     int ok = withoutGil([&] {
@@ -262,13 +274,21 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                 noiseTexture.createRandom(binaryNoise, seedValue);
             }
         }
-        return runEngine(settings, field.field, textureImage, &output, maskInput.image.get(),
+        return runEngine(settings, field.field, textureImage, outputs.data(), maskInput.image.get(),
                          returnSeedmap ? &seedMap : nullptr, noData ? &coverage : nullptr);
     });
     if (!ok) raiseValueError(scope.errors(), "the LIC computation failed");
     scope.deliverInfo();
 
-    py::object picture = adoptImage(output);
+    py::object picture;
+    if (frames > 0) { // (F, H, W) or (F, H, W, 3)
+        py::list list;
+        for (FlicImage& frame : outputs)
+            list.append(adoptImage(frame));
+        picture = py::module_::import("numpy").attr("stack")(list);
+    } else {
+        picture = adoptImage(output);
+    }
     if (noData) { // pixels no line reached are masked
         py::array reached = adoptImage(coverage);
         picture = py::module_::import("numpy.ma")
@@ -288,7 +308,8 @@ void bindLic(py::module_& m) {
           py::arg("normalization") = 0.0, py::arg("noise") = "uniform", py::arg("seed") = 1,
           py::arg("mask") = py::none(), py::arg("return_seedmap") = false,
           py::arg("threads") = py::none(), py::arg("tile") = 256, py::arg("border") = "periodic",
-          py::arg("orientation") = false, py::arg("passes") = 1,
+          py::arg("orientation") = false, py::arg("passes") = 1, py::arg("_frames") = 0,
+          py::arg("_ripples") = 2,
           R"doc(Line integral convolution of a vector field: a uint8 picture as a numpy array.
 
 u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
@@ -315,5 +336,23 @@ nodes has no-data there: lines end at them, and the picture is a numpy masked ar
 mask marks the pixels no line reached.
 
 The picture's row 0 is its bottom row: show it with imshow(picture, origin="lower").
-The GIL is released while the picture is computed.)doc");
+The GIL is released while the picture is computed. (_frames and _ripples serve animate.))doc");
+    m.def(
+        "animate",
+        [m](py::object u, py::object v, py::object texture, long long frames, long long ripples,
+            py::kwargs options) {
+            if (frames < 1) throw py::value_error("frames must be 1 .. 1024");
+            options["_frames"] = frames;
+            options["_ripples"] = ripples;
+            return m.attr("lic")(u, v, texture, **options);
+        },
+        py::arg("u"), py::arg("v") = py::none(), py::arg("texture") = py::none(), py::kw_only(),
+        py::arg("frames") = 32, py::arg("ripples") = 2,
+        R"doc(An animated LIC: `frames` pictures from one trace of the field's lines, as a uint8
+array of shape (F, H, W) or (F, H, W, 3) (a masked array for fields with NaN nodes).
+
+Frame f convolves every line with a box window times a ripple (`ripples` per window length,
+0: the still box kernel) whose phase runs backwards through one period over the frames, so
+the texture flows downstream and the last frame leads on to the first: a seamless loop.
+Every other keyword is lic's (passes excepted). The GIL is released while it computes.)doc");
 }

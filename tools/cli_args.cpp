@@ -182,9 +182,12 @@ void addPostOptions(CLI::App& lic, LicOptions& o, CLI::Option*& emboss) {
 
 struct Parsed {
     LicOptions lic;
+    LicOptions animate;
     FieldOptions field;
     InfoOptions info;
     CLI::Option* licAngle = nullptr;
+    CLI::Option* animateAngle = nullptr;
+    CLI::Option* animateEmboss = nullptr;
     CLI::Option* fieldAngle = nullptr;
     CLI::Option* emboss = nullptr;
 };
@@ -204,6 +207,33 @@ CLI::App* addLic(CLI::App& app, Parsed& p) {
     addEngineOptions(*lic, p.lic);
     addPostOptions(*lic, p.lic, p.emboss);
     return lic;
+}
+
+CLI::App* addAnimate(CLI::App& app, Parsed& p) {
+    CLI::App* animate = app.add_subcommand(
+        "animate", "An animated LIC: the texture flows along the field in a seamless loop");
+    animate->footer("\nOUT: .webp (animated WebP), .gif, a folder (frame0000.png, ...) or a\n"
+                    "pattern such as frames/%04d.png. All frames come from one trace of the\n"
+                    "lines; each is post-processed as `lic` does a picture.\n");
+    animate->add_option("FIELD", p.animate.field.source,
+                        "Field file or built-in field name (required)");
+    animate
+        ->add_option("-o,--output", p.animate.output,
+                     "Animation to write (.webp, .gif, folder or %04d.png pattern)")
+        ->type_name("OUT")
+        ->required();
+    animate->add_option("--frames", p.animate.frames, "Frames of the loop")
+        ->check(CLI::Range(1, 1024));
+    animate->add_option("--fps", p.animate.fps, "Frames per second")->check(CLI::Range(1, 100));
+    animate
+        ->add_option("--ripples", p.animate.ripples,
+                     "Ripples of the moving kernel along its length (0: a still box kernel)")
+        ->check(CLI::Range(0, 64));
+    animate->add_flag("--progress", p.animate.progress, "Always show the progress bar");
+    addSourceOptions(*animate, p.animate.field, p.animateAngle);
+    addEngineOptions(*animate, p.animate);
+    addPostOptions(*animate, p.animate, p.animateEmboss);
+    return animate;
 }
 
 CLI::App* addField(CLI::App& app, Parsed& p) {
@@ -256,8 +286,8 @@ bool unknownSubcommand(int argc, char** argv) {
     for (int i = 1; i < argc; i++) {
         std::string word = argv[i];
         if (!word.empty() && word[0] == '-') continue;
-        if (word == "lic" || word == "field" || word == "info") return false;
-        usageError("unknown subcommand '%s' (use lic, field or info)", word.c_str());
+        if (word == "lic" || word == "animate" || word == "field" || word == "info") return false;
+        usageError("unknown subcommand '%s' (use lic, animate, field or info)", word.c_str());
         return true;
     }
     return false;
@@ -280,6 +310,7 @@ int runCommandLine(int argc, char** argv) {
     app.add_flag("-q,--quiet", quiet, "Report nothing but errors")->excludes(v);
     Parsed p;
     CLI::App* lic = addLic(app, p);
+    CLI::App* animate = addAnimate(app, p);
     CLI::App* field = addField(app, p);
     CLI::App* info = addInfo(app, p);
     try {
@@ -294,6 +325,12 @@ int runCommandLine(int argc, char** argv) {
         p.lic.emboss = p.emboss->count() > 0;
         if (!giveBackField(p.lic)) return usageError("FIELD is required");
         return runLic(p.lic);
+    }
+    if (animate->parsed()) {
+        p.animate.field.angleGiven = p.animateAngle->count() > 0;
+        p.animate.emboss = p.animateEmboss->count() > 0;
+        if (!giveBackField(p.animate)) return usageError("FIELD is required");
+        return runAnimate(p.animate);
     }
     if (field->parsed()) {
         p.field.field.angleGiven = p.fieldAngle->count() > 0;

@@ -45,6 +45,10 @@ struct LicOptions {
     bool orientation = false;
     int passes = 1;
     std::string nodataColour; // empty: transparent in PNG, black in PNM
+    // Animation (`animate`).
+    int frames = 32;
+    int fps = 25;
+    int ripples = 2;
     // Post-processing, in this order.
     std::string adjust = "128,40";
     int blur = 0;
@@ -76,6 +80,8 @@ struct InfoOptions {
 };
 
 int runLic(const LicOptions& options);
+// `animate`: the frames of an animated LIC, each post-processed as `lic` does a picture.
+int runAnimate(const LicOptions& options);
 int runField(const FieldOptions& options);
 int runInfo(const InfoOptions& options);
 

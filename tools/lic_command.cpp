@@ -4,6 +4,7 @@
 // Order of work: read or generate the field; make the input texture (noise, or --texture);
 // compute the LIC image; then --adjust, --blur, --median, --colour, --emboss, --zoom,
 // --overlay, --mesh; write the picture (and the seed map).
+#include "animation_files.h"
 #include "commands.h"
 #include "console.h"
 #include "image_files.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <cmath>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -65,8 +67,12 @@ int parseEngine(const LicOptions& o, LicSettings& s) {
     return EXIT_OK;
 }
 
-int parseOutputs(const LicOptions& o, LicSettings& s) {
-    if (imageFormatFor(o.output) == FORMAT_UNKNOWN)
+int parseOutputs(const LicOptions& o, LicSettings& s, bool animate) {
+    if (animate && animationFormatFor(o.output) == ANIMATION_UNKNOWN)
+        return usageError("cannot tell the animation format of '%s' (use .webp, .gif, a folder "
+                          "or a pattern such as frame%%04d.png)",
+                          o.output.c_str());
+    if (!animate && imageFormatFor(o.output) == FORMAT_UNKNOWN)
         return usageError("cannot tell the image format of '%s' (use .png, .pgm, .ppm or "
                           ".pnm)",
                           o.output.c_str());
@@ -74,7 +80,7 @@ int parseOutputs(const LicOptions& o, LicSettings& s) {
         return usageError("cannot tell the image format of '%s' (use .png, .pgm, .ppm or "
                           ".pnm)",
                           o.seedmap.c_str());
-    if (o.ascii && imageFormatFor(o.output) == FORMAT_PNG &&
+    if (o.ascii && (animate || imageFormatFor(o.output) == FORMAT_PNG) &&
         (o.seedmap.empty() || imageFormatFor(o.seedmap) == FORMAT_PNG))
         return usageError("--ascii applies to PNM files (.pgm, .ppm, .pnm) only");
     if (!o.size.empty() && !parseSize(o.size, s.width, s.height))
@@ -127,10 +133,12 @@ int parsePostProcessing(const LicOptions& o, LicSettings& s) {
     return EXIT_OK;
 }
 
-int parseSettings(const LicOptions& o, LicSettings& s) {
+int parseSettings(const LicOptions& o, LicSettings& s, bool animate) {
     int status = buildFieldRequest(o.field, s.request, s.kind);
     if (status == EXIT_OK) status = parseEngine(o, s);
-    if (status == EXIT_OK) status = parseOutputs(o, s);
+    if (status == EXIT_OK) status = parseOutputs(o, s, animate);
+    if (status == EXIT_OK && animate && o.passes != 1)
+        return usageError("--passes applies to still pictures, not to animations");
     if (status == EXIT_OK) status = parsePostProcessing(o, s);
     if (status == EXIT_OK && !o.mask.empty() && o.seedmap.empty())
         return usageError("--mask only fills the seed map; give --seedmap FILE as well");
@@ -193,11 +201,55 @@ bool computeLic(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicIm
     return computed != 0;
 }
 
+// The frames of the animation, each post-processed.
+bool computeFrames(const LicOptions& o, const LicSettings& s, LicInputs& in,
+                   std::vector<FlicImage>& frames) {
+    FlicCompute engine;
+    configureEngine(o, s, engine);
+    engine.setAnimationRipples(o.ripples);
+    if (in.noData) {
+        engine.setNoData(1);
+        engine.setCoverageImage(&in.coverage);
+    }
+    ProgressBar bar("muskeip: computing");
+    if (showProgress(o, s)) engine.setProgressCallback(ProgressBar::update, &bar);
+    frames.resize(o.frames);
+    int computed = engine.computeFrames(&in.field, &in.texture, o.frames, frames.data(),
+                                        in.mask.data ? &in.mask : nullptr,
+                                        o.seedmap.empty() ? nullptr : &in.seedMap);
+    bar.finish();
+    if (!computed) {
+        failure("the LIC computation failed");
+        return false;
+    }
+    reportEngine(o, s, engine);
+    for (FlicImage& frame : frames)
+        if (!postProcess(o, s, in, frame)) return false;
+    return true;
+}
+
 } // namespace
+
+int runAnimate(const LicOptions& options) {
+    LicSettings settings;
+    int status = parseSettings(options, settings, true);
+    if (status != EXIT_OK) return status;
+    if (animationFormatFor(options.output) != ANIMATION_FRAMES && !checkWritable(options.output))
+        return EXIT_FAILED;
+    LicInputs inputs;
+    if (!loadInputs(options, settings, inputs)) return EXIT_FAILED;
+    std::vector<FlicImage> frames;
+    if (!computeFrames(options, settings, inputs, frames)) return EXIT_FAILED;
+    FileContext context(options.output);
+    if (!writeAnimation(options.output, frames, options.fps)) return EXIT_FAILED;
+    if (!options.seedmap.empty() && !writePicture(options.seedmap, inputs.seedMap, options.ascii))
+        return EXIT_FAILED;
+    return EXIT_OK;
+}
 
 int runLic(const LicOptions& options) {
     LicSettings settings;
-    int status = parseSettings(options, settings);
+    int status = parseSettings(options, settings, false);
     if (status != EXIT_OK) return status;
     if (!checkWritable(options.output) ||
         (!options.seedmap.empty() && !checkWritable(options.seedmap)))

@@ -93,6 +93,21 @@ class TestParameters:
         assert 0 < picture.mask.mean() < 0.2
         assert not isinstance(muskeip.lic(*circle), np.ma.MaskedArray)
 
+    def test_animate_gives_frames_of_one_trace(self, circle, noise):
+        u, v = circle
+        frames = muskeip.animate(u, v, noise, frames=4, length=9)
+        assert frames.shape == (4,) + noise.shape and frames.dtype == np.uint8
+        assert not np.array_equal(frames[0], frames[1])
+        still = muskeip.lic(u, v, noise, length=9, kernel="box")
+        for frame in muskeip.animate(u, v, noise, frames=3, ripples=0, length=9):
+            np.testing.assert_array_equal(frame, still)
+        colour = np.dstack([noise, noise[::-1], noise[:, ::-1]])
+        assert muskeip.animate(u, v, colour, frames=2).shape == (2,) + colour.shape
+        with pytest.raises(ValueError, match="frames"):
+            muskeip.animate(u, v, frames=0)
+        with pytest.raises(ValueError, match="passes apply to still pictures"):
+            muskeip.animate(u, v, frames=2, passes=2)
+
     def test_size_sets_the_noise_and_picture_size(self, circle):
         u, v = circle
         picture = muskeip.lic(u, v, size=(200, 150))

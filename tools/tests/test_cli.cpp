@@ -5,7 +5,9 @@
 
 #include "muskeip.h"
 
+#include <gif_lib.h>
 #include <gtest/gtest.h>
+#include <webp/demux.h>
 
 #include <cmath>
 #include <cstring>
@@ -366,6 +368,53 @@ TEST_F(CliFiles, RealDataModes) {
     EXPECT_EQ(testutil::pixelBytes(expected), testutil::pixelBytes(written));
     EXPECT_EQ(2, muskeip("lic " + shellQuoted(vec) + " --border sideways -o " + q("x.png")).status);
     EXPECT_EQ(2, muskeip("lic " + shellQuoted(vec) + " --passes 17 -o " + q("x.png")).status);
+}
+
+TEST_F(CliFiles, AnimateWritesWebPGifAndNumberedFrames) {
+    std::string vec = circleFile(17, 17);
+    std::string base = "animate " + shellQuoted(vec) + " --size 48x40 --frames 6 --tile 0";
+    Outcome webp = muskeip(base + " -o " + q("a.webp"));
+    ASSERT_EQ(0, webp.status) << webp.err;
+    std::string bytes = testutil::readFile(path("a.webp"));
+    WebPData data = {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
+    WebPAnimDecoder* decoder = WebPAnimDecoderNew(&data, nullptr);
+    ASSERT_NE(nullptr, decoder);
+    WebPAnimInfo info;
+    ASSERT_TRUE(WebPAnimDecoderGetInfo(decoder, &info));
+    EXPECT_EQ(std::vector<unsigned>({48, 40, 6}),
+              std::vector<unsigned>({info.canvas_width, info.canvas_height, info.frame_count}));
+    WebPAnimDecoderDelete(decoder);
+
+    Outcome gif = muskeip(base + " --colour direction -o " + q("a.gif"));
+    ASSERT_EQ(0, gif.status) << gif.err;
+    int error = 0;
+    GifFileType* file = DGifOpenFileName(path("a.gif").c_str(), &error);
+    ASSERT_NE(nullptr, file);
+    ASSERT_EQ(GIF_OK, DGifSlurp(file));
+    EXPECT_EQ(std::vector<int>({48, 40, 6}),
+              std::vector<int>({file->SWidth, file->SHeight, file->ImageCount}));
+    DGifCloseFile(file, &error);
+
+    // Numbered frames are the library's frames with the default contrast step.
+    Outcome frames = muskeip(base + " --noise uniform -o " + q("f%02d.pgm"));
+    ASSERT_EQ(0, frames.status) << frames.err;
+    FlicVectorField field;
+    ASSERT_EQ(1, field.read(vec.c_str()));
+    FlicImage noise(48, 40, 1);
+    noise.createRandom(0, 1);
+    FlicCompute engine;
+    std::vector<FlicImage> expected(6);
+    ASSERT_EQ(1, engine.computeFrames(&field, &noise, 6, expected.data()));
+    for (int f = 0; f < 6; f++) {
+        expected[f].autoAdjust(128.0f, 40.0f);
+        char name[16];
+        snprintf(name, sizeof name, "f%02d.pgm", f);
+        FlicImage written;
+        ASSERT_EQ(1, written.readPNM(path(name).c_str())) << name;
+        EXPECT_EQ(testutil::pixelBytes(expected[f]), testutil::pixelBytes(written)) << name;
+    }
+    EXPECT_EQ(2, muskeip(base + " -o " + q("a.bmp")).status);
+    EXPECT_EQ(2, muskeip(base + " --passes 2 -o " + q("b.gif")).status);
 }
 
 TEST_F(CliFiles, PostProcessingRunsInItsDocumentedOrder) {
