@@ -19,6 +19,7 @@
 #include <climits>
 #include <cmath>
 #include <new>
+#include <vector>
 
 using namespace muskeip::detail;
 
@@ -60,6 +61,7 @@ void accumulateFrameLine(const FlicCompute& e, const LineSums& sums, const SINK&
     const int N = e.kernelSteps, C = e.texChannels, cells = e.numSubCells;
     const unsigned pixels = static_cast<unsigned>(e.texWidth) * static_cast<unsigned>(e.texHeight);
     const int frames = (e.recordStride - cells) / C, c = e.maxSteps;
+    const double inverse = 1.0 / (2.0 * N);
     for (int k = first; k <= last; k++) {
         const FlicCompute::PointRecord& point = e.points[k];
         if (static_cast<unsigned>(point.pixel) >= pixels ||
@@ -73,33 +75,46 @@ void accumulateFrameLine(const FlicCompute& e, const LineSums& sums, const SINK&
         double ck = rippleCos[m], sk = rippleSin[m];
         int* record = sink.record(k, point.pixel);
         record[point.cell] = wrapAdd(record[point.cell], 1);
-        for (int f = 0; f < frames; f++) {
-            // psi = theta_k + phi_f
-            double cp = ck * phaseCos[f] - sk * phaseSin[f],
-                   sp = sk * phaseCos[f] + ck * phaseSin[f];
-            double weight = count + cp * kc + sp * ks;
-            int* channelSums = record + cells + f * C;
-            for (int ch = 0; ch < C; ch++) {
-                const double* plain = sums.plain + static_cast<std::ptrdiff_t>(ch) * (hi - lo + 2);
-                const double* cosine =
-                    sums.cosine + static_cast<std::ptrdiff_t>(ch) * (hi - lo + 2);
-                const double* sine = sums.sine + static_cast<std::ptrdiff_t>(ch) * (hi - lo + 2);
-                double total = (plain[ib] - plain[ia]) + cp * (cosine[ib] - cosine[ia]) +
-                               sp * (sine[ib] - sine[ia]);
-                int value;
-                if (box) { // no ripple: the still box kernel's integer mean
-                    value =
-                        static_cast<int>(static_cast<long long>(plain[ib] - plain[ia]) / (b - a));
-                } else {
-                    double v = weight > 0.0 ? total / weight : 0.0;
-                    value = v <= 0.0 ? 0 : v >= 255.0 ? 255 : static_cast<int>(v);
+        // With psi = theta_k + phi_f: cos(psi) X + sin(psi) Y = cos(phi) (ck X + sk Y) +
+        // sin(phi) (ck Y - sk X), so each frame costs two products per sum.
+        bool whole = a == k - N && b == k + N; // its cosines sum to 0: the weight is 2N
+        double weightCos = ck * kc + sk * ks, weightSin = ck * ks - sk * kc;
+        for (int ch = 0; ch < C; ch++) {
+            const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(ch) * (hi - lo + 2);
+            const double plain = sums.plain[row + ib] - sums.plain[row + ia];
+            const double x = sums.cosine[row + ib] - sums.cosine[row + ia];
+            const double y = sums.sine[row + ib] - sums.sine[row + ia];
+            const double along = ck * x + sk * y, across = ck * y - sk * x;
+            int* channelSums = record + cells + ch;
+            if (box) { // no ripple: the still box kernel's integer mean
+                int value = static_cast<int>(static_cast<long long>(plain) / (b - a));
+                for (int f = 0; f < frames; f++)
+                    channelSums[f * C] = wrapAdd(channelSums[f * C], value);
+            } else if (whole && C == 1) { // the common case, in a loop the compiler vectorises
+                unsigned* to = reinterpret_cast<unsigned*>(channelSums);
+                for (int f = 0; f < frames; f++) {
+                    double v = (plain + phaseCos[f] * along + phaseSin[f] * across) * inverse;
+                    v = v < 0.0 ? 0.0 : v > 255.0 ? 255.0 : v;
+                    to[f] += static_cast<unsigned>(static_cast<int>(v));
                 }
-                channelSums[ch] = wrapAdd(channelSums[ch], value);
+            } else if (whole) {
+                for (int f = 0; f < frames; f++) {
+                    double v = (plain + phaseCos[f] * along + phaseSin[f] * across) * inverse;
+                    int value = v <= 0.0 ? 0 : v >= 255.0 ? 255 : static_cast<int>(v);
+                    channelSums[f * C] = wrapAdd(channelSums[f * C], value);
+                }
+            } else {
+                for (int f = 0; f < frames; f++) {
+                    double weight = count + phaseCos[f] * weightCos + phaseSin[f] * weightSin;
+                    double total = plain + phaseCos[f] * along + phaseSin[f] * across;
+                    double v = weight > 0.0 ? total / weight : 0.0;
+                    int value = v <= 0.0 ? 0 : v >= 255.0 ? 255 : static_cast<int>(v);
+                    channelSums[f * C] = wrapAdd(channelSums[f * C], value);
+                }
             }
         }
     }
 }
-
 } // namespace
 
 // The frame values of the line's points first .. last: the middle part, and on to each end
@@ -146,33 +161,44 @@ void FlicCompute::accumulateFrames(int lo, int hi, bool cutLo, bool cutHi) {
                             animationRipples == 0);
 }
 
-// Divides each frame's sums by the pixel's hits into its picture, as the still engine does.
+// Divides each frame's sums by the pixel's hits into its picture, as the still engine does;
+// row by row and frame by frame, so that each picture is written in order while the row's
+// records stay in the cache.
 void FlicCompute::normalizeFrames(FlicImage* outputs) {
-    const int pixels = texWidth * texHeight;
-    for (int f = 0; f < frameCount; f++)
-        outputs[f].setSize(texWidth, texHeight, texChannels);
-    for (int p = 0; p < pixels; p++) {
-        const int* record = accum + static_cast<std::ptrdiff_t>(p) * recordStride;
-        int hits = 0;
-        for (int s = 0; s < numSubCells; s++)
-            hits = wrapAdd(hits, record[s]);
-        totalHits = wrapAdd(totalHits, hits);
-        for (int f = 0; f < frameCount; f++) {
-            unsigned char* out = outputs[f].data + static_cast<std::ptrdiff_t>(p) * texChannels;
-            const int* channelSums = record + numSubCells + f * texChannels;
-            for (int ch = 0; ch < texChannels; ch++)
-                out[ch] = static_cast<unsigned char>(
-                    hits > 0 ? static_cast<int>(static_cast<long long>(channelSums[ch]) / hits)
-                             : 0);
+    // Locals, so that the stores into the pictures need not reload the engine's members.
+    const int W = texWidth, H = texHeight, C = texChannels, cells = numSubCells;
+    const int frames = frameCount;
+    const std::ptrdiff_t stride = recordStride;
+    for (int f = 0; f < frames; f++)
+        outputs[f].setSize(W, H, C);
+    FixedDivisor divisors[kDivisorTableSize];
+    for (int d = 1; d < kDivisorTableSize; d++)
+        divisors[d] = FixedDivisor(d);
+    std::vector<int> hits(W);
+    int total = 0;
+    bool covering = coverage && coverage->setSize(W, H, 1);
+    for (int y = 0; y < H; y++) {
+        const int* row = accum + static_cast<std::ptrdiff_t>(y) * W * stride;
+        for (int x = 0; x < W; x++) {
+            int sum = 0;
+            for (int s = 0; s < cells; s++)
+                sum = wrapAdd(sum, row[x * stride + s]);
+            hits[x] = sum;
+            total = wrapAdd(total, sum);
         }
+        for (int f = 0; f < frames; f++) {
+            unsigned char* out = outputs[f].data + static_cast<std::ptrdiff_t>(y) * W * C;
+            const int* sums = row + cells + f * C;
+            for (int x = 0; x < W; x++)
+                for (int ch = 0; ch < C; ch++)
+                    out[x * C + ch] = static_cast<unsigned char>(
+                        divideByHits(sums[x * stride + ch], hits[x], divisors));
+        }
+        if (covering)
+            for (int x = 0; x < W; x++)
+                coverage->data[static_cast<std::ptrdiff_t>(y) * W + x] = hits[x] ? 255 : 0;
     }
-    if (coverage && coverage->setSize(texWidth, texHeight, 1))
-        for (int p = 0; p < pixels; p++) {
-            int hits = 0;
-            for (int s = 0; s < numSubCells; s++)
-                hits |= accum[static_cast<std::ptrdiff_t>(p) * recordStride + s];
-            coverage->data[p] = hits ? 255 : 0;
-        }
+    totalHits = wrapAdd(totalHits, total);
 }
 
 int FlicCompute::computeFrames(FlicVectorField* field, FlicImage* texture, int frames,

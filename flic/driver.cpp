@@ -159,20 +159,7 @@ void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
             }
 }
 
-namespace {
-
-// Fixed divisors for the usual small hit counts of a pixel.
-const int kDivisorTableSize = 256;
-
-// A channel sum divided by the pixel's hits, truncating: through the table of fixed divisors
-// for small counts, 0 without hits.
-FLIC_ALWAYS_INLINE int divideByHits(int sum, int hits, const FixedDivisor* divisors) {
-    if (hits > 0 && hits < kDivisorTableSize) return divisors[hits].divide(sum);
-    if (hits == 0) return 0;
-    return static_cast<int>(static_cast<long long>(sum) / hits);
-}
-
-} // namespace
+namespace {} // namespace
 
 // Draws texWidth * texHeight pairs of the quasi-random sequence over all sub-pixel cells and
 // uses all but the last.

@@ -72,6 +72,17 @@ struct FixedDivisor {
     }
 };
 
+// Fixed divisors for the usual small hit counts of a pixel.
+constexpr int kDivisorTableSize = 256;
+
+// A channel sum divided by the pixel's hits, truncating: through the table of fixed divisors
+// for small counts, 0 without hits.
+FLIC_ALWAYS_INLINE int divideByHits(int sum, int hits, const FixedDivisor* divisors) {
+    if (hits > 0 && hits < kDivisorTableSize) return divisors[hits].divide(sum);
+    if (hits == 0) return 0;
+    return static_cast<int>(static_cast<long long>(sum) / hits);
+}
+
 // A cell index brought into 0 .. cells - 1 by the non-negative remainder.
 inline int cellInGrid(int index, int cells) {
     int r = index % cells;

@@ -186,6 +186,16 @@ struct PointRecorder {
           pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)),
           window(window), slots(slots) {}
 
+    // Asks for a record that will be updated once the line's sums are done: its first cache
+    // line, and for the long records of animations its last one too.
+    FLIC_ALWAYS_INLINE void prefetchRecord(const int* record) const {
+        __builtin_prefetch(record, 1);
+        if (recordStride > 16) {
+            __builtin_prefetch(record + 16, 1);
+            __builtin_prefetch(record + recordStride - 1, 1);
+        }
+    }
+
     // The texture value(s) of point `index` at (x, y) in field coordinates, looked up at the
     // unwrapped position.
     FLIC_ALWAYS_INLINE void sampleTexture(int index, float x, float y) const {
@@ -224,9 +234,9 @@ struct PointRecorder {
             if (WINDOWED) {
                 int slot = windowSlot(*window, point.pixel);
                 slots[index] = slot;
-                if (slot >= 0) __builtin_prefetch(window->records.data() + slot, 1);
+                if (slot >= 0) prefetchRecord(window->records.data() + slot);
             } else {
-                __builtin_prefetch(accum + point.pixel * recordStride, 1);
+                prefetchRecord(accum + point.pixel * recordStride);
             }
         }
         if (subPixels == 1) {
