@@ -188,9 +188,10 @@ struct PointRecorder {
 
     // Asks for a record that will be updated once the line's sums are done: its first cache
     // line, and for the long records of animations its last one too.
+    template <bool LONG>
     FLIC_ALWAYS_INLINE void prefetchRecord(const int* record) const {
         __builtin_prefetch(record, 1);
-        if (recordStride > 16) {
+        if (LONG) {
             __builtin_prefetch(record + 16, 1);
             __builtin_prefetch(record + recordStride - 1, 1);
         }
@@ -210,7 +211,8 @@ struct PointRecorder {
     // Points too far out for int pixel coordinates get pixel -1, which the accumulation skips,
     // like every pixel or cell index outside the image.
     // WINDOWED: tiled mode, where the record is looked up in the tile's window.
-    template <bool WINDOWED>
+    // LONG: records longer than a cache line (animations).
+    template <bool WINDOWED, bool LONG>
     FLIC_ALWAYS_INLINE void locatePixel(int index, float x, float y) const {
         if (y < 0)
             y += fieldMaxY;
@@ -234,9 +236,9 @@ struct PointRecorder {
             if (WINDOWED) {
                 int slot = windowSlot(*window, point.pixel);
                 slots[index] = slot;
-                if (slot >= 0) prefetchRecord(window->records.data() + slot);
+                if (slot >= 0) prefetchRecord<LONG>(window->records.data() + slot);
             } else {
-                prefetchRecord(accum + point.pixel * recordStride);
+                prefetchRecord<LONG>(accum + point.pixel * recordStride);
             }
         }
         if (subPixels == 1) {
@@ -423,6 +425,18 @@ void accumulateKernel(const FlicCompute& e, const SINK& sink, int lo, int hi,
     }
 }
 
+// Pixels and cells of the points first .. last, their records asked for.
+template <bool LONG, class RECORDER>
+FLIC_ALWAYS_INLINE void locatePoints(const RECORDER& recorder, bool windowed,
+                                     const Vec2f* positions, int first, int last) {
+    if (windowed)
+        for (int i = first; i <= last; i++)
+            recorder.template locatePixel<true, LONG>(i, positions[i].x, positions[i].y);
+    else
+        for (int i = first; i <= last; i++)
+            recorder.template locatePixel<false, LONG>(i, positions[i].x, positions[i].y);
+}
+
 } // namespace
 
 template <int KIND>
@@ -453,12 +467,10 @@ void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
         recorder.sampleTexture(i, positions[i].x, positions[i].y);
     // Values go to lo + N .. hi - N, and on to each end where the line was cut.
     int first = cutLo ? lo : lo + kernelSteps, last = cutHi ? hi : hi - kernelSteps;
-    if (window)
-        for (int i = first; i <= last; i++)
-            recorder.template locatePixel<true>(i, positions[i].x, positions[i].y);
+    if (frameCount > 0)
+        locatePoints<true>(recorder, window != nullptr, positions, first, last);
     else
-        for (int i = first; i <= last; i++)
-            recorder.template locatePixel<false>(i, positions[i].x, positions[i].y);
+        locatePoints<false>(recorder, window != nullptr, positions, first, last);
     if (frameCount > 0)
         accumulateFrames(lo, hi, cutLo, cutHi);
     else if (cutLo || cutHi)
