@@ -90,4 +90,8 @@ lic "$work/directors.vec" --size 480x480 --length 20 --zoom 240x240 -o $out/orie
 lic "$work/directors.vec" --size 480x480 --length 20 --orientation --zoom 240x240 \
     -o $out/orientation-on.png
 
+# Animation: the dipole's texture flowing along the field, 16 frames in a loop.
+"$MUSKEIP" -q animate dipole --size 200x200 --length 15 --frames 16 --fps 16 --colour magnitude \
+    --colormap hue -o $out/dipole-animated.webp
+
 ls -l demo.png $out
