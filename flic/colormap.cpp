@@ -1,6 +1,8 @@
 // Colour maps: presets, lookup, transformations, the icol text files; RGB / HSL conversions.
 #include "colormap.h"
 
+#include "colormap_common.h"
+
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -186,6 +188,33 @@ void FlicColormap::createHueRamp() {
         float hsl[3] = {static_cast<float>(i / 255.0 * 5 / 6), 1.0f, 0.5f};
         HSL_to_RGB(hsl, colors[i]);
     }
+}
+
+int FlicColormap::createPreset(const char* name) {
+    using muskeip::detail::colormap_tables;
+    if (!name) return 0;
+    if (!strcmp(name, "grey") || !strcmp(name, "gray")) {
+        createGreyRamp();
+    } else if (!strcmp(name, "hot-iron")) {
+        createHotIron();
+    } else if (!strcmp(name, "blue-white-red")) {
+        createBlueWhiteRed();
+    } else if (!strcmp(name, "hue")) {
+        createHueRamp();
+    } else {
+        for (int k = 0; k < muskeip::detail::colormap_table_count; k++) {
+            if (strcmp(name, colormap_tables[k].name) != 0) continue;
+            memcpy(colors, colormap_tables[k].colors, sizeof colors);
+            return 1;
+        }
+        return 0;
+    }
+    return 1;
+}
+
+const char* FlicColormap::presetNames() {
+    return "grey, hot-iron, blue-white-red, hue, viridis, magma, inferno, plasma, cividis, "
+           "twilight";
 }
 
 void FlicColormap::getColor1(float t, float* rgb) const {

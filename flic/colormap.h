@@ -35,6 +35,14 @@ class FlicColormap {
     // Hues from red through yellow, green, cyan and blue to magenta at full saturation.
     void createHueRamp();
 
+    // Fills the table with the named preset: grey (or gray), hot-iron, blue-white-red, hue,
+    // and the perceptually uniform viridis, magma, inferno, plasma, cividis and the cyclic
+    // twilight. Presets keep the range. Returns 1, or 0 for a name that is none of these (no
+    // message; the table is left as it was).
+    int createPreset(const char* name);
+    // The preset names, comma-separated, for messages and help texts.
+    static const char* presetNames();
+
     // Colour of a value normalized to 0..1 (entry 0 at or below 0 and for NaN, entry 255 at or
     // above 1, linear between neighbouring entries otherwise) into rgb[0..2].
     void getColor1(float t, float* rgb) const;

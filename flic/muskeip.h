@@ -16,5 +16,7 @@
 #include "convolve.h"
 #include "zoom.h"
 #include "emboss.h"
+#include "histogram.h"
+#include "picture.h"
 
 #endif

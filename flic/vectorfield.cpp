@@ -419,21 +419,35 @@ void FlicVectorField::vecToColor(FlicImage& image, int resize) const {
     });
 }
 
-// Without `resize` the result keeps its size (given storage if it has none yet). A field
-// without nodes leaves the result alone.
-void FlicVectorField::magnitude(FlicScalarField& result, int resize) const {
+namespace {
+
+// A value of each vector into a scalar field. Without `resize` the result keeps its size (given
+// storage if it has none yet). A field without nodes leaves the result alone.
+template <typename Value>
+void vector_values(const FlicVectorField& field, FlicScalarField& result, int resize, Value value) {
     if (resize) {
-        if (!result.setSize(width, height) || !has_nodes(*this)) return;
-        long nodes = static_cast<long>(width) * height;
-        const Vec2f* v = vectors();
+        if (!result.setSize(field.width, field.height) || !has_nodes(field)) return;
+        long nodes = static_cast<long>(field.width) * field.height;
+        const Vec2f* v = field.vectors();
         for (long k = 0; k < nodes; k++)
-            result.data[k] = sqrtf(v[k].x * v[k].x + v[k].y * v[k].y);
+            result.data[k] = value(v[k]);
         return;
     }
-    if (!has_nodes(*this) || result.width <= 0 || result.height <= 0) return;
+    if (!has_nodes(field) || result.width <= 0 || result.height <= 0) return;
     if (!result.data && !result.setSize(result.width, result.height)) return;
     float* out = result.data;
-    stretch_sample(*this, result.width, result.height, [out, &result](int i, int j, Vec2f v) {
-        out[static_cast<long>(j) * result.width + i] = sqrtf(v.x * v.x + v.y * v.y);
-    });
+    stretch_sample(field, result.width, result.height,
+                   [out, &result, value](int i, int j, Vec2f v) {
+                       out[static_cast<long>(j) * result.width + i] = value(v);
+                   });
+}
+
+} // namespace
+
+void FlicVectorField::magnitude(FlicScalarField& result, int resize) const {
+    vector_values(*this, result, resize, [](Vec2f v) { return sqrtf(v.x * v.x + v.y * v.y); });
+}
+
+void FlicVectorField::direction(FlicScalarField& result, int resize) const {
+    vector_values(*this, result, resize, [](Vec2f v) { return atan2f(v.y, v.x); });
 }

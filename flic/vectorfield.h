@@ -75,6 +75,10 @@ class FlicVectorField {
     void vecToColor(FlicImage& image, int resize) const;
     // Vector lengths into a scalar field (resized when `resize`).
     void magnitude(FlicScalarField& result, int resize) const;
+    // Vector directions atan2(y, x) in radians, -pi .. pi (0 for a zero vector), into a scalar
+    // field (resized when `resize`); sampled as magnitude samples, vectors first, so the angle
+    // never jumps between neighbouring samples.
+    void direction(FlicScalarField& result, int resize) const;
     // Bilinear, cell-centred resampling to newWidth x newHeight, into `result` or in place.
     void resample(int newWidth, int newHeight, FlicVectorField* result = nullptr);
 

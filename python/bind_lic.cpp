@@ -1,6 +1,7 @@
 // muskeip.lic: one call from numpy arrays to a LIC picture. Every argument is checked with the
 // GIL held; the noise and the computation then run without it, so threads can compute many
 // pictures at once.
+#include "picture_settings.h"
 #include "support.h"
 
 #include "compute.h"
@@ -138,8 +139,10 @@ bool hasNaN(const FlicVectorField& field) {
 
 // Runs the engine; returns its result. Called without the GIL. With `coverage`, lines end at
 // no-data nodes and the coverage image is made.
+// With `picture`, the library's picture steps follow (and, with enhance, a second pass).
 int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* texture,
-              FlicImage* output, FlicImage* mask, FlicImage* seedMap, FlicImage* coverage) {
+              FlicImage* output, FlicImage* mask, FlicImage* seedMap, FlicImage* coverage,
+              const FlicPicture* picture) {
     FlicCompute engine;
     engine.setFilterLength(settings.length);
     engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(settings.kernel));
@@ -163,6 +166,7 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
         engine.setAnimationRipples(settings.ripples);
         return engine.computeFrames(field, texture, settings.frames, output, mask, seedMap);
     }
+    if (picture) return picture->render(engine, *field, *texture, *output, mask, seedMap);
     return engine.compute(field, texture, output, mask, seedMap);
 }
 
@@ -171,7 +175,7 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                const std::string& seeding, const std::string& interpolation, double normalization,
                const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
                py::object threads, long long tile, py::object border, bool orientation,
-               long long passes, long long frames, long long ripples) {
+               long long passes, long long frames, long long ripples, py::object pictureKeywords) {
     LicSettings settings;
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
@@ -216,6 +220,9 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
         if (count < 1 || count > 1024) throw py::value_error("threads must be 1 .. 1024 or None");
         settings.threads = static_cast<int>(count);
     }
+    PictureInput pictureInput;
+    bool rendered = !pictureKeywords.is_none();
+    if (rendered) readPictureSettings(pictureKeywords.cast<py::dict>(), pictureInput);
     int binaryNoise = choose(noise, {{"uniform", 0}, {"binary", 1}}, "noise");
     int seedValue = seedArgument(seed);
 
@@ -274,10 +281,16 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                 noiseTexture.createRandom(binaryNoise, seedValue);
             }
         }
+        // The picture steps use the library's shared filter tables: one picture at a time.
+        std::unique_lock<std::mutex> lock(libraryMutex(), std::defer_lock);
+        if (rendered) lock.lock();
         return runEngine(settings, field.field, textureImage, outputs.data(), maskInput.image.get(),
-                         returnSeedmap ? &seedMap : nullptr, noData ? &coverage : nullptr);
+                         returnSeedmap ? &seedMap : nullptr, noData ? &coverage : nullptr,
+                         rendered ? &pictureInput.settings : nullptr);
     });
-    if (!ok) raiseValueError(scope.errors(), "the LIC computation failed");
+    if (!ok)
+        raiseValueError(scope.errors(),
+                        rendered ? "the picture could not be made" : "the LIC computation failed");
     scope.deliverInfo();
 
     py::object picture;
@@ -309,7 +322,7 @@ void bindLic(py::module_& m) {
           py::arg("mask") = py::none(), py::arg("return_seedmap") = false,
           py::arg("threads") = py::none(), py::arg("tile") = 256, py::arg("border") = "periodic",
           py::arg("orientation") = false, py::arg("passes") = 1, py::arg("_frames") = 0,
-          py::arg("_ripples") = 2,
+          py::arg("_ripples") = 2, py::arg("_picture") = py::none(),
           R"doc(Line integral convolution of a vector field: a uint8 picture as a numpy array.
 
 u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
@@ -336,7 +349,58 @@ nodes has no-data there: lines end at them, and the picture is a numpy masked ar
 mask marks the pixels no line reached.
 
 The picture's row 0 is its bottom row: show it with imshow(picture, origin="lower").
-The GIL is released while the picture is computed. (_frames and _ripples serve animate.))doc");
+The GIL is released while the picture is computed. (_frames, _ripples and _picture serve
+animate and render.))doc");
+    m.def(
+        "render",
+        [m](py::object u, py::object v, py::object texture, py::object adjust, bool enhance,
+            py::object equalize, long long blur, bool median, py::object colour,
+            py::object colormap, const std::string& blend, py::object range, py::object emboss,
+            py::object zoom, py::kwargs options) {
+            py::dict picture;
+            picture["adjust"] = adjust;
+            picture["enhance"] = enhance;
+            picture["equalize"] = equalize;
+            picture["blur"] = blur;
+            picture["median"] = median;
+            picture["colour"] = colour;
+            picture["colormap"] = colormap;
+            picture["blend"] = blend;
+            picture["range"] = range;
+            picture["emboss"] = emboss;
+            picture["zoom"] = zoom;
+            for (const char* hidden : {"_frames", "_ripples", "_picture"})
+                if (options.contains(hidden))
+                    throw py::type_error(std::string("render() got an unexpected keyword '") +
+                                         hidden + "'");
+            options["_picture"] = picture;
+            return m.attr("lic")(u, v, texture, **options);
+        },
+        py::arg("u"), py::arg("v") = py::none(), py::arg("texture") = py::none(), py::kw_only(),
+        py::arg("adjust") = py::make_tuple(128, 40), py::arg("enhance") = false,
+        py::arg("equalize") = py::none(), py::arg("blur") = 0, py::arg("median") = false,
+        py::arg("colour") = py::none(), py::arg("colormap") = py::none(),
+        py::arg("blend") = "multiply", py::arg("range") = py::none(),
+        py::arg("emboss") = py::none(), py::arg("zoom") = py::none(),
+        R"doc(The command line's picture: lic followed by the library's picture steps, in this
+order: (enhance) contrast, equalisation, blur, median, colour, emboss, zoom. The same settings
+give the same bytes as `muskeip lic`.
+
+adjust: (mean, sdev) of the non-black pixels (exact statistics), or None.
+enhance: LIC of the high-passed LIC picture, then a 0.5 .. 99.5 percentile stretch.
+equalize: None, 'global', 'adaptive' or ('adaptive', tiles, clip): histogram equalisation,
+contrast-limited and adaptive over tiles x tiles regions (default 8, clip 2).
+blur: Gaussian blur of 0 .. 9 half-taps. median: 3 x 3 median filter.
+colour: None, 'magnitude', 'direction' or a 2-D float array of values (row 0 the bottom row,
+resampled to the picture). colormap: a preset name (grey, hot-iron, blue-white-red, hue,
+viridis, magma, inferno, plasma, cividis, twilight), an icol file or a Colormap; default
+viridis, twilight for 'direction'. blend: 'multiply' (colour times LIC), 'lightness' (LIC as
+HSL lightness) or 'overlay'. range: (min, max) spanned by the map (degrees for 'direction';
+default the 1st to 99th percentile, -180 .. 180 for 'direction').
+emboss: None, 'field' (lit along the field) or (azimuth, elevation[, steepness]) in degrees.
+zoom: (W, H) of the final picture.
+Every other keyword is lic's. Returns a uint8 (H, W) or (H, W, 3) array (masked for fields
+with NaN nodes).)doc");
     m.def(
         "animate",
         [m](py::object u, py::object v, py::object texture, long long frames, long long ripples,

@@ -4,6 +4,8 @@
 #include "commands.h"
 #include "console.h"
 
+#include "colormap.h"
+
 #include <CLI/CLI.hpp>
 
 #include <climits>
@@ -17,9 +19,9 @@ const char* const licFooter =
     "\nFIELD is a FLIC VECTOR file, a FLIC SCALAR file or an image (PNM/PNG; the field then\n"
     "follows its iso-lines, turned by --angle), a UCD mesh, or a built-in field: circle,\n"
     "saddle, linear, brusselator, dipole (write ./circle for a file of that name).\n"
-    "Post-processing runs in this order: --adjust, --blur, --median, --colour, --emboss,\n"
-    "--zoom, --overlay, --mesh. The output format follows the extension: .png, .pgm, .ppm,\n"
-    ".pnm.\n\n"
+    "Post-processing runs in this order: --enhance, --adjust, --equalize, --blur, --median,\n"
+    "--colour, --emboss, --zoom, --overlay, --mesh. The output format follows the\n"
+    "extension: .png, .pgm, .ppm, .pnm.\n\n"
     "Examples:\n"
     "  muskeip lic dipole -o dipole.png --size 1024x1024 --colour magnitude\n"
     "  muskeip lic flow.vec -o flow.png --kernel cubic --length 30 --emboss\n"
@@ -136,34 +138,61 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
         ->group(group);
 }
 
-void addPostOptions(CLI::App& lic, LicOptions& o, CLI::Option*& emboss) {
+// Options whose value may be left out; after parsing, given alone means their default mode.
+struct OptionalValues {
+    CLI::Option* emboss = nullptr;
+    CLI::Option* equalize = nullptr;
+};
+
+void addPostOptions(CLI::App& lic, LicOptions& o, OptionalValues& optional) {
     const char* group = "Post-processing (in this order)";
+    lic.add_flag("--enhance", o.enhance,
+                 "Sharper streaks: LIC of the high-passed LIC, then a percentile stretch")
+        ->group(group);
     lic.add_option("--adjust", o.adjust, "Contrast: MEAN,SDEV of the non-black pixels, or none")
         ->type_name("MEAN,SDEV")
         ->group(group);
+    optional.equalize =
+        lic.add_option("--equalize,--equalise", o.equalize,
+                       "Histogram equalisation: global (write --equalize alone), or "
+                       "adaptive[,TILES[,CLIP]] (contrast-limited, default 8 tiles, clip 2)")
+            ->type_name("MODE")
+            ->expected(0, 1)
+            ->group(group);
     lic.add_option("--blur", o.blur, "Gaussian blur of N half-taps (0 none)")
         ->check(CLI::Range(0, 9))
         ->group(group);
     lic.add_flag("--median", o.median, "3x3 median filter")->group(group);
-    lic.add_option("--colour,--color", o.colour, "Colour the picture, LIC as lightness")
+    lic.add_option("--colour,--color", o.colour,
+                   "Colour the picture by the field's magnitude or direction")
         ->check(CLI::IsMember({"none", "magnitude", "direction"}))
         ->group(group);
+    lic.add_option("--colour-by,--color-by", o.colourBy,
+                   "Colour the picture by the values of a FLIC SCALAR file")
+        ->type_name("FILE")
+        ->group(group);
     lic.add_option("--colormap", o.colormap,
-                   "Map for --colour magnitude: grey, hot-iron, blue-white-red, hue or an "
-                   ".icol file")
+                   std::string("Colour map: ") + FlicColormap::presetNames() +
+                       ", or an .icol file (default viridis; twilight for direction)")
         ->type_name("MAP")
         ->group(group);
+    lic.add_option("--blend", o.blend,
+                   "How colour and LIC combine: multiply (colour times LIC), lightness (LIC as "
+                   "HSL lightness) or overlay")
+        ->check(CLI::IsMember({"multiply", "lightness", "overlay"}))
+        ->group(group);
     lic.add_option("--range", o.range,
-                   "Magnitudes MIN,MAX spanned by the colour map "
-                   "(default: 1st to 99th percentile)")
+                   "Values MIN,MAX spanned by the colour map "
+                   "(default: 1st to 99th percentile; -180,180 degrees for direction)")
         ->type_name("MIN,MAX")
         ->group(group);
-    emboss = lic.add_option("--emboss", o.light,
-                            "Relief shading; lit along the field, or from AZ,EL[,STEEPNESS] "
-                            "in degrees (write --emboss=AZ,EL)")
-                 ->type_name("AZ,EL")
-                 ->expected(0, 1)
-                 ->group(group);
+    optional.emboss =
+        lic.add_option("--emboss", o.light,
+                       "Relief shading; lit along the field, or from AZ,EL[,STEEPNESS] "
+                       "in degrees (write --emboss=AZ,EL)")
+            ->type_name("AZ,EL")
+            ->expected(0, 1)
+            ->group(group);
     lic.add_option("--zoom", o.zoom, "Resample the picture to WxH")->type_name("WxH")->group(group);
     lic.add_option("--overlay", o.overlay, "Draw a FLIC GRAPHICS command file")
         ->type_name("FILE")
@@ -187,9 +216,8 @@ struct Parsed {
     InfoOptions info;
     CLI::Option* licAngle = nullptr;
     CLI::Option* animateAngle = nullptr;
-    CLI::Option* animateEmboss = nullptr;
+    OptionalValues licOptional, animateOptional;
     CLI::Option* fieldAngle = nullptr;
-    CLI::Option* emboss = nullptr;
 };
 
 CLI::App* addLic(CLI::App& app, Parsed& p) {
@@ -205,7 +233,7 @@ CLI::App* addLic(CLI::App& app, Parsed& p) {
                   "Always show the progress bar (default: on a terminal, above 2 Mpixel)");
     addSourceOptions(*lic, p.lic.field, p.licAngle);
     addEngineOptions(*lic, p.lic);
-    addPostOptions(*lic, p.lic, p.emboss);
+    addPostOptions(*lic, p.lic, p.licOptional);
     return lic;
 }
 
@@ -232,7 +260,7 @@ CLI::App* addAnimate(CLI::App& app, Parsed& p) {
     animate->add_flag("--progress", p.animate.progress, "Always show the progress bar");
     addSourceOptions(*animate, p.animate.field, p.animateAngle);
     addEngineOptions(*animate, p.animate);
-    addPostOptions(*animate, p.animate, p.animateEmboss);
+    addPostOptions(*animate, p.animate, p.animateOptional);
     return animate;
 }
 
@@ -270,14 +298,24 @@ std::string usageMessage(const CLI::App*, const CLI::Error& error) {
            "\nRun with --help for more information.\n";
 }
 
-// `--emboss FIELD` (the field light, then the field) reads FIELD as the light's angles; such a
-// value that cannot be angles is the field. False when there is no field at all.
-bool giveBackField(LicOptions& o) {
-    if (!o.field.source.empty()) return true;
-    if (!o.emboss || o.light.empty() || strchr("0123456789+-.", o.light[0])) return false;
-    o.field.source = o.light;
-    o.light.clear();
-    return true;
+// `--emboss FIELD` and `--equalize FIELD` (the default mode, then the field) read FIELD as
+// their value; such a value that cannot be theirs is the field. An --equalize given alone is
+// global. False when there is no field at all.
+bool settleOptionalValues(LicOptions& o, const OptionalValues& optional) {
+    o.emboss = optional.emboss->count() > 0;
+    bool equalize = optional.equalize->count() > 0;
+    if (o.field.source.empty() && o.emboss && !o.light.empty() &&
+        !strchr("0123456789+-.", o.light[0])) {
+        o.field.source = o.light;
+        o.light.clear();
+    }
+    if (o.field.source.empty() && equalize && !o.equalize.empty() &&
+        o.equalize.compare(0, 6, "global") != 0 && o.equalize.compare(0, 8, "adaptive") != 0) {
+        o.field.source = o.equalize;
+        o.equalize.clear();
+    }
+    if (equalize && o.equalize.empty()) o.equalize = "global";
+    return !o.field.source.empty();
 }
 
 // The first word that is not an option must name a subcommand (the program's own options are
@@ -322,14 +360,13 @@ int runCommandLine(int argc, char** argv) {
     consoleSetup(verbose, quiet);
     if (lic->parsed()) {
         p.lic.field.angleGiven = p.licAngle->count() > 0;
-        p.lic.emboss = p.emboss->count() > 0;
-        if (!giveBackField(p.lic)) return usageError("FIELD is required");
+        if (!settleOptionalValues(p.lic, p.licOptional)) return usageError("FIELD is required");
         return runLic(p.lic);
     }
     if (animate->parsed()) {
         p.animate.field.angleGiven = p.animateAngle->count() > 0;
-        p.animate.emboss = p.animateEmboss->count() > 0;
-        if (!giveBackField(p.animate)) return usageError("FIELD is required");
+        if (!settleOptionalValues(p.animate, p.animateOptional))
+            return usageError("FIELD is required");
         return runAnimate(p.animate);
     }
     if (field->parsed()) {

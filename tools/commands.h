@@ -50,11 +50,15 @@ struct LicOptions {
     int fps = 25;
     int ripples = 2;
     // Post-processing, in this order.
+    bool enhance = false;
     std::string adjust = "128,40";
+    std::string equalize; // empty: none; global, or adaptive[,TILES[,CLIP]]
     int blur = 0;
     bool median = false;
     std::string colour = "none";
-    std::string colormap = "hue";
+    std::string colourBy; // a FLIC SCALAR file giving the colour
+    std::string colormap; // empty: viridis, twilight for direction
+    std::string blend = "multiply";
     std::string range;
     bool emboss = false;
     std::string light;

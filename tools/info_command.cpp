@@ -5,6 +5,7 @@
 #include "field_source.h"
 #include "image_files.h"
 
+#include "histogram.h"
 #include "image.h"
 #include "messages.h"
 #include "scalarfield.h"
@@ -89,21 +90,27 @@ int infoImage(const std::string& path) {
     printf("%s: %s image\n", path.c_str(), png ? "PNG" : "PNM");
     printf("  size: %d x %d pixels\n", image.width, image.height);
     printf("  channels: %d (%s)\n", image.nChannels, image.nChannels == 3 ? "RGB" : "grey");
+    // Exact figures from byte counts, whatever the picture's size.
+    FlicHistogram histogram;
+    histogram.count(image);
     const char* names[3] = {"red", "green", "blue"};
     for (int c = 0; c < image.nChannels && c < 3; c++) {
-        Range values;
-        for (int y = 0; y < image.height; y++)
-            for (int x = 0; x < image.width; x++)
-                values.add(image.data[static_cast<long long>(y) * image.bytesPerLine +
-                                      x * image.nChannels + c]);
+        int low = 0, high = 255;
+        while (low < 255 && histogram.counts[c][low] == 0)
+            low++;
+        while (high > 0 && histogram.counts[c][high] == 0)
+            high--;
         std::string label = image.nChannels == 1 ? "value range" : std::string(names[c]) + " range";
-        values.print(label.c_str());
+        if (low <= high) printf("  %s: %d .. %d\n", label.c_str(), low, high);
     }
-    if (image.width * image.height > 1) {
-        float mean, sdev;
-        image.getStatistics(mean, sdev);
-        printf("  mean: %g, standard deviation: %g\n", mean, sdev);
-    }
+    double mean, sdev;
+    histogram.statistics(-1, 0, mean, sdev);
+    printf("  mean: %.6g, standard deviation: %.6g\n", mean, sdev);
+    long long nonBlack = histogram.statistics(-1, 1, mean, sdev);
+    if (nonBlack > 0 &&
+        nonBlack < static_cast<long long>(image.width) * image.height * image.nChannels)
+        printf("  non-black bytes: %lld, mean: %.6g, standard deviation: %.6g\n", nonBlack, mean,
+               sdev);
     return EXIT_OK;
 }
 

@@ -2,8 +2,9 @@
 // or PNM.
 //
 // Order of work: read or generate the field; make the input texture (noise, or --texture);
-// compute the LIC image; then --adjust, --blur, --median, --colour, --emboss, --zoom,
-// --overlay, --mesh; write the picture (and the seed map).
+// compute the LIC image (twice with --enhance); then --adjust, --equalize, --blur, --median,
+// --colour, --emboss, --zoom (the library's picture steps), the no-data pixels, --overlay,
+// --mesh; write the picture (and the seed map).
 #include "animation_files.h"
 #include "commands.h"
 #include "console.h"
@@ -88,38 +89,96 @@ int parseOutputs(const LicOptions& o, LicSettings& s, bool animate) {
                           maxPictureSide, o.size.c_str());
     if (!o.size.empty() && (s.width < 2 || s.height < 2))
         return usageError("--size needs at least 2 x 2 pixels, got '%s'", o.size.c_str());
-    if (!o.zoom.empty() && !parseSize(o.zoom, s.zoomWidth, s.zoomHeight))
+    if (!o.zoom.empty() && !parseSize(o.zoom, s.picture.zoomWidth, s.picture.zoomHeight))
         return usageError("--zoom expects WxH with 1 to %d pixels each way, got '%s'",
                           maxPictureSide, o.zoom.c_str());
     return EXIT_OK;
 }
 
-int parsePostProcessing(const LicOptions& o, LicSettings& s) {
-    s.adjust = o.adjust != "none";
+int parseEqualize(const std::string& text, FlicPicture& p) {
+    if (text.empty()) return EXIT_OK;
+    float numbers[3] = {0.0f, 8.0f, 2.0f};
+    int count = 0;
+    if (text == "global") {
+        p.equalize = FlicPicture::EQUALIZE_GLOBAL;
+        return EXIT_OK;
+    }
+    bool adaptive = text.compare(0, 8, "adaptive") == 0;
+    if (adaptive && text.size() > 8 && text[8] == ',')
+        adaptive = parseNumberList("0" + text.substr(8), 2, 3, numbers, count) &&
+                   numbers[1] >= 2.0f && numbers[1] <= 64.0f &&
+                   numbers[1] == std::floor(numbers[1]) && numbers[2] >= 1.0f &&
+                   numbers[2] <= 256.0f;
+    else if (adaptive)
+        adaptive = text.size() == 8;
+    if (!adaptive)
+        return usageError("--equalize expects global or adaptive[,TILES[,CLIP]] (TILES 2 to 64, "
+                          "CLIP 1 to 256), got '%s'",
+                          text.c_str());
+    p.equalize = FlicPicture::EQUALIZE_ADAPTIVE;
+    p.equalizeTiles = static_cast<int>(numbers[1]);
+    p.equalizeClip = numbers[2];
+    return EXIT_OK;
+}
+
+int parseColouring(const LicOptions& o, FlicPicture& p) {
+    p.colour = o.colour == "magnitude"   ? FlicPicture::MAGNITUDE
+               : o.colour == "direction" ? FlicPicture::DIRECTION
+                                         : FlicPicture::NO_COLOUR;
+    if (!o.colourBy.empty() && p.colour != FlicPicture::NO_COLOUR)
+        return usageError("--colour-by gives the colour from a file; it cannot go with --colour %s",
+                          o.colour.c_str());
+    if (!o.colourBy.empty()) p.colour = FlicPicture::SCALAR;
+    if (p.colour == FlicPicture::NO_COLOUR && !o.colormap.empty())
+        return usageError("--colormap needs --colour or --colour-by");
+    if (p.colour == FlicPicture::NO_COLOUR && !o.range.empty())
+        return usageError("--range needs --colour or --colour-by");
+    p.blend = o.blend == "lightness" ? FlicPicture::LIGHTNESS
+              : o.blend == "overlay" ? FlicPicture::OVERLAY
+                                     : FlicPicture::MULTIPLY;
+    p.rangeGiven = !o.range.empty();
+    if (p.rangeGiven && (!parseNumbers(o.range, 2, p.range) || !(p.range[1] > p.range[0])))
+        return usageError("--range expects MIN,MAX with MAX above MIN, got '%s'", o.range.c_str());
+    if (p.rangeGiven && p.colour == FlicPicture::DIRECTION) { // degrees for the user
+        p.range[0] *= 3.14159265358979323846f / 180.0f;
+        p.range[1] *= 3.14159265358979323846f / 180.0f;
+    }
+    if (!o.colormap.empty()) {
+        FileContext context(o.colormap);
+        if (!p.setColormap(o.colormap.c_str())) return EXIT_FAILED;
+    }
+    return EXIT_OK;
+}
+
+int parsePostProcessing(const LicOptions& o, LicSettings& s, bool animate) {
+    FlicPicture& p = s.picture;
+    p.adjust = o.adjust != "none";
     float adjust[2];
-    if (s.adjust && (!parseNumbers(o.adjust, 2, adjust) || !(adjust[1] > 0.0f)))
+    if (p.adjust && (!parseNumbers(o.adjust, 2, adjust) || !(adjust[1] > 0.0f)))
         return usageError("--adjust expects MEAN,SDEV (SDEV above 0) or none, got '%s'",
                           o.adjust.c_str());
-    s.adjustMean = adjust[0];
-    s.adjustSdev = adjust[1];
-    s.colour = o.colour == "magnitude"   ? COLOUR_MAGNITUDE
-               : o.colour == "direction" ? COLOUR_DIRECTION
-                                         : COLOUR_NONE;
-    s.colormap = o.colormap;
-    s.rangeGiven = !o.range.empty();
-    if (s.rangeGiven && (!parseNumbers(o.range, 2, s.range) || !(s.range[1] > s.range[0])))
-        return usageError("--range expects MIN,MAX with MAX above MIN, got '%s'", o.range.c_str());
-    s.emboss = !o.emboss ? EMBOSS_NONE : o.light.empty() ? EMBOSS_FIELD : EMBOSS_LIGHT;
+    p.adjustMean = adjust[0];
+    p.adjustSdev = adjust[1];
+    if (o.enhance && animate) return usageError("--enhance applies to still pictures");
+    p.enhance = o.enhance;
+    int status = parseEqualize(o.equalize, p);
+    if (status == EXIT_OK) status = parseColouring(o, p);
+    if (status != EXIT_OK) return status;
+    p.emboss = !o.emboss         ? FlicPicture::NO_EMBOSS
+               : o.light.empty() ? FlicPicture::EMBOSS_FIELD
+                                 : FlicPicture::EMBOSS_LIGHT;
     int count = 0;
-    if (s.emboss == EMBOSS_LIGHT) {
-        if (!parseNumberList(o.light, 2, 3, s.light, count) ||
-            (count == 3 && !(s.light[2] >= 1.0f && s.light[2] <= 1530.0f &&
-                             s.light[2] == std::floor(s.light[2]))))
+    if (p.emboss == FlicPicture::EMBOSS_LIGHT) {
+        if (!parseNumberList(o.light, 2, 3, p.light, count) ||
+            (count == 3 && !(p.light[2] >= 1.0f && p.light[2] <= 1530.0f &&
+                             p.light[2] == std::floor(p.light[2]))))
             return usageError("--emboss expects AZIMUTH,ELEVATION[,STEEPNESS] in degrees "
                               "(steepness a whole number 1 to 1530), got '%s'",
                               o.light.c_str());
-        if (count == 2) s.light[2] = 3.0f;
+        if (count == 2) p.light[2] = 3.0f;
     }
+    p.blur = o.blur;
+    p.median = o.median;
     s.nodataColourGiven = !o.nodataColour.empty();
     if (s.nodataColourGiven && !parseColour(o.nodataColour, s.nodataColour))
         return usageError("--nodata-colour expects R,G,B (0 to 255) or a colour name, got '%s'",
@@ -127,8 +186,6 @@ int parsePostProcessing(const LicOptions& o, LicSettings& s) {
     if (!parseColour(o.lineColour, s.lineColour))
         return usageError("--line-colour expects R,G,B (0 to 255) or a colour name, got '%s'",
                           o.lineColour.c_str());
-    s.blur = o.blur;
-    s.median = o.median;
     s.lineWidth = o.lineWidth;
     return EXIT_OK;
 }
@@ -139,7 +196,7 @@ int parseSettings(const LicOptions& o, LicSettings& s, bool animate) {
     if (status == EXIT_OK) status = parseOutputs(o, s, animate);
     if (status == EXIT_OK && animate && o.passes != 1)
         return usageError("--passes applies to still pictures, not to animations");
-    if (status == EXIT_OK) status = parsePostProcessing(o, s);
+    if (status == EXIT_OK) status = parsePostProcessing(o, s, animate);
     if (status == EXIT_OK && !o.mask.empty() && o.seedmap.empty())
         return usageError("--mask only fills the seed map; give --seedmap FILE as well");
     return status;
@@ -183,7 +240,7 @@ bool showProgress(const LicOptions& o, const LicSettings& s) {
     return static_cast<long long>(s.width) * s.height > progressPixels && stderrIsTerminal();
 }
 
-bool computeLic(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicImage& picture) {
+bool computeLic(const LicOptions& o, LicSettings& s, LicInputs& in, FlicImage& picture) {
     FlicCompute engine;
     configureEngine(o, s, engine);
     if (in.noData) { // lines end at the NaN nodes; what no line reaches is no-data
@@ -192,17 +249,15 @@ bool computeLic(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicIm
     }
     ProgressBar bar("muskeip: computing");
     if (showProgress(o, s)) engine.setProgressCallback(ProgressBar::update, &bar);
-    int computed =
-        engine.compute(&in.field, &in.texture, &picture, in.mask.data ? &in.mask : nullptr,
-                       o.seedmap.empty() ? nullptr : &in.seedMap);
+    bool made = renderPicture(o, s, in, engine, picture);
     bar.finish();
-    if (computed) reportEngine(o, s, engine);
-    if (!computed) failure("the LIC computation failed");
-    return computed != 0;
+    if (made) reportEngine(o, s, engine);
+    if (!made) failure("the picture could not be made");
+    return made;
 }
 
 // The frames of the animation, each post-processed.
-bool computeFrames(const LicOptions& o, const LicSettings& s, LicInputs& in,
+bool computeFrames(const LicOptions& o, LicSettings& s, LicInputs& in,
                    std::vector<FlicImage>& frames) {
     FlicCompute engine;
     configureEngine(o, s, engine);
@@ -224,7 +279,7 @@ bool computeFrames(const LicOptions& o, const LicSettings& s, LicInputs& in,
     }
     reportEngine(o, s, engine);
     for (FlicImage& frame : frames)
-        if (!postProcess(o, s, in, frame)) return false;
+        if (!finishFrame(o, s, in, frame)) return false;
     return true;
 }
 
@@ -258,7 +313,6 @@ int runLic(const LicOptions& options) {
     if (!loadInputs(options, settings, inputs)) return EXIT_FAILED;
     FlicImage picture;
     if (!computeLic(options, settings, inputs, picture)) return EXIT_FAILED;
-    if (!postProcess(options, settings, inputs, picture)) return EXIT_FAILED;
     const FlicImage* alpha =
         inputs.noData && !settings.nodataColourGiven ? &inputs.coverage : nullptr;
     if (!writePicture(options.output, picture, options.ascii, alpha)) return EXIT_FAILED;

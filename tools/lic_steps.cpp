@@ -16,8 +16,6 @@
 
 namespace {
 
-const float degrees = 3.14159265358979323846f / 180.0f;
-
 // --- Inputs -----------------------------------------------------------------------------------
 
 bool loadTexture(const LicOptions& o, LicSettings& s, LicInputs& in) {
@@ -28,7 +26,7 @@ bool loadTexture(const LicOptions& o, LicSettings& s, LicInputs& in) {
         failure("%s: a texture needs at least 2 x 2 pixels of grey or RGB", o.texture.c_str());
         return false;
     }
-    if (s.colour != COLOUR_NONE && in.texture.nChannels != 1) {
+    if (s.picture.colour != FlicPicture::NO_COLOUR && in.texture.nChannels != 1) {
         failure("%s: --colour gives colour to a grey LIC picture, but this texture is RGB",
                 o.texture.c_str());
         return false;
@@ -94,83 +92,6 @@ bool loadMask(const LicOptions& o, LicInputs& in) {
 
 // --- Post-processing --------------------------------------------------------------------------
 
-// Runs a one-byte-per-pixel filter on each channel of the picture.
-template <class Filter>
-bool eachChannel(FlicImage& picture, Filter filter) {
-    if (picture.nChannels == 1) return filter(picture);
-    FlicImage bands[3];
-    for (int c = 0; c < 3; c++) {
-        picture.oneband(c, &bands[c]);
-        if (!filter(bands[c])) return false;
-    }
-    return picture.glue(bands[0], bands[1], bands[2]) != 0;
-}
-
-bool makeColormap(const std::string& name, FlicColormap& map) {
-    if (name == "grey" || name == "gray") {
-        map.createGreyRamp();
-    } else if (name == "hot-iron") {
-        map.createHotIron();
-    } else if (name == "blue-white-red") {
-        map.createBlueWhiteRed();
-    } else if (name == "hue") {
-        map.createHueRamp();
-    } else {
-        FileContext context(name);
-        if (!map.readIcol(name.c_str())) return false;
-    }
-    return true;
-}
-
-// The 1st and 99th percentile of the finite values of a scalar field, so that a few extreme
-// values (near critical points, for instance) do not squeeze all colours into one end of the
-// map; 0 and 1 when there is no finite value.
-void robustRange(const FlicScalarField& field, float range[2]) {
-    std::vector<float> values;
-    long long count = static_cast<long long>(field.width) * field.height;
-    values.reserve(static_cast<size_t>(count));
-    for (long long i = 0; i < count; i++)
-        if (std::isfinite(field.data[i])) values.push_back(field.data[i]);
-    range[0] = 0.0f;
-    range[1] = 1.0f;
-    if (values.empty()) return;
-    size_t low = values.size() / 100, high = values.size() - 1 - values.size() / 100;
-    std::nth_element(values.begin(), values.begin() + low, values.end());
-    range[0] = values[low];
-    std::nth_element(values.begin(), values.begin() + high, values.end());
-    range[1] = values[high];
-    if (!(range[1] > range[0])) range[1] = range[0] + 1.0f;
-}
-
-bool colourByMagnitude(const LicSettings& s, const FlicVectorField& field, FlicImage& colours) {
-    FlicColormap map;
-    if (!makeColormap(s.colormap, map)) return false;
-    FlicScalarField magnitude(colours.width, colours.height);
-    field.magnitude(magnitude, 0);
-    float range[2] = {s.range[0], s.range[1]};
-    if (!s.rangeGiven) robustRange(magnitude, range);
-    note("magnitude colours span %g .. %g", range[0], range[1]);
-    map.setMinMax(range[0], range[1]);
-    magnitude.pseudoColor(map, colours, 1);
-    return true;
-}
-
-bool applyColour(const LicSettings& s, const LicInputs& in, FlicImage& picture) {
-    if (s.colour == COLOUR_NONE) return true;
-    FlicImage colours(picture.width, picture.height, 3);
-    if (s.colour == COLOUR_MAGNITUDE && !colourByMagnitude(s, in.field, colours)) return false;
-    if (s.colour == COLOUR_DIRECTION) in.field.vecToColor(colours, 0);
-    return picture.mix(colours) != 0;
-}
-
-bool applyEmboss(const LicSettings& s, LicInputs& in, FlicImage& picture) {
-    if (s.emboss == EMBOSS_FIELD) return picture.emboss(in.field) != 0;
-    if (s.emboss == EMBOSS_LIGHT)
-        return picture.emboss(s.light[0] * degrees, s.light[1] * degrees,
-                              static_cast<int>(s.light[2])) != 0;
-    return true;
-}
-
 // A grey picture becomes RGB before a colour that is not grey (lines, no-data) goes on it.
 void makeRoomForColour(const int c[3], FlicImage& picture) {
     if (picture.nChannels != 1 || (c[0] == c[1] && c[1] == c[2])) return;
@@ -216,32 +137,47 @@ bool drawLines(const std::string& path, const LicSettings& s, FlicImage& picture
     return (pen.*draw)(picture, path.c_str()) != 0;
 }
 
+bool loadColourValues(const LicOptions& o, LicSettings& s, LicInputs& in) {
+    if (o.colourBy.empty()) return true;
+    FileContext context(o.colourBy);
+    if (!in.colourBy.read(o.colourBy.c_str())) return false;
+    if (in.colourBy.width < 1 || in.colourBy.height < 1 || !in.colourBy.data) {
+        failure("%s: the scalar field holds no values", o.colourBy.c_str());
+        return false;
+    }
+    s.picture.colourField = &in.colourBy;
+    return true;
+}
+
+// The no-data pixels and the drawn lines: what follows the picture steps.
+bool finishExtras(const LicOptions& o, const LicSettings& s, LicInputs& in, FlicImage& picture) {
+    if (in.noData && !applyNoData(s, in, picture)) return false;
+    return drawLines(o.overlay, s, picture, &FlicGraphics::drawFile) &&
+           drawLines(o.mesh, s, picture, &FlicGraphics::drawUCD);
+}
+
 } // namespace
 
 bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inputs) {
     if (!options.texture.empty() && !loadTexture(options, settings, inputs)) return false;
     if (!loadField(settings, inputs)) return false;
     if (options.texture.empty()) makeNoise(options, settings, inputs);
-    return loadMask(options, inputs);
+    return loadMask(options, inputs) && loadColourValues(options, settings, inputs);
 }
 
-bool postProcess(const LicOptions& options, const LicSettings& settings, LicInputs& inputs,
-                 FlicImage& picture) {
-    if (settings.adjust) picture.autoAdjust(settings.adjustMean, settings.adjustSdev);
-    int blur = settings.blur;
-    if (blur > 0 &&
-        !eachChannel(picture, [blur](FlicImage& band) { return band.gaussBlur(blur) != 0; }))
+bool renderPicture(const LicOptions& options, LicSettings& settings, LicInputs& inputs,
+                   FlicCompute& engine, FlicImage& picture) {
+    FlicImage* mask = inputs.mask.data ? &inputs.mask : nullptr;
+    FlicImage* seedMap = options.seedmap.empty() ? nullptr : &inputs.seedMap;
+    if (!settings.picture.render(engine, inputs.field, inputs.texture, picture, mask, seedMap))
         return false;
-    if (settings.median &&
-        !eachChannel(picture, [](FlicImage& band) { return band.medianFilter() != 0; }))
-        return false;
-    if (!applyColour(settings, inputs, picture)) return false;
-    if (!applyEmboss(settings, inputs, picture)) return false;
-    if (settings.zoomWidth > 0 && !picture.zoom(settings.zoomWidth, settings.zoomHeight))
-        return false;
-    if (inputs.noData && !applyNoData(settings, inputs, picture)) return false;
-    return drawLines(options.overlay, settings, picture, &FlicGraphics::drawFile) &&
-           drawLines(options.mesh, settings, picture, &FlicGraphics::drawUCD);
+    return finishExtras(options, settings, inputs, picture);
+}
+
+bool finishFrame(const LicOptions& options, LicSettings& settings, LicInputs& inputs,
+                 FlicImage& frame) {
+    return settings.picture.finish(frame, inputs.field) &&
+           finishExtras(options, settings, inputs, frame);
 }
 
 bool writePicture(const std::string& path, const FlicImage& picture, bool ascii,

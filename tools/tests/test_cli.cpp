@@ -135,9 +135,9 @@ TEST(Cli, HelpAndVersion) {
     EXPECT_EQ(0, lic.status);
     for (const char* shown :
          {"--length FLOAT=20", "=triangle", "=rk43", "=pattern", "=bilinear", "=binary",
-          "--adjust MEAN,SDEV=128,40", "=hue", "--extension FLOAT=80"})
+          "--adjust MEAN,SDEV=128,40", "=multiply", "cividis", "--extension FLOAT=80"})
         EXPECT_TRUE(contains(lic.out, shown)) << shown;
-    EXPECT_TRUE(contains(lic.out, "--adjust, --blur, --median, --colour, --emboss"));
+    EXPECT_TRUE(contains(lic.out, "--enhance, --adjust, --equalize, --blur, --median,"));
     EXPECT_EQ(0, muskeip("field --help").status);
     EXPECT_EQ(0, muskeip("info --help").status);
 }
@@ -166,7 +166,14 @@ TEST(Cli, UsageErrorsExitWithTwoAndSayWhatIsWrong) {
         {"lic circle -o x.png --ascii", "--ascii applies to PNM files"},
         {"lic circle -o x.png --emboss=north", "--emboss expects AZIMUTH,ELEVATION"},
         {"lic circle -o x.png --adjust 128", "--adjust expects MEAN,SDEV"},
-        {"lic circle -o x.png --range 3,1", "--range expects MIN,MAX"},
+        {"lic circle -o x.png --colour magnitude --range 3,1", "--range expects MIN,MAX"},
+        {"lic circle -o x.png --range 1,3", "--range needs --colour or --colour-by"},
+        {"lic circle -o x.png --colormap viridis", "--colormap needs --colour or --colour-by"},
+        {"lic circle -o x.png --colour direction --colour-by a.sca", "cannot go with --colour"},
+        {"lic circle -o x.png --equalize adaptive,1", "--equalize expects global or adaptive"},
+        {"lic circle -o x.png --equalize sometimes", "--equalize expects global or adaptive"},
+        {"animate circle -o x.webp --enhance", "--enhance applies to still pictures"},
+        {"lic circle -o x.png --blend screen", "--blend"},
         {"lic circle -o x.png --line-colour purple", "--line-colour expects"},
         {"lic circle -o x.png --zoom 0x10", "--zoom expects WxH"},
         {"lic circle -o x.png --integrator midpoint --rk43 4,0.5,15,0.001", "--rk43"},
@@ -218,6 +225,10 @@ TEST_F(CliFiles, MissingAndMalformedFilesFailWithOneAndNameTheFile) {
         {"lic " + shellQuoted(vec) + out + " --mesh " + q("none.inp"), "none.inp", "No such"},
         {"lic " + shellQuoted(vec) + out + " --colour magnitude --colormap " + q("bad.icol"),
          "bad.icol", "Illegal format in"},
+        {"lic " + shellQuoted(vec) + out + " --colour magnitude --colormap jet", "jet",
+         "neither a preset (grey, hot-iron, blue-white-red, hue, viridis, magma, inferno"},
+        {"lic " + shellQuoted(vec) + out + " --colour-by " + q("values.sca"), "values.sca",
+         "illegal or missing scalar values"},
         {"lic " + shellQuoted(vec) + out + " --seedmap " + q("s.png") + " --mask " + q("none.pgm"),
          "none.pgm", "No such"},
         {"lic " + shellQuoted(vec) + out + " --seedmap " + q("s.png") + " --mask " + q("mask.pgm"),
@@ -295,7 +306,7 @@ TEST_F(CliFiles, PictureIsExactlyTheLibrarysComputation) {
     engine.stepLength = 1.5f;
     FlicImage expected;
     ASSERT_EQ(1, engine.compute(&field, &noise, &expected));
-    expected.autoAdjust(100.0f, 30.0f);
+    flicAdjustContrast(expected, 100.0f, 30.0f);
 
     FlicImage written;
     ASSERT_EQ(1, written.readPNM(path("lic.pgm").c_str()));
@@ -406,7 +417,7 @@ TEST_F(CliFiles, AnimateWritesWebPGifAndNumberedFrames) {
     std::vector<FlicImage> expected(6);
     ASSERT_EQ(1, engine.computeFrames(&field, &noise, 6, expected.data()));
     for (int f = 0; f < 6; f++) {
-        expected[f].autoAdjust(128.0f, 40.0f);
+        flicAdjustContrast(expected[f], 128.0f, 40.0f);
         char name[16];
         snprintf(name, sizeof name, "f%02d.pgm", f);
         FlicImage written;
@@ -430,12 +441,18 @@ TEST_F(CliFiles, PostProcessingRunsInItsDocumentedOrder) {
     noise.createRandom(1, 1);
     FlicCompute engine;
     ASSERT_EQ(1, engine.compute(&field, &noise, &picture));
-    picture.autoAdjust(128.0f, 40.0f);
+    flicAdjustContrast(picture, 128.0f, 40.0f);
     picture.gaussBlur(2);
     picture.medianFilter();
+    // Direction colours: the angle through twilight over -pi .. pi, multiplied onto the LIC.
+    FlicScalarField angles(64, 48);
+    field.direction(angles, 0);
+    FlicColormap twilight;
+    ASSERT_EQ(1, twilight.createPreset("twilight"));
+    twilight.setMinMax(-3.14159265f, 3.14159265f);
     FlicImage colours(64, 48, 3), mixed;
-    field.vecToColor(colours, 0);
-    ASSERT_EQ(1, colours.mix(picture, &mixed));
+    angles.pseudoColor(twilight, colours, 0);
+    ASSERT_EQ(1, flicBlend(picture, colours, FlicPicture::MULTIPLY, 0.9f, 0.2f, &mixed));
     mixed.emboss(field);
     mixed.zoom(80, 60);
 
