@@ -209,7 +209,7 @@ int FlicHistogram::percentile(int channel, double fraction) const {
     long long below = 0;
     for (int v = 1; v < 256; v++) {
         below += bins[v];
-        if (below >= fraction * n) return v;
+        if (below > 0 && below >= fraction * n) return v;
     }
     return 255;
 }
