@@ -90,6 +90,19 @@ lic "$work/directors.vec" --size 480x480 --length 20 --zoom 240x240 -o $out/orie
 lic "$work/directors.vec" --size 480x480 --length 20 --orientation --zoom 240x240 \
     -o $out/orientation-on.png
 
+# Pictures to publish, at 512 x 512: blend modes, colour maps and contrast steps.
+for blend in multiply lightness overlay; do
+    lic dipole --size 512x512 --length 20 --colour magnitude --colormap blue-white-red \
+        --blend $blend -o $out/blend-$blend.png
+done
+lic dipole --size 512x512 --length 20 --colour magnitude -o $out/map-viridis.png
+lic dipole --size 512x512 --length 20 --colour magnitude --colormap magma -o $out/map-magma.png
+lic linear --matrix 0.3,-1,1,0.3 --size 512x512 --length 20 --colour direction \
+    -o $out/map-twilight.png
+lic brusselator --size 512x512 --length 15 -o $out/contrast-plain.png
+lic brusselator --size 512x512 --length 15 --enhance -o $out/contrast-enhance.png
+lic brusselator --size 512x512 --length 15 --equalize adaptive -o $out/contrast-equalize.png
+
 # Animation: the dipole's texture flowing along the field, 16 frames in a loop.
 "$MUSKEIP" -q animate dipole --size 200x200 --length 15 --frames 16 --fps 16 --colour magnitude \
     --colormap hue -o $out/dipole-animated.webp
