@@ -2,6 +2,7 @@
 #include "colormap.h"
 
 #include "colormap_common.h"
+#include "messages.h"
 
 #include <climits>
 #include <cmath>
@@ -314,4 +315,47 @@ int FlicColormap::readIcol(const char* filename) {
         setMinMax(0, 1);
     fclose(file);
     return 1;
+}
+
+namespace {
+
+// The first out-of-range number of a line of (index, r, g, b) groups or of one (r, g, b) triple:
+// its position, or -1 when all are in 0..255.
+int out_of_range(const int* numbers, int count) {
+    for (int k = 0; k < count; k++)
+        if (numbers[k] < 0 || numbers[k] > 255) return k;
+    return -1;
+}
+
+} // namespace
+
+int FlicColormap::checkIcol(const char* filename) {
+    FILE* file = fopen(filename, "r");
+    if (!file) return flic_ioerror(filename, nullptr);
+    char line[256];
+    int numbers[16];
+    int expected = 0, lines = 0, bad = -1;
+    const char* problem = nullptr;
+    while (!problem && lines < (expected ? expected : 1)) {
+        if (!fgets(line, sizeof line, file)) {
+            problem = lines == 0 ? "the file is empty" : "the table ends early";
+            break;
+        }
+        lines++;
+        int count = scan_sixteen(line, numbers);
+        if (!expected) expected = count == 16 ? 64 : count == 3 ? 256 : 0;
+        if (!expected) {
+            problem = "the first line holds neither 16 numbers (index r g b four times) nor 3 "
+                      "(r g b)";
+        } else if (count < (expected == 64 ? 16 : 3)) {
+            problem = expected == 64 ? "expected 16 numbers (index r g b four times)"
+                                     : "expected 3 numbers (r g b)";
+        } else if ((bad = out_of_range(numbers, expected == 64 ? 16 : 3)) >= 0) {
+            problem = "a number outside 0 .. 255";
+        }
+    }
+    fclose(file);
+    if (!problem) return 1;
+    if (bad >= 0) return flic_error("%s:%d: %s (%d)", filename, lines, problem, numbers[bad]);
+    return flic_error("%s:%d: %s", filename, lines > 0 ? lines : 1, problem);
 }

@@ -61,6 +61,10 @@ class FlicColormap {
     // followed by a range. Returns 1, or 0 with "Can't open <file>." or "Illegal format in
     // <file>." on standard error (the map may then be partly overwritten).
     int readIcol(const char* filename);
+    // Checks an icol file line by line as readIcol reads it, and refuses colour values outside
+    // 0..255 (which readIcol would take as they are). Returns 1, or 0 through flic_error with
+    // "<file>:<line>: <what is wrong>" for the first problem. The map is not changed.
+    static int checkIcol(const char* filename);
 };
 
 #endif

@@ -197,6 +197,12 @@ class FlicCompute {
     // without memory for them as above.
     void useRK43(float initialStep, float minStep, float maxStep, float tolerance);
 
+    // Whether a picture of width x height x channels can be computed with the current
+    // settings (sub-pixels, lengths, buffer sizes), checked before any work. Returns 1, or 0
+    // through flic_error with the reason compute would give.
+    int checkPicture(int width, int height, int channels) const;
+    // Bytes the engine's buffers take for such a picture (accumulated sums, texture, output).
+    long long memoryNeeded(int width, int height, int channels) const;
     // Computes the LIC image of `field` with the input texture `texture` (1 or more channels)
     // into `output`, which gets the texture's size and channels. `mask` (field size, may be
     // null) is copied into `seedMap` (may be null) at each seed. Returns 1, or 0 when the mask

@@ -13,6 +13,32 @@ using namespace muskeip::detail;
 
 // --- Driver -----------------------------------------------------------------------------------
 
+int FlicCompute::checkPicture(int width, int height, int channels) const {
+    if (numSubPixels < 1 || numSubPixels > 256)
+        return flic_error("LIC: number of sub-pixels %d outside 1 .. 256", numSubPixels);
+    if (kernelStepsFor(filterLength, stepLength, filterKernel) < 0 ||
+        stepsFor(extensionLength, stepLength) < 0)
+        return flic_error("LIC: filter length %g, extension %g and step %g give no usable "
+                          "number of steps",
+                          filterLength, extensionLength, stepLength);
+    long long cells =
+        static_cast<long long>(width) * height * (numSubPixels * numSubPixels + channels);
+    long long lineEntries = (2LL * (kernelStepsFor(filterLength, stepLength, filterKernel) +
+                                    stepsFor(extensionLength, stepLength)) +
+                             1) *
+                            channels;
+    if (cells > INT_MAX || lineEntries > INT_MAX)
+        return flic_error("LIC: %d x %d x %d texture too large for the work buffers", width, height,
+                          channels);
+    return 1;
+}
+
+long long FlicCompute::memoryNeeded(int width, int height, int channels) const {
+    long long pixels = static_cast<long long>(width) * height;
+    long long records = pixels * (numSubPixels * numSubPixels + channels) * 4;
+    return records + 2 * pixels * channels; // the sums, the texture and the picture
+}
+
 int FlicCompute::checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output,
                              FlicImage* mask, FlicImage* seedMap) const {
     if (!texture || !texture->data || texture->width < 1 || texture->height < 1 ||
@@ -22,22 +48,7 @@ int FlicCompute::checkInputs(FlicVectorField* field, FlicImage* texture, FlicIma
     if (!forward || !backward) return flic_error("LIC: the engine has no integrators");
     if (seedMap && !mask) return flic_error("LIC: a seed map needs a mask");
     if (mask && (!mask->data || mask->nChannels < 1)) return flic_error("LIC: the mask is empty");
-    if (numSubPixels < 1 || numSubPixels > 256)
-        return flic_error("LIC: number of sub-pixels %d outside 1 .. 256", numSubPixels);
-    if (kernelStepsFor(filterLength, stepLength, filterKernel) < 0 ||
-        stepsFor(extensionLength, stepLength) < 0)
-        return flic_error("LIC: filter length %g, extension %g and step %g give no usable "
-                          "number of steps",
-                          filterLength, extensionLength, stepLength);
-    long long cells = static_cast<long long>(texture->width) * texture->height *
-                      (numSubPixels * numSubPixels + texture->nChannels);
-    long long lineEntries = (2LL * (kernelStepsFor(filterLength, stepLength, filterKernel) +
-                                    stepsFor(extensionLength, stepLength)) +
-                             1) *
-                            texture->nChannels;
-    if (cells > INT_MAX || lineEntries > INT_MAX)
-        return flic_error("LIC: %d x %d x %d texture too large for the work buffers",
-                          texture->width, texture->height, texture->nChannels);
+    if (!checkPicture(texture->width, texture->height, texture->nChannels)) return 0;
     (void)field;
     return 1;
 }

@@ -8,7 +8,9 @@
 
 #include <cctype>
 #include <climits>
+#include <algorithm>
 #include <cmath>
+#include <vector>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -435,6 +437,177 @@ class CommandReader {
 };
 
 } // namespace
+
+namespace {
+
+// Reads a command file's words as CommandReader does, judging them instead of drawing.
+class CommandChecker {
+  public:
+    CommandChecker(FILE* file, const char* filename) : file(file), filename(filename) {
+        long position = 0;
+        int c;
+        while ((c = getc(file)) != EOF) {
+            position++;
+            if (c == '\n') newlines.push_back(position);
+        }
+        rewind(file);
+        read_header(file);
+    }
+
+    int run() {
+        char word[kWordLength + 1];
+        int wordsLine = 0;
+        for (;;) {
+            long start = ftell(file);
+            if (!read_word(file, kWordLength, word, endOfLine)) break;
+            line = lineAt(start);
+            if (line != wordsLine) skippingNumbers = false;
+            wordsLine = line;
+            bool afterComment = line == commentLine;
+            if (word[0] == '#') {
+                commentLine = line;
+            } else if (isNumber(word)) {
+                if (!skippingNumbers && !afterComment)
+                    flic_warning("%s:%d: a number outside any command ('%s') skipped", filename,
+                                 line, word);
+            } else if (isCommand(word)) {
+                if (afterComment)
+                    flic_warning("%s:%d: '%s' after a '#' is read as a command ('#' comments "
+                                 "out one word only)",
+                                 filename, line, word);
+                command(word);
+            } else if (!afterComment) {
+                flic_warning("%s:%d: unknown command '%s' skipped", filename, line, word);
+                skippingNumbers = true; // its numbers are skipped with it
+            }
+        }
+        return errors;
+    }
+
+  private:
+    FILE* file;
+    const char* filename;
+    std::vector<long> newlines; // offsets just after each newline
+    int endOfLine = 0, line = 1, errors = 0;
+    int commentLine = 0;          // the line of the last word that began with '#'
+    bool skippingNumbers = false; // after an unknown command, until its line ends
+
+    static bool isNumber(const char* word) {
+        char* end = nullptr;
+        strtod(word, &end);
+        return end != word && *end == '\0';
+    }
+
+    static bool isCommand(const char* word) {
+        return check_cmd(word, "color") || check_cmd(word, "width") || check_cmd(word, "canvas") ||
+               check_cmd(word, "line") || check_cmd(word, "points");
+    }
+
+    // Skips the rest of the current line after a malformed command.
+    void skipLine() {
+        char word[kWordLength + 1];
+        while (!endOfLine && read_word(file, kWordLength, word, endOfLine)) {
+        }
+    }
+
+    // The line of the first non-blank character at or after `offset`; the reading position
+    // is left where it was.
+    int lineAt(long offset) {
+        long here = ftell(file), position = offset;
+        int c;
+        fseek(file, offset, SEEK_SET);
+        while ((c = getc(file)) != EOF && isspace(c))
+            position++;
+        fseek(file, here, SEEK_SET);
+        return 1 + static_cast<int>(std::upper_bound(newlines.begin(), newlines.end(), position) -
+                                    newlines.begin());
+    }
+
+    void error(const char* what, const char* word) {
+        errors++;
+        flic_error("%s:%d: %s%s%s%s", filename, line, what, word ? " ('" : "", word ? word : "",
+                   word ? "')" : "");
+    }
+
+    // Reads n numbers as read_floats does; false (after a report) when one is missing or is
+    // not a number as a whole.
+    bool numbers(int n, float* values, const char* form, bool required = true) {
+        char word[128];
+        for (int i = 0; i < n; i++) {
+            bool read = read_word(file, 127, word, endOfLine) != 0;
+            if (!read || (endOfLine && i < n - 1)) {
+                if (required)
+                    error(form, nullptr);
+                else if (read || i > 0)
+                    flic_warning("%s:%d: %s: it is skipped", filename, line, form);
+                return false;
+            }
+            char* end = nullptr;
+            double v = strtod(word, &end);
+            if (end == word || *end) {
+                error("not a number", word);
+                skipLine();
+                return false;
+            }
+            values[i] = static_cast<float>(v);
+        }
+        return true;
+    }
+
+    void coordinates(const float* values, int n) {
+        for (int i = 0; i < n; i++) {
+            if (values[i] != values[i])
+                flic_warning("%s:%d: a NaN coordinate: the point is skipped", filename, line);
+            else if (values[i] > 3.4e38f || values[i] < -3.4e38f)
+                error("an infinite coordinate", nullptr);
+        }
+    }
+
+    void command(const char* word) {
+        float v[4];
+        if (check_cmd(word, "color")) {
+            if (numbers(3, v, "expecting 'color r g b'"))
+                for (int i = 0; i < 3; i++)
+                    if (!(v[i] >= 0.0f && v[i] <= 1.0f))
+                        error("colour parts go from 0 to 1", nullptr);
+        } else if (check_cmd(word, "width")) {
+            if (numbers(1, v, "expecting 'width n'") && !(v[0] >= 0.0f && v[0] <= 1000.0f))
+                error("a width outside 0 .. 1000", nullptr);
+        } else if (check_cmd(word, "canvas")) {
+            if (numbers(4, v, "expecting 'canvas x0 y0 x1 y1'")) coordinates(v, 4);
+        } else if (check_cmd(word, "line") || check_cmd(word, "points")) {
+            bool isLine = check_cmd(word, "line");
+            int first = isLine ? 4 : 2;
+            if (!numbers(first, v,
+                         isLine ? "expecting 'line x0 y0 x1 y1 [x2 y2 ...]'"
+                                : "expecting 'points x1 y1 [x2 y2 ...]'"))
+                return;
+            coordinates(v, first);
+            while (!endOfLine && numbers(2, v, "a coordinate pair is incomplete", false))
+                coordinates(v, 2);
+        }
+    }
+};
+
+} // namespace
+
+int FlicGraphics::checkFile(const char* filename) {
+    FILE* file = fopen(filename, "rb");
+    if (!file) {
+        flic_ioerror(filename, nullptr);
+        return -1;
+    }
+    if (!read_header(file)) {
+        fclose(file);
+        flic_ioerror(filename, "header string 'FLIC GRAPHICS' not found");
+        return -1;
+    }
+    rewind(file);
+    CommandChecker checker(file, filename);
+    int errors = checker.run();
+    fclose(file);
+    return errors;
+}
 
 int FlicGraphics::drawFile(FlicImage& image, const char* filename) {
     FILE* file = fopen(filename, "rb");

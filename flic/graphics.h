@@ -37,6 +37,13 @@ class FlicGraphics {
     // Draws the edges of every triangle of a UCD mesh fitted into the image, as the field
     // importers fit a mesh into a grid. Returns 1, or 0 with a report (image untouched).
     int drawUCD(FlicImage& image, const char* filename);
+    // Checks a FLIC GRAPHICS file without drawing, reading its words as drawFile does. What
+    // drawFile skips is reported through flic_warning ("<file>:<line>: ..."): unknown commands,
+    // NaN coordinates. What cannot be drawn sensibly is reported through flic_error: missing or
+    // malformed numbers ("x" reads as 0), infinite coordinates, widths outside 0 .. 1000, colour
+    // parts outside 0 .. 1. Returns the number of errors (0: the file can be drawn), or -1 when
+    // the file cannot be opened or lacks the header (reported).
+    static int checkFile(const char* filename);
 };
 
 // Non-zero when one of the two words is a prefix of the other (so "c" and "colors" both match

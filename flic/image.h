@@ -131,4 +131,9 @@ class FlicImage {
     int emboss(FlicVectorField& field, FlicImage* result = nullptr);
 };
 
+// Reads a PNM file of any maxval: up to 255 exactly as FlicImage::readPNM; above (two bytes per
+// binary sample), every sample scaled to v * 255 / maxval, rounded. Returns 1, or 0 through
+// flic_ioerror (a short file is refused).
+int flicReadWidePNM(const char* filename, FlicImage& image);
+
 #endif

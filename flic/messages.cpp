@@ -35,6 +35,7 @@ void deliver(const char* prefix, const FlicMessageHandler& handler_slot, const c
 } // namespace
 
 FlicMessageHandler flic_error_handler = default_handler;
+FlicMessageHandler flic_warning_handler = default_handler;
 FlicMessageHandler flic_info_handler = default_handler;
 int flic_verbosity = 0;
 
@@ -42,6 +43,14 @@ int flic_error(const char* format, ...) {
     va_list args;
     va_start(args, format);
     deliver("FLIC error: ", flic_error_handler, format, args);
+    va_end(args);
+    return 0;
+}
+
+int flic_warning(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    deliver("FLIC warning: ", flic_warning_handler, format, args);
     va_end(args);
     return 0;
 }

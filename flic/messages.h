@@ -9,6 +9,9 @@ typedef int (*FlicMessageHandler)(const char*);
 
 // Receives every error message; null discards errors. Initially prints to standard error.
 extern FlicMessageHandler flic_error_handler;
+// Receives warnings: what an operation skipped or doubted while still succeeding; null
+// discards them. Initially prints to standard error.
+extern FlicMessageHandler flic_warning_handler;
 // Receives informational messages while flic_verbosity is non-zero; null discards them.
 extern FlicMessageHandler flic_info_handler;
 // Informational messages are formatted and delivered only while this is non-zero (initially 0).
@@ -17,6 +20,14 @@ extern int flic_verbosity;
 // Formats "FLIC error: " followed by the printf-style message and hands it to
 // flic_error_handler. Always returns 0, so failing operations can `return flic_error(...)`.
 int flic_error(const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
+
+// Formats "FLIC warning: " followed by the printf-style message and hands it to
+// flic_warning_handler. Always returns 0.
+int flic_warning(const char* format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 1, 2)))
 #endif

@@ -18,5 +18,6 @@
 #include "emboss.h"
 #include "histogram.h"
 #include "picture.h"
+#include "probe.h"
 
 #endif

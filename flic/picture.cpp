@@ -107,7 +107,7 @@ int FlicPicture::setColormap(const char* name) {
             return flic_error("colour map '%s' is neither a preset (%s) nor a readable file",
                               name ? name : "", FlicColormap::presetNames());
         fclose(file);
-        if (!map.readIcol(name)) return 0;
+        if (!FlicColormap::checkIcol(name) || !map.readIcol(name)) return 0;
     }
     float min = 0.0f, max = 1.0f;
     colormap.getMinMax(min, max);

@@ -58,7 +58,8 @@ std::string joinLines(const std::vector<std::string>& lines) {
 void installMessageHandlers() {
     flic_error_handler = &captureError;
     flic_info_handler = &captureInfo;
-    flic_verbosity = 1; // the logger's level decides what is shown
+    flic_warning_handler = &captureInfo; // logged as info records with their own prefix
+    flic_verbosity = 1;                  // the logger's level decides what is shown
 }
 
 MessageScope::MessageScope() {

@@ -27,17 +27,37 @@ const char* const licFooter =
     "  muskeip lic flow.vec -o flow.png --kernel cubic --length 30 --emboss\n"
     "  muskeip lic mesh.inp -o mesh.png --mesh mesh.inp --line-colour red\n";
 
-void addSourceOptions(CLI::App& command, FieldSourceOptions& o, CLI::Option*& angle) {
+// The usage line shows FIELD as the required argument it is: it is not marked required for
+// CLI11 (see addLic), which would print it in brackets.
+class UsageFormatter : public CLI::Formatter {
+  public:
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        std::string usage = CLI::Formatter::make_usage(app, name);
+        size_t at = usage.find("[FIELD]");
+        if (at != std::string::npos) usage.replace(at, 7, "FIELD");
+        return usage;
+    }
+};
+
+// The field-source options; returns the --angle option. `gridHelp` describes --grid, whose
+// default differs between commands. --ucd and --grid exclude each other (and `size`, when
+// given, both).
+CLI::Option* addSourceOptions(CLI::App& command, FieldSourceOptions& o, const char* gridHelp,
+                              CLI::Option* size = nullptr) {
     const char* group = "Field";
-    command.add_option("--ucd", o.ucd, "Read FIELD as a UCD mesh rasterised onto a WxH grid")
-        ->type_name("WxH")
-        ->group(group);
-    command
-        .add_option("--grid", o.grid,
-                    "Grid of built-in fields and meshes, WxH "
-                    "(default: the picture size, at most 1024 each way)")
-        ->type_name("WxH")
-        ->group(group);
+    CLI::Option* ucd =
+        command.add_option("--ucd", o.ucd, "Read FIELD as a UCD mesh rasterised onto a WxH grid")
+            ->type_name("WxH")
+            ->group(group);
+    CLI::Option* grid =
+        command.add_option("--grid", o.grid, gridHelp)->type_name("WxH")->group(group);
+    ucd->excludes(grid);
+    if (size) {
+        size->excludes(ucd)->excludes(grid);
+        ucd->excludes(size);
+        grid->excludes(size);
+    }
+    CLI::Option* angle;
     angle = command
                 .add_option("--angle", o.angle,
                             "Turn of scalar-field, image and circle fields in degrees: 0 "
@@ -55,7 +75,11 @@ void addSourceOptions(CLI::App& command, FieldSourceOptions& o, CLI::Option*& an
     command.add_option("--extent", o.extent, "dipole: half-width of the square shown")
         ->group(group);
     command.add_option("--phase", o.phase, "dipole: phase of the wave in cycles")->group(group);
+    return angle;
 }
+
+const char* kPictureGridHelp =
+    "Grid of built-in fields and meshes, WxH (default: the picture size, at most 1024 each way)";
 
 void addEngineOptions(CLI::App& lic, LicOptions& o) {
     const char* group = "LIC engine";
@@ -231,7 +255,7 @@ CLI::App* addLic(CLI::App& app, Parsed& p) {
     lic->add_flag("--ascii", p.lic.ascii, "Write PNM files as text (P2/P3)");
     lic->add_flag("--progress", p.lic.progress,
                   "Always show the progress bar (default: on a terminal, above 2 Mpixel)");
-    addSourceOptions(*lic, p.lic.field, p.licAngle);
+    p.licAngle = addSourceOptions(*lic, p.lic.field, kPictureGridHelp);
     addEngineOptions(*lic, p.lic);
     addPostOptions(*lic, p.lic, p.licOptional);
     return lic;
@@ -258,7 +282,7 @@ CLI::App* addAnimate(CLI::App& app, Parsed& p) {
                      "Ripples of the moving kernel along its length (0: a still box kernel)")
         ->check(CLI::Range(0, 64));
     animate->add_flag("--progress", p.animate.progress, "Always show the progress bar");
-    addSourceOptions(*animate, p.animate.field, p.animateAngle);
+    p.animateAngle = addSourceOptions(*animate, p.animate.field, kPictureGridHelp);
     addEngineOptions(*animate, p.animate);
     addPostOptions(*animate, p.animate, p.animateOptional);
     return animate;
@@ -276,18 +300,21 @@ CLI::App* addField(CLI::App& app, Parsed& p) {
     field->add_option("-o,--output", p.field.output, "FLIC file to write")
         ->type_name("FILE")
         ->required();
-    field
-        ->add_option("--size", p.field.size,
-                     "Grid WxH of built-in fields and UCD meshes (default 512x512)")
-        ->type_name("WxH");
+    CLI::Option* size =
+        field
+            ->add_option("--size", p.field.size,
+                         "Grid WxH of built-in fields and UCD meshes (default 512x512)")
+            ->type_name("WxH");
     field->add_flag("--ascii", p.field.ascii, "Write ASCII instead of binary data");
-    addSourceOptions(*field, p.field.field, p.fieldAngle);
+    p.fieldAngle = addSourceOptions(
+        *field, p.field.field, "Grid WxH of built-in fields and meshes (the same as --size)", size);
     return field;
 }
 
 CLI::App* addInfo(CLI::App& app, Parsed& p) {
     CLI::App* info = app.add_subcommand(
-        "info", "Tell what a PNM/PNG image, FLIC VECTOR/SCALAR/GRAPHICS file or UCD mesh holds");
+        "info", "Tell what a PNM/PNG image, FLIC VECTOR/SCALAR/GRAPHICS file, UCD mesh, numpy "
+                "field (.npy/.npz) or colour map (.icol) holds");
     info->add_option("FILE", p.info.file, "File to describe")->required();
     return info;
 }
@@ -339,6 +366,7 @@ int runCommandLine(int argc, char** argv) {
                  "muskeip"};
     app.option_defaults()->always_capture_default();
     app.failure_message(usageMessage);
+    app.formatter(std::make_shared<UsageFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", versionText);

@@ -55,18 +55,31 @@ class FileContext {
     std::string previous;
 };
 
-// A one-line progress bar on standard error, redrawn only when its percentage changes.
+// A one-line progress bar on standard error over the stages of a run, redrawn only when its
+// percentage changes. Every message printed while it shows starts on a line of its own.
 class ProgressBar {
   public:
-    explicit ProgressBar(const char* label);
-    // Progress callback for FlicCompute: `done` in 0..1, `user` the bar.
+    // `computations`: how many engine runs the computing stage holds (2 with --enhance).
+    explicit ProgressBar(const char* label, int computations = 1);
+    ~ProgressBar();
+    // Progress callback for FlicCompute: `done` in 0..1 of one computation, `user` the bar. The
+    // computations fill the bar's first 85 %; a computation that starts again counts as the
+    // next one.
     static void update(float done, void* user);
+    // Moves the bar to `fraction` (0..1) of the whole run under a new label.
+    void stage(const char* label, float fraction);
     // Ends the line if anything was drawn.
     void finish();
 
   private:
+    void draw(float fraction);
     const char* label;
     int shownPercent;
+    int computations, computation;
+    float lastDone;
 };
+
+// Ends a progress bar's line before a message, so the message starts on a line of its own.
+void endProgressLine();
 
 #endif

@@ -4,6 +4,7 @@
 #include "console.h"
 #include "field_source.h"
 #include "image_files.h"
+#include "parsing.h"
 #include "source_options.h"
 
 #include "scalarfield.h"
@@ -14,6 +15,27 @@ namespace {
 // Scalar sources stay scalar unless --angle asks for their turned gradient.
 bool writesScalars(const FieldOptions& o, const FieldRequest& request, SourceKind kind) {
     return !o.field.angleGiven && isScalarSource(request, kind);
+}
+
+// The output's extension must not promise another format: .vec/.vector for vector fields,
+// .sca/.scalar for scalar fields, anything else that names no known format.
+int checkOutputName(const std::string& output, bool scalars) {
+    static const char* const otherFormats[] = {"png", "pgm",  "ppm", "pnm", "npy",  "npz",
+                                               "gfx", "icol", "inp", "ucd", "webp", "gif",
+                                               "jpg", "jpeg", "tif", "tiff"};
+    std::string extension = lowerExtension(output);
+    bool vectorName = extension == "vec" || extension == "vector";
+    bool scalarName = extension == "sca" || extension == "scalar";
+    const char* written = scalars ? "FLIC SCALAR" : "FLIC VECTOR";
+    const char* fitting = scalars ? ".sca" : ".vec";
+    if ((scalars && vectorName) || (!scalars && scalarName))
+        return usageError("%s would hold a %s file: name it %s%s", output.c_str(), written, fitting,
+                          scalars ? " (or give --angle for vectors along the field)" : "");
+    for (const char* other : otherFormats)
+        if (extension == other)
+            return usageError("%s would hold a %s file, not a .%s file: name it %s", output.c_str(),
+                              written, other, fitting);
+    return EXIT_OK;
 }
 
 int checkGridOptions(const FieldOptions& o, FieldRequest& request, SourceKind kind) {
@@ -54,14 +76,17 @@ int runField(const FieldOptions& options) {
     int status = buildFieldRequest(options.field, request, kind);
     if (status == EXIT_OK) status = checkGridOptions(options, request, kind);
     if (status != EXIT_OK) return status;
-    if (!checkWritable(options.output)) return EXIT_FAILED;
     defaultGrid(request, 0, 0);
-    bool noField = kind == SOURCE_UNKNOWN_FILE || kind == SOURCE_GRAPHICS_FILE;
+    bool noField =
+        kind == SOURCE_UNKNOWN_FILE || kind == SOURCE_GRAPHICS_FILE || kind == SOURCE_COLORMAP_FILE;
     if (kind == SOURCE_MISSING_FILE || (noField && !request.forceUCD)) {
         FlicVectorField unused;
         loadVectorField(request, kind, unused); // reports why the source is no field
         return EXIT_FAILED;
     }
-    if (writesScalars(options, request, kind)) return writeScalars(options, request, kind);
-    return writeVectors(options, request, kind);
+    bool scalars = writesScalars(options, request, kind);
+    status = checkOutputName(options.output, scalars);
+    if (status != EXIT_OK) return status;
+    if (!checkWritable(options.output)) return EXIT_FAILED;
+    return scalars ? writeScalars(options, request, kind) : writeVectors(options, request, kind);
 }

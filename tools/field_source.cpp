@@ -6,13 +6,16 @@
 #include "image.h"
 #include "image_files.h"
 #include "messages.h"
+#include "numpy_files.h"
 #include "parsing.h"
+#include "probe.h"
 
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
+#include <vector>
 
 namespace {
 
@@ -26,31 +29,6 @@ const BuiltIn builtIns[] = {{"circle", SOURCE_CIRCLE},
                             {"brusselator", SOURCE_BRUSSELATOR},
                             {"dipole", SOURCE_DIPOLE}};
 
-// The first line of a file (at most 255 characters), or "" when it cannot be read.
-std::string firstLine(const std::string& path) {
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file) return "";
-    char line[256] = {0};
-    if (!fgets(line, sizeof line, file)) line[0] = '\0';
-    fclose(file);
-    return line;
-}
-
-bool isPNMMagic(const std::string& line) {
-    return line.size() >= 2 && line[0] == 'P' && strchr("2356", line[1]) && line[1] != '\0';
-}
-
-// Reads one line into `line`; false at the end of the file.
-bool readLine(FILE* file, std::string& line) {
-    line.clear();
-    int c;
-    while ((c = getc(file)) != EOF) {
-        if (c == '\n') return true;
-        line += static_cast<char>(c);
-    }
-    return !line.empty();
-}
-
 // A file whose content is none of the known kinds is read as its extension suggests, so the
 // reader reports what is wrong with it.
 SourceKind kindByExtension(const std::string& path) {
@@ -60,6 +38,7 @@ SourceKind kindByExtension(const std::string& path) {
     if (extension == "pgm" || extension == "ppm" || extension == "pnm" || extension == "png")
         return SOURCE_IMAGE_FILE;
     if (extension == "inp" || extension == "ucd") return SOURCE_UCD_FILE;
+    if (extension == "npy" || extension == "npz") return SOURCE_NUMPY_FILE;
     return SOURCE_UNKNOWN_FILE;
 }
 
@@ -88,35 +67,39 @@ bool loadImageField(const FieldRequest& request, FlicVectorField& vectors) {
 
 // Checks that a binary FLIC file holds all the values its header announces (the library
 // reads a short file without complaint). False after a report naming the file.
-bool checkFieldFileLength(const std::string& path, long long values) {
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file) {
+bool checkFieldFileLength(const std::string& path) {
+    FlicFileProbe probe;
+    if (!flicProbeFile(path.c_str(), probe)) {
         flic_ioerror(path.c_str(), nullptr);
         return false;
     }
-    // The data starts after the two header lines, each read as the library reads it.
-    char line[64];
-    for (int i = 0; i < 2; i++)
-        if (!fgets(line, 64, file)) line[0] = '\0';
-    long header = ftell(file);
-    fseek(file, 0, SEEK_END);
-    long size = ftell(file);
-    fclose(file);
-    long long present = (size - header) / 4;
-    if (present >= values) return true;
+    if (!flicProbeShort(probe)) return true;
     failure("%s: the binary data ends after %lld of %lld values", path.c_str(),
-            present < 0 ? 0 : present, values);
+            probe.presentBytes / 4, probe.dataBytes / 4);
+    return false;
+}
+
+// Binary data in the wrong byte order (what numpy's tofile writes on little-endian machines)
+// reads as values of absurd size: refuse the file when a tenth of its values are such.
+bool checkByteOrder(const std::string& path, const float* values, long long count) {
+    long long implausible = flicImplausibleValues(values, count);
+    if (count == 0 || implausible * 10 < count) return true;
+    failure("%s: %lld of %lld values are beyond 1e30 or below 1e-30 in size: the file looks "
+            "byte-swapped (binary FLIC files are big-endian; from numpy write "
+            "a.astype('>f4').tofile(path), or give a .npy file)",
+            path.c_str(), implausible, count);
     return false;
 }
 
 // Reads a FLIC VECTOR or FLIC SCALAR file of `components` values per node and checks that
-// binary data is complete.
+// binary data is complete and in the right byte order.
 template <class Field>
 bool readCheckedFieldFile(const std::string& path, Field& field, int components) {
     FileContext context(path);
     if (!field.read(path.c_str())) return false;
-    return !isBinaryFieldFile(path) ||
-           checkFieldFileLength(path, 1LL * components * field.width * field.height);
+    if (!isBinaryFieldFile(path)) return true;
+    return checkFieldFileLength(path) &&
+           checkByteOrder(path, field.data, 1LL * components * field.width * field.height);
 }
 
 bool loadUCDVectors(const FieldRequest& request, FlicVectorField& vectors) {
@@ -144,20 +127,30 @@ bool generateBuiltIn(const FieldRequest& request, SourceKind kind, FlicVectorFie
 SourceKind classifySource(const std::string& source) {
     for (const BuiltIn& builtIn : builtIns)
         if (source == builtIn.name) return builtIn.kind;
-    FILE* file = fopen(source.c_str(), "rb");
-    if (!file) return SOURCE_MISSING_FILE;
-    fclose(file);
+    FlicFileProbe probe;
+    if (!flicProbeFile(source.c_str(), probe)) return SOURCE_MISSING_FILE;
     struct stat info;
     if (stat(source.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return SOURCE_UNKNOWN_FILE;
-    if (isPNGFile(source)) return SOURCE_IMAGE_FILE;
-    std::string line = firstLine(source);
-    if (line.find("FLIC VECTOR") != std::string::npos) return SOURCE_VECTOR_FILE;
-    if (line.find("FLIC SCALAR") != std::string::npos) return SOURCE_SCALAR_FILE;
-    if (line.find("FLIC GRAPHICS") != std::string::npos) return SOURCE_GRAPHICS_FILE;
-    if (isPNMMagic(line)) return SOURCE_IMAGE_FILE;
-    UCDHeader header;
-    if (probeUCD(source, header)) return SOURCE_UCD_FILE;
-    return kindByExtension(source);
+    switch (probe.kind) {
+    case FLIC_FILE_PNM:
+    case FLIC_FILE_PNG:
+        return SOURCE_IMAGE_FILE;
+    case FLIC_FILE_VECTOR:
+        return SOURCE_VECTOR_FILE;
+    case FLIC_FILE_SCALAR:
+        return SOURCE_SCALAR_FILE;
+    case FLIC_FILE_GRAPHICS:
+        return SOURCE_GRAPHICS_FILE;
+    case FLIC_FILE_UCD:
+        return SOURCE_UCD_FILE;
+    case FLIC_FILE_NPY:
+    case FLIC_FILE_ZIP:
+        return SOURCE_NUMPY_FILE;
+    case FLIC_FILE_COLORMAP:
+        return SOURCE_COLORMAP_FILE;
+    default:
+        return kindByExtension(source);
+    }
 }
 
 bool isBuiltIn(SourceKind kind) {
@@ -186,6 +179,10 @@ const char* describeKind(SourceKind kind) {
         return "UCD mesh";
     case SOURCE_GRAPHICS_FILE:
         return "FLIC GRAPHICS file";
+    case SOURCE_NUMPY_FILE:
+        return "numpy file";
+    case SOURCE_COLORMAP_FILE:
+        return "colour map";
     case SOURCE_MISSING_FILE:
         return "missing file";
     default:
@@ -202,28 +199,12 @@ bool isScalarSource(const FieldRequest& request, SourceKind kind) {
 }
 
 bool probeUCD(const std::string& path, UCDHeader& header) {
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file) return false;
-    std::string line;
-    bool counted = false;
-    if (readLine(file, line) && line.size() <= 126) {
-        // Like the mesh readers: everything but digits counts as a blank.
-        for (char& c : line)
-            if (!isdigit(static_cast<unsigned char>(c))) c = ' ';
-        counted = sscanf(line.c_str(), "%d%d", &header.vertices, &header.triangles) == 2;
-    }
-    header.columns = 0;
-    if (counted && readLine(file, line) && readLine(file, line)) {
-        float value;
-        int used = 0;
-        const char* p = line.c_str();
-        while (header.columns < 16 && sscanf(p, "%g%n", &value, &used) == 1) {
-            header.columns++;
-            p += used;
-        }
-    }
-    fclose(file);
-    return counted;
+    FlicFileProbe probe;
+    if (!flicProbeFile(path.c_str(), probe) || probe.kind != FLIC_FILE_UCD) return false;
+    header.vertices = probe.vertices;
+    header.triangles = probe.triangles;
+    header.columns = probe.columns;
+    return true;
 }
 
 bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarField& scalars) {
@@ -261,16 +242,46 @@ bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorFie
         return readFieldFile(request.source, vectors);
     case SOURCE_IMAGE_FILE:
         return loadImageField(request, vectors);
+    case SOURCE_NUMPY_FILE:
+        return readNumpyFile(request.source, vectors);
     case SOURCE_GRAPHICS_FILE:
         failure("%s: a FLIC GRAPHICS file is a drawing, not a field (draw it with --overlay)",
                 request.source.c_str());
         return false;
+    case SOURCE_COLORMAP_FILE:
+        failure("%s: a colour map, not a field (use it with --colormap)", request.source.c_str());
+        return false;
     case SOURCE_UNKNOWN_FILE:
-        failure("%s: not a FLIC VECTOR, FLIC SCALAR, PNM, PNG or UCD file", request.source.c_str());
+        failure("%s: not a FLIC VECTOR, FLIC SCALAR, PNM, PNG, UCD, .npy or .npz file",
+                request.source.c_str());
         return false;
     default:
         return generateBuiltIn(request, kind, vectors);
     }
+}
+
+bool readNumpyFile(const std::string& path, FlicVectorField& vectors) {
+    FileContext context(path);
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) {
+        flic_ioerror(path.c_str(), nullptr);
+        return false;
+    }
+    std::vector<unsigned char> bytes;
+    unsigned char block[65536];
+    size_t got;
+    while ((got = fread(block, 1, sizeof block, file)) > 0)
+        bytes.insert(bytes.end(), block, block + got);
+    bool failed = ferror(file) != 0;
+    fclose(file);
+    if (failed) {
+        flic_ioerror(path.c_str(), "read error");
+        return false;
+    }
+    std::string problem = numpyField(bytes.data(), bytes.size(), vectors);
+    if (problem.empty()) return true;
+    failure("%s: %s", path.c_str(), problem.c_str());
+    return false;
 }
 
 bool writeVectorFile(const std::string& path, FlicVectorField& field, bool ascii) {
@@ -283,7 +294,8 @@ bool writeVectorFile(const std::string& path, FlicVectorField& field, bool ascii
 }
 
 bool isBinaryFieldFile(const std::string& path) {
-    return firstLine(path).substr(0, 63).find("BINARY") != std::string::npos;
+    FlicFileProbe probe;
+    return flicProbeFile(path.c_str(), probe) && probe.binary;
 }
 
 bool readFieldFile(const std::string& path, FlicVectorField& vectors) {

@@ -20,6 +20,8 @@ enum SourceKind {
     SOURCE_IMAGE_FILE,
     SOURCE_UCD_FILE,
     SOURCE_GRAPHICS_FILE,
+    SOURCE_NUMPY_FILE,    // .npy or .npz
+    SOURCE_COLORMAP_FILE, // an .icol colour map
     SOURCE_MISSING_FILE,
     SOURCE_UNKNOWN_FILE
 };
@@ -38,8 +40,8 @@ struct FieldRequest {
 };
 
 // Built-in names win over files of the same name (write ./circle for such a file). Files are
-// recognised by their first bytes; a file that is nothing else is taken as a UCD mesh when its
-// first line holds two counts.
+// recognised by the library's probe (their first bytes); a file that is nothing else is taken
+// as a UCD mesh when its first line holds two counts.
 SourceKind classifySource(const std::string& source);
 bool isBuiltIn(SourceKind kind);
 // A short description of the kind ("FLIC VECTOR file", "built-in field circle", ...).
@@ -51,7 +53,8 @@ bool isScalarSource(const FieldRequest& request, SourceKind kind);
 
 // Counts a UCD mesh announces and the number of values on its first vertex line.
 struct UCDHeader {
-    int vertices = 0, triangles = 0, columns = 0;
+    long long vertices = 0, triangles = 0; // as written, even beyond the int range
+    int columns = 0;
 };
 // Reads the counts of the first line and the first vertex line. False when the first line
 // holds no two counts.
@@ -66,6 +69,9 @@ bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorFie
 // Writes a FLIC VECTOR file whose binary data is big-endian, the order the reader expects, so
 // that the files this program writes read back unchanged. False after a report.
 bool writeVectorFile(const std::string& path, FlicVectorField& field, bool ascii);
+
+// Reads a .npy or .npz field (see numpy_files.h). False after a report naming the file.
+bool readNumpyFile(const std::string& path, FlicVectorField& vectors);
 
 // Whether the first line of a FLIC file names the binary mode.
 bool isBinaryFieldFile(const std::string& path);

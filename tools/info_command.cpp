@@ -1,16 +1,20 @@
-// `muskeip info`: what a PNM or PNG image, a FLIC VECTOR, FLIC SCALAR or FLIC GRAPHICS file or a
-// UCD mesh holds, printed on standard output.
+// `muskeip info`: what a PNM or PNG image, a FLIC VECTOR, FLIC SCALAR or FLIC GRAPHICS file, a
+// UCD mesh, a numpy field or a colour map holds, printed on standard output.
 #include "commands.h"
 #include "console.h"
 #include "field_source.h"
 #include "image_files.h"
 
+#include "colormap.h"
+#include "graphics.h"
 #include "histogram.h"
 #include "image.h"
 #include "messages.h"
+#include "probe.h"
 #include "scalarfield.h"
 #include "vectorfield.h"
 
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -44,9 +48,7 @@ const char* modeOf(const std::string& path) {
     return isBinaryFieldFile(path) ? "binary" : "ASCII";
 }
 
-int infoVector(const std::string& path) {
-    FlicVectorField field;
-    if (!readFieldFile(path, field)) return EXIT_FAILED;
+void printVectors(const FlicVectorField& field) {
     Range xs, ys, lengths;
     long long zero = 0;
     const Vec2f* v = field.vectors();
@@ -57,12 +59,44 @@ int infoVector(const std::string& path) {
             std::sqrt(static_cast<double>(v[i].x) * v[i].x + static_cast<double>(v[i].y) * v[i].y));
         if (v[i].x == 0.0f && v[i].y == 0.0f) zero++;
     }
-    printf("%s: FLIC VECTOR field, %s\n", path.c_str(), modeOf(path));
     printf("  size: %d x %d nodes\n", field.width, field.height);
-    xs.print("x range");
-    ys.print("y range");
+    xs.print("u (x component) range");
+    ys.print("v (y component) range");
     printf("  max vector length: %g\n", lengths.finite ? lengths.max : 0.0);
     printf("  zero vectors: %lld\n", zero);
+}
+
+int infoVector(const std::string& path) {
+    FlicVectorField field;
+    if (!readFieldFile(path, field)) return EXIT_FAILED;
+    printf("%s: FLIC VECTOR field, %s\n", path.c_str(), modeOf(path));
+    printVectors(field);
+    return EXIT_OK;
+}
+
+int infoNumpy(const std::string& path) {
+    FlicVectorField field;
+    if (!readNumpyFile(path, field)) return EXIT_FAILED;
+    FlicFileProbe probe;
+    flicProbeFile(path.c_str(), probe);
+    printf("%s: numpy %s, a vector field\n", path.c_str(),
+           probe.kind == FLIC_FILE_ZIP ? ".npz archive" : ".npy array");
+    printVectors(field);
+    return EXIT_OK;
+}
+
+int infoColormap(const std::string& path) {
+    FileContext context(path);
+    FlicColormap map;
+    map.createPreset("grey");
+    if (!FlicColormap::checkIcol(path.c_str()) || !map.readIcol(path.c_str())) return EXIT_FAILED;
+    printf("%s: colour map\n", path.c_str());
+    printf("  range: %g .. %g\n", map.min, map.max);
+    for (int entry : {0, 128, 255})
+        printf("  entry %d: %d %d %d\n", entry,
+               static_cast<int>(map.colors[entry][0] * 255.0f + 0.5f),
+               static_cast<int>(map.colors[entry][1] * 255.0f + 0.5f),
+               static_cast<int>(map.colors[entry][2] * 255.0f + 0.5f));
     return EXIT_OK;
 }
 
@@ -124,7 +158,7 @@ bool readMeshVertices(FILE* file, const UCDHeader& header, MeshSummary& summary)
     if (!fgets(line, sizeof line, file) || !fgets(line, sizeof line, file)) return false;
     int needed = header.columns < 4 ? header.columns : 4;
     if (needed < 2) needed = 2;
-    for (int i = 0; i < header.vertices; i++) {
+    for (long long i = 0; i < header.vertices; i++) {
         float v[4];
         if (!fgets(line, sizeof line, file)) return false;
         int n = sscanf(line, "%g%g%g%g", &v[0], &v[1], &v[2], &v[3]);
@@ -138,12 +172,12 @@ bool readMeshVertices(FILE* file, const UCDHeader& header, MeshSummary& summary)
 }
 
 // Number of complete triangles with vertex numbers from 1 to the vertex count.
-int readMeshTriangles(FILE* file, const UCDHeader& header) {
+long long readMeshTriangles(FILE* file, const UCDHeader& header) {
     char line[4096];
     if (!fgets(line, sizeof line, file)) return 0;
-    for (int t = 0; t < header.triangles; t++) {
-        int corner[3];
-        if (fscanf(file, "%d%d%d", &corner[0], &corner[1], &corner[2]) != 3) return t;
+    for (long long t = 0; t < header.triangles; t++) {
+        long long corner[3];
+        if (fscanf(file, "%lld%lld%lld", &corner[0], &corner[1], &corner[2]) != 3) return t;
         for (int k = 0; k < 3; k++)
             if (corner[k] < 1 || corner[k] > header.vertices) return t;
     }
@@ -158,19 +192,25 @@ int infoUCD(const std::string& path) {
         flic_ioerror(path.c_str(), file ? "this is not an UCD file" : nullptr);
         return EXIT_FAILED;
     }
+    if (header.vertices > INT_MAX || header.triangles > INT_MAX) {
+        fclose(file);
+        return failure("%s: the mesh announces %lld vertices and %lld triangles, more than the "
+                       "mesh readers take (%d)",
+                       path.c_str(), header.vertices, header.triangles, INT_MAX);
+    }
     MeshSummary summary;
     bool vertices = readMeshVertices(file, header, summary);
-    int triangles = vertices ? readMeshTriangles(file, header) : 0;
+    long long triangles = vertices ? readMeshTriangles(file, header) : 0;
     fclose(file);
     if (!vertices)
-        return failure("%s: the %d vertex lines end early or hold too few numbers", path.c_str(),
+        return failure("%s: the %lld vertex lines end early or hold too few numbers", path.c_str(),
                        header.vertices);
     if (triangles < header.triangles)
-        return failure("%s: triangle %d of %d is missing or names a vertex outside 1 to %d",
+        return failure("%s: triangle %lld of %lld is missing or names a vertex outside 1 to %lld",
                        path.c_str(), triangles + 1, header.triangles, header.vertices);
     int data = header.columns - 2;
     printf("%s: UCD mesh\n", path.c_str());
-    printf("  vertices: %d, triangles: %d\n", header.vertices, header.triangles);
+    printf("  vertices: %lld, triangles: %lld\n", header.vertices, header.triangles);
     printf("  values per vertex: %d (%s)\n", data < 0 ? 0 : data,
            data >= 2   ? "a vector field"
            : data == 1 ? "a scalar field"
@@ -186,6 +226,9 @@ int infoUCD(const std::string& path) {
 }
 
 int infoGraphics(const std::string& path) {
+    FileContext context(path);
+    int errors = FlicGraphics::checkFile(path.c_str());
+    if (errors < 0) return EXIT_FAILED;
     FILE* file = fopen(path.c_str(), "rb");
     if (!file) {
         flic_ioerror(path.c_str(), nullptr);
@@ -201,7 +244,9 @@ int infoGraphics(const std::string& path) {
     fclose(file);
     printf("%s: FLIC GRAPHICS command file\n", path.c_str());
     printf("  lines: %ld\n", lines);
-    return EXIT_OK;
+    if (errors == 0) return EXIT_OK;
+    return failure("%s: %d command%s cannot be drawn", path.c_str(), errors,
+                   errors == 1 ? "" : "s");
 }
 
 } // namespace
@@ -220,8 +265,13 @@ int runInfo(const InfoOptions& options) {
         return infoUCD(path);
     case SOURCE_GRAPHICS_FILE:
         return infoGraphics(path);
+    case SOURCE_NUMPY_FILE:
+        return infoNumpy(path);
+    case SOURCE_COLORMAP_FILE:
+        return infoColormap(path);
     case SOURCE_UNKNOWN_FILE:
-        return failure("%s: not a PNM, PNG, FLIC VECTOR, FLIC SCALAR, FLIC GRAPHICS or UCD file",
+        return failure("%s: not a PNM, PNG, FLIC VECTOR, FLIC SCALAR, FLIC GRAPHICS, UCD, .npy, "
+                       ".npz or .icol file",
                        path.c_str());
     default:
         if (isBuiltIn(kind))

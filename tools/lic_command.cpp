@@ -240,17 +240,16 @@ bool showProgress(const LicOptions& o, const LicSettings& s) {
     return static_cast<long long>(s.width) * s.height > progressPixels && stderrIsTerminal();
 }
 
-bool computeLic(const LicOptions& o, LicSettings& s, LicInputs& in, FlicImage& picture) {
+bool computeLic(const LicOptions& o, LicSettings& s, LicInputs& in, FlicImage& picture,
+                ProgressBar& bar) {
     FlicCompute engine;
     configureEngine(o, s, engine);
     if (in.noData) { // lines end at the NaN nodes; what no line reaches is no-data
         engine.setNoData(1);
         engine.setCoverageImage(&in.coverage);
     }
-    ProgressBar bar("muskeip: computing");
     if (showProgress(o, s)) engine.setProgressCallback(ProgressBar::update, &bar);
     bool made = renderPicture(o, s, in, engine, picture);
-    bar.finish();
     if (made) reportEngine(o, s, engine);
     if (!made) failure("the picture could not be made");
     return made;
@@ -266,7 +265,7 @@ bool computeFrames(const LicOptions& o, LicSettings& s, LicInputs& in,
         engine.setNoData(1);
         engine.setCoverageImage(&in.coverage);
     }
-    ProgressBar bar("muskeip: computing");
+    ProgressBar bar("muskeip: computing frames");
     if (showProgress(o, s)) engine.setProgressCallback(ProgressBar::update, &bar);
     frames.resize(o.frames);
     int computed = engine.computeFrames(&in.field, &in.texture, o.frames, frames.data(),
@@ -292,7 +291,9 @@ int runAnimate(const LicOptions& options) {
     if (animationFormatFor(options.output) != ANIMATION_FRAMES && !checkWritable(options.output))
         return EXIT_FAILED;
     LicInputs inputs;
-    if (!loadInputs(options, settings, inputs)) return EXIT_FAILED;
+    FlicCompute limits; // the engine's settings, for the checks before the work
+    configureEngine(options, settings, limits);
+    if (!loadInputs(options, settings, inputs, limits, options.frames)) return EXIT_FAILED;
     std::vector<FlicImage> frames;
     if (!computeFrames(options, settings, inputs, frames)) return EXIT_FAILED;
     FileContext context(options.output);
@@ -310,12 +311,18 @@ int runLic(const LicOptions& options) {
         (!options.seedmap.empty() && !checkWritable(options.seedmap)))
         return EXIT_FAILED;
     LicInputs inputs;
-    if (!loadInputs(options, settings, inputs)) return EXIT_FAILED;
+    FlicCompute limits; // the engine's settings, for the checks before the work
+    configureEngine(options, settings, limits);
+    if (!loadInputs(options, settings, inputs, limits)) return EXIT_FAILED;
     FlicImage picture;
-    if (!computeLic(options, settings, inputs, picture)) return EXIT_FAILED;
+    ProgressBar bar("muskeip: computing", settings.picture.enhance ? 2 : 1);
+    if (!computeLic(options, settings, inputs, picture, bar)) return EXIT_FAILED;
     const FlicImage* alpha =
         inputs.noData && !settings.nodataColourGiven ? &inputs.coverage : nullptr;
+    bar.stage("muskeip: writing", 0.95f);
     if (!writePicture(options.output, picture, options.ascii, alpha)) return EXIT_FAILED;
+    bar.stage("muskeip: done", 1.0f);
+    bar.finish();
     if (!options.seedmap.empty() && !writePicture(options.seedmap, inputs.seedMap, options.ascii))
         return EXIT_FAILED;
     return EXIT_OK;

@@ -9,6 +9,7 @@
 #include "colormap.h"
 #include "graphics.h"
 #include "scalarfield.h"
+#include "scanconvert.h"
 
 #include <algorithm>
 #include <cmath>
@@ -55,10 +56,15 @@ bool loadField(LicSettings& s, LicInputs& in) {
     if (!loadVectorField(s.request, s.kind, in.field)) return false;
     if (s.width == 0) pictureSizeFor(in.field, s.width, s.height);
     long long nodes = static_cast<long long>(in.field.width) * in.field.height;
-    for (long long k = 0; k < nodes && !in.noData; k++)
-        in.noData = std::isnan(in.field.vectors()[k].x) || std::isnan(in.field.vectors()[k].y);
+    bool moving = false; // a finite non-zero vector somewhere (NaN nodes are no-data)
+    for (long long k = 0; k < nodes; k++) {
+        Vec2f v = in.field.vectors()[k];
+        bool nan = std::isnan(v.x) || std::isnan(v.y);
+        in.noData = in.noData || nan;
+        moving = moving || (!nan && (v.x != 0.0f || v.y != 0.0f));
+    }
     if (in.noData) note("%s: NaN nodes are no-data; lines end there", s.request.source.c_str());
-    if (!(in.field.getMax() > 0.0f))
+    if (!moving)
         warning("%s: the field has no non-zero vector; the picture will be black",
                 s.request.source.c_str());
     note("field %s (%s): %d x %d nodes; picture %d x %d pixels", s.request.source.c_str(),
@@ -156,11 +162,62 @@ bool finishExtras(const LicOptions& o, const LicSettings& s, LicInputs& in, Flic
            drawLines(o.mesh, s, picture, &FlicGraphics::drawUCD);
 }
 
+// Bytes of memory the system can still give (MemAvailable), or -1 when unknown.
+long long availableMemory() {
+    FILE* file = fopen("/proc/meminfo", "r");
+    if (!file) return -1;
+    char line[256];
+    long long kilobytes = -1;
+    while (fgets(line, sizeof line, file))
+        if (sscanf(line, "MemAvailable: %lld kB", &kilobytes) == 1) break;
+    fclose(file);
+    return kilobytes < 0 ? -1 : kilobytes * 1024;
+}
+
+// The engine's limits and the memory the run needs, before the noise is made.
+bool checkResources(const LicSettings& s, const FlicCompute& engine, int channels, int frames) {
+    if (!engine.checkPicture(s.width, s.height, channels)) return false;
+    long long pixels = static_cast<long long>(s.width) * s.height;
+    long long needed = engine.memoryNeeded(s.width, s.height, channels) +
+                       pixels * channels * (frames > 1 ? frames : 0);
+    if (s.picture.colour != FlicPicture::NO_COLOUR) needed += pixels * 10; // colours, values
+    long long available = availableMemory();
+    if (available < 0 || needed <= available) return true;
+    failure("a %d x %d picture needs about %.1f GB of memory, but only %.1f GB are available",
+            s.width, s.height, needed / 1e9, available / 1e9);
+    return false;
+}
+
+// The drawings go on after the LIC: their files are checked now, so that no error is found
+// only after the work.
+bool checkDrawings(const LicOptions& o) {
+    if (!o.overlay.empty()) {
+        FileContext context(o.overlay);
+        int errors = FlicGraphics::checkFile(o.overlay.c_str());
+        if (errors != 0) {
+            if (errors > 0)
+                failure("%s: %d error%s in the drawing commands", o.overlay.c_str(), errors,
+                        errors == 1 ? "" : "s");
+            return false;
+        }
+    }
+    if (!o.mesh.empty()) {
+        FileContext context(o.mesh);
+        FlicUcdMesh mesh;
+        if (!mesh.read(o.mesh.c_str(), "rb", 2)) return false;
+    }
+    return true;
+}
+
 } // namespace
 
-bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inputs) {
+bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inputs,
+                const FlicCompute& engine, int frames) {
+    if (!checkDrawings(options)) return false;
     if (!options.texture.empty() && !loadTexture(options, settings, inputs)) return false;
     if (!loadField(settings, inputs)) return false;
+    int channels = options.texture.empty() ? 1 : inputs.texture.nChannels;
+    if (!checkResources(settings, engine, channels, frames)) return false;
     if (options.texture.empty()) makeNoise(options, settings, inputs);
     return loadMask(options, inputs) && loadColourValues(options, settings, inputs);
 }

@@ -45,7 +45,10 @@ struct LicInputs {
 
 // Reads or makes the texture, the field and the mask, and settles the picture size in
 // `settings`. False after a report naming the file.
-bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inputs);
+// The drawing files and the engine's limits and memory needs (`frames` pictures at once) are
+// checked before the texture is made.
+bool loadInputs(const LicOptions& options, LicSettings& settings, LicInputs& inputs,
+                const FlicCompute& engine, int frames = 1);
 // Computes the picture: the engine (twice with --enhance) and the picture steps (--adjust to
 // --zoom), then the no-data pixels, --overlay and --mesh. False after a report.
 bool renderPicture(const LicOptions& options, LicSettings& settings, LicInputs& inputs,

@@ -224,7 +224,7 @@ TEST_F(CliFiles, MissingAndMalformedFilesFailWithOneAndNameTheFile) {
          "expecting 'color r g b'"},
         {"lic " + shellQuoted(vec) + out + " --mesh " + q("none.inp"), "none.inp", "No such"},
         {"lic " + shellQuoted(vec) + out + " --colour magnitude --colormap " + q("bad.icol"),
-         "bad.icol", "Illegal format in"},
+         "bad.icol", "bad.icol:1: the first line holds neither 16 numbers"},
         {"lic " + shellQuoted(vec) + out + " --colour magnitude --colormap jet", "jet",
          "neither a preset (grey, hot-iron, blue-white-red, hue, viridis, magma, inferno"},
         {"lic " + shellQuoted(vec) + out + " --colour-by " + q("values.sca"), "values.sca",
@@ -640,7 +640,7 @@ TEST_F(CliFiles, InfoDescribesEveryKind) {
         std::vector<std::string> lines;
     } cases[] = {
         {"c.vec",
-         {"FLIC VECTOR field, binary", "size: 5 x 5 nodes", "x range: -0.5 .. 0.5",
+         {"FLIC VECTOR field, binary", "size: 5 x 5 nodes", "u (x component) range: -0.5 .. 0.5",
           "max vector length: 0.707107", "zero vectors: 1"}},
         {"d.sca", {"FLIC SCALAR field, ASCII", "size: 8 x 8 nodes", "value range: "}},
         {"disc.pgm", {"PNM image", "size: 30 x 20 pixels", "channels: 1 (grey)", "value range"}},
