@@ -338,8 +338,10 @@ int FlicColormap::checkIcol(const char* filename) {
     const char* problem = nullptr;
     while (!problem && lines < (expected ? expected : 1)) {
         if (!fgets(line, sizeof line, file)) {
-            problem = lines == 0 ? "the file is empty" : "the table ends early";
-            break;
+            fclose(file);
+            if (lines == 0) return flic_error("%s:1: the file is empty", filename);
+            return flic_error("%s:%d: the table ends after %d of %d lines", filename, lines + 1,
+                              lines, expected);
         }
         lines++;
         int count = scan_sixteen(line, numbers);

@@ -337,16 +337,17 @@ int FlicUcdMesh::readTriangles(FILE* file, const char* filename, int nv, int nt)
     for (size_t t = 0; t < static_cast<size_t>(nt); t++) {
         if (!reserve_entries(triangles, capacity, t + 1, 3, nt))
             return report_no_memory(filename, nv, nt);
-        int corner[3];
-        int converted = fscanf(file, "%d%d%d", &corner[0], &corner[1], &corner[2]);
+        // Read wide, so that a number beyond the int range is reported as written.
+        long long corner[3];
+        int converted = fscanf(file, "%lld%lld%lld", &corner[0], &corner[1], &corner[2]);
         if (converted < 3)
             return flic_error("expected to read 3 ints, got %d", converted < 0 ? 0 : converted);
         for (int k = 0; k < 3; k++) {
             if (corner[k] < 1 || corner[k] > nv)
-                return flic_error("file %s: triangle %zu refers to vertex %d (vertices are "
+                return flic_error("file %s: triangle %zu refers to vertex %lld (vertices are "
                                   "numbered 1 to %d)",
                                   filename, t + 1, corner[k], nv);
-            triangles[3 * t + k] = corner[k] - 1;
+            triangles[3 * t + k] = static_cast<int>(corner[k] - 1);
         }
     }
     return 1;

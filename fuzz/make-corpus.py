@@ -32,6 +32,37 @@ def pnm():
     put("image_ops", "line.ppm", "P3\n5 1\n255\n" + "1 2 3 " * 5)
 
 
+def npy(type_code, shape, values, fortran=False):
+    header = "{'descr': '%s', 'fortran_order': %s, 'shape': %s, }" % (
+        type_code, "True" if fortran else "False", shape)
+    header += " " * ((64 - (10 + len(header) + 1) % 64) % 64) + "\n"
+    body = struct.pack(type_code[0] + str(len(values)) + {"f4": "f", "f8": "d"}[type_code[1:]],
+                       *values)
+    return b"\x93NUMPY\x01\x00" + struct.pack("<H", len(header)) + header.encode() + body
+
+
+def zipped(members, method):
+    import zipfile, io
+    data = io.BytesIO()
+    with zipfile.ZipFile(data, "w", method) as archive:
+        for name, content in members:
+            archive.writestr(name, content)
+    return data.getvalue()
+
+
+def numpy_files():
+    pairs = [1.0, 0.0, 0.0, 1.0, -1.0, 0.0, 0.5, -0.25, 2.0, 2.0, 0.0, -3.0]
+    put("numpy", "c.npy", npy("<f4", "(2, 3, 2)", pairs))
+    put("numpy", "f.npy", npy(">f8", "(2, 3, 2)", pairs, fortran=True))
+    put("numpy", "flat.npy", npy("<f4", "(3, 4)", pairs))
+    put("numpy", "int.npy", npy("<f4", "(2, 3, 2)", pairs).replace(b"<f4", b"<i4"))
+    put("numpy", "short.npy", npy("<f4", "(2, 3, 2)", pairs)[:-5])
+    u, v = npy("<f8", "(2, 3)", pairs[:6]), npy(">f4", "(2, 3)", pairs[6:])
+    put("numpy", "stored.npz", zipped([("u.npy", u), ("v.npy", v)], 0))
+    put("numpy", "deflated.npz", zipped([("u.npy", u), ("v.npy", v)], 8))
+    put("numpy", "single.npz", zipped([("arr_0.npy", npy("<f4", "(2, 3, 2)", pairs))], 8))
+
+
 def fields():
     put("vector", "ascii.vec", "FLIC VECTOR ASCII\n2 2\n1 0\n0 1\n-1 0\n0.5 -0.25\n")
     put("vector", "oneline.vec", "FLIC VECTOR\n3 2\n1 2 3 4 5 6 7 8 9 10 11 12\n")
@@ -124,6 +155,7 @@ def engine():
 if __name__ == "__main__":
     pnm()
     fields()
+    numpy_files()
     icol()
     ucd()
     graphics()

@@ -131,6 +131,36 @@ TEST(Colormap, IcolRoundTripLayoutsAndFailures) {
               "Can't open " + missing + ".\n");
 }
 
+TEST(Colormap, CheckNamesFileAndLineAndRefusesValuesBeyondAByte) {
+    TempDir dir;
+    std::string path = dir.path("m.icol");
+    FlicColormap written;
+    written.createPreset("hot-iron");
+    ASSERT_EQ(1, written.writeIcol(path.c_str()));
+    MessageCapture capture;
+    EXPECT_EQ(1, FlicColormap::checkIcol(path.c_str()));
+    EXPECT_TRUE(capture.errors().empty());
+
+    std::string threeColumns;
+    for (int i = 0; i < 256; i++)
+        threeColumns += i == 2 ? "1 300 0\n" : "1 2 3\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ":1: the file is empty"},
+        {"1 2\n", ":1: the first line holds neither 16 numbers (index r g b four times) nor 3 "
+                  "(r g b)"},
+        {threeColumns, ":3: a number outside 0 .. 255 (300)"},
+        {"1 2 3\n4 5\n", ":2: expected 3 numbers (r g b)"},
+        {"1 2 3\n4 5 6\n", ":3: the table ends after 2 of 256 lines"},
+        {"0 0 0 0 64 0 0 0 128 0 0 0 256 0 0 0\n", ":1: a number outside 0 .. 255 (256)"},
+    };
+    for (const auto& c : cases) {
+        writeFile(path, c.first);
+        capture.errors().clear();
+        EXPECT_EQ(0, FlicColormap::checkIcol(path.c_str()));
+        EXPECT_EQ(capture.onlyError(), "FLIC error: " + path + c.second);
+    }
+}
+
 TEST(Colormap, HslConversions) {
     float hsl[3], rgb[3];
     float red[3] = {0, 1, 0.5f};

@@ -328,6 +328,49 @@ TEST(GraphicsFiles, ColourCommandsAndBadArguments) {
     }
 }
 
+// The check reads words as drawing does and names file and line for every doubt.
+TEST(GraphicsFiles, CheckReportsProblemsByLineWithoutDrawing) {
+    TempDir dir;
+    std::string path = dir.path("b.gfx");
+    writeFile(path, "FLIC GRAPHICS\n"
+                    "line 1 2 x 3\n"       // 2: a malformed number: error, rest skipped
+                    "foo 1 2\n"            // 3: unknown word, its numbers skipped with it
+                    "width 1000000000\n"   // 4: width out of range: error
+                    "line nan 1 2 3\n"     // 5: NaN coordinate: skipped when drawn
+                    "# line 0 0 \\\n1 1\n" // 6-7: a command after '#', joined lines
+                    "points 1 1 2\n"       // 8: a dangling number: skipped when drawn
+                    "7\n"                  // 9: a number outside any command
+                    "color 0 0.5 2\n");    // 10: a colour part outside 0 .. 1: error
+    MessageCapture capture;
+    EXPECT_EQ(3, FlicGraphics::checkFile(path.c_str()));
+    std::string file = path + ":";
+    EXPECT_EQ(capture.errors(), (std::vector<std::string>{
+                                    "FLIC error: " + file + "2: not a number ('x')",
+                                    "FLIC error: " + file + "4: a width outside 0 .. 1000",
+                                    "FLIC error: " + file + "10: colour parts go from 0 to 1"}));
+    EXPECT_EQ(capture.warnings(),
+              (std::vector<std::string>{
+                  "FLIC warning: " + file + "3: unknown command 'foo' skipped",
+                  "FLIC warning: " + file + "5: a NaN coordinate: the point is skipped",
+                  "FLIC warning: " + file +
+                      "6: 'line' after a '#' is read as a command ('#' comments out one word only)",
+                  "FLIC warning: " + file + "8: a coordinate pair is incomplete: it is skipped",
+                  "FLIC warning: " + file + "9: a number outside any command ('7') skipped"}));
+
+    // A clean file: no message; abbreviations and longer command words are commands.
+    writeFile(path, "FLIC GRAPHICS\nc 1 0 0\nw 3\ncanvas 0 0 1 1\nlines 0 0 1 1 0.5 0.5\n");
+    capture.errors().clear();
+    capture.warnings().clear();
+    EXPECT_EQ(0, FlicGraphics::checkFile(path.c_str()));
+    EXPECT_TRUE(capture.errors().empty() && capture.warnings().empty());
+
+    writeFile(path, "not graphics\n");
+    EXPECT_EQ(-1, FlicGraphics::checkFile(path.c_str()));
+    EXPECT_EQ(capture.errors().back(),
+              "FLIC error: can't open " + path + " (header string 'FLIC GRAPHICS' not found)");
+    EXPECT_EQ(-1, FlicGraphics::checkFile(dir.path("none").c_str()));
+}
+
 TEST(GraphicsUCD, MeshEdgesFittedIntoTheImage) {
     TempDir dir;
     std::string path = dir.path("mesh.inp");

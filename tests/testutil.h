@@ -27,17 +27,24 @@ class MessageCapture {
   public:
     explicit MessageCapture(int verbosity = 1)
         : savedError(flic_error_handler), savedInfo(flic_info_handler),
-          savedVerbosity(flic_verbosity) {
+          savedWarning(flic_warning_handler), savedVerbosity(flic_verbosity) {
         errors().clear();
         infos().clear();
+        warnings().clear();
         flic_error_handler = &captureError;
         flic_info_handler = &captureInfo;
+        flic_warning_handler = &captureWarning;
         flic_verbosity = verbosity;
     }
     ~MessageCapture() {
         flic_error_handler = savedError;
         flic_info_handler = savedInfo;
+        flic_warning_handler = savedWarning;
         flic_verbosity = savedVerbosity;
+    }
+    static std::vector<std::string>& warnings() {
+        static std::vector<std::string> list;
+        return list;
     }
     static std::vector<std::string>& errors() {
         static std::vector<std::string> list;
@@ -62,7 +69,11 @@ class MessageCapture {
         infos().push_back(text);
         return 0;
     }
-    FlicMessageHandler savedError, savedInfo;
+    static int captureWarning(const char* text) {
+        warnings().push_back(text);
+        return 0;
+    }
+    FlicMessageHandler savedError, savedInfo, savedWarning;
     int savedVerbosity;
 };
 

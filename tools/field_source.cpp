@@ -11,6 +11,7 @@
 #include "probe.h"
 
 #include <cctype>
+#include <climits>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -103,6 +104,7 @@ bool readCheckedFieldFile(const std::string& path, Field& field, int components)
 }
 
 bool loadUCDVectors(const FieldRequest& request, FlicVectorField& vectors) {
+    if (!checkUCDCounts(request.source)) return false;
     FileContext context(request.source);
     return vectors.readUCD(request.source.c_str(), request.gridWidth, request.gridHeight) != 0;
 }
@@ -207,6 +209,16 @@ bool probeUCD(const std::string& path, UCDHeader& header) {
     return true;
 }
 
+bool checkUCDCounts(const std::string& path) {
+    UCDHeader header;
+    if (!probeUCD(path, header)) return true; // the reader says what is wrong
+    if (header.vertices <= INT_MAX && header.triangles <= INT_MAX) return true;
+    failure("%s: the mesh announces %lld vertices and %lld triangles, more than the mesh readers "
+            "take (%d)",
+            path.c_str(), header.vertices, header.triangles, INT_MAX);
+    return false;
+}
+
 bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarField& scalars) {
     kind = readKind(request, kind);
     if (kind == SOURCE_DIPOLE) {
@@ -215,6 +227,7 @@ bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarFie
         return true;
     }
     if (kind == SOURCE_UCD_FILE) {
+        if (!checkUCDCounts(request.source)) return false;
         FileContext context(request.source);
         return scalars.readUCD(request.source.c_str(), request.gridWidth, request.gridHeight) != 0;
     }

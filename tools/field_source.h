@@ -59,6 +59,9 @@ struct UCDHeader {
 // Reads the counts of the first line and the first vertex line. False when the first line
 // holds no two counts.
 bool probeUCD(const std::string& path, UCDHeader& header);
+// Refuses a mesh whose counts exceed what the mesh readers take (they read them as int). True
+// when they fit or the file is no mesh; false after a report naming the file.
+bool checkUCDCounts(const std::string& path);
 
 // Fills `scalars` from a scalar source. False after a report naming the file.
 bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarField& scalars);

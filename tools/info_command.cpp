@@ -192,11 +192,9 @@ int infoUCD(const std::string& path) {
         flic_ioerror(path.c_str(), file ? "this is not an UCD file" : nullptr);
         return EXIT_FAILED;
     }
-    if (header.vertices > INT_MAX || header.triangles > INT_MAX) {
+    if (!checkUCDCounts(path)) {
         fclose(file);
-        return failure("%s: the mesh announces %lld vertices and %lld triangles, more than the "
-                       "mesh readers take (%d)",
-                       path.c_str(), header.vertices, header.triangles, INT_MAX);
+        return EXIT_FAILED;
     }
     MeshSummary summary;
     bool vertices = readMeshVertices(file, header, summary);

@@ -6,6 +6,8 @@
 #include "muskeip.h"
 
 #include <gif_lib.h>
+#include <png.h>
+#include <zlib.h>
 #include <gtest/gtest.h>
 #include <webp/demux.h>
 
@@ -656,4 +658,365 @@ TEST_F(CliFiles, InfoDescribesEveryKind) {
         for (const std::string& line : c.lines)
             EXPECT_TRUE(contains(run.out, line)) << c.file << ": " << line << "\n" << run.out;
     }
+}
+
+// --- Broken and unusual input, refused before any work -----------------------------------------
+
+namespace {
+
+// numpy's .npy bytes: the header padded to a multiple of 64 bytes, then the values as float32
+// or float64 in the byte order of `type` ("<f4", ">f8", ...).
+std::string npyBytes(const std::string& type, bool fortran, const std::string& shape,
+                     const std::vector<double>& values) {
+    std::string header = "{'descr': '" + type +
+                         "', 'fortran_order': " + (fortran ? "True" : "False") +
+                         ", 'shape': " + shape + ", }";
+    while ((10 + header.size() + 1) % 64 != 0)
+        header += ' ';
+    header += '\n';
+    std::string bytes = std::string("\x93NUMPY\x01\x00", 8);
+    bytes += static_cast<char>(header.size() & 0xff);
+    bytes += static_cast<char>(header.size() >> 8);
+    bytes += header;
+    bool big = type[0] == '>', wide = type[2] == '8';
+    for (double value : values) {
+        char raw[8];
+        float single = static_cast<float>(value);
+        memcpy(raw, wide ? static_cast<const void*>(&value) : &single, wide ? 8 : 4);
+        std::string word(raw, wide ? 8 : 4);
+        if (big) word.assign(word.rbegin(), word.rend());
+        bytes += word;
+    }
+    return bytes;
+}
+
+void putLittle(std::string& out, unsigned value, int bytes) {
+    for (int i = 0; i < bytes; i++)
+        out += static_cast<char>((value >> (8 * i)) & 0xff);
+}
+
+// A zip archive of the members, stored or deflated (raw deflate, as zip has it).
+std::string zipBytes(const std::vector<std::pair<std::string, std::string>>& members,
+                     bool packMembers) {
+    std::string archive, directory;
+    for (const auto& member : members) {
+        std::string data = member.second;
+        if (packMembers) {
+            z_stream stream;
+            memset(&stream, 0, sizeof stream);
+            deflateInit2(&stream, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+            std::string packed(deflateBound(&stream, member.second.size()), '\0');
+            stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(member.second.data()));
+            stream.avail_in = member.second.size();
+            stream.next_out = reinterpret_cast<Bytef*>(&packed[0]);
+            stream.avail_out = packed.size();
+            deflate(&stream, Z_FINISH);
+            packed.resize(stream.total_out);
+            deflateEnd(&stream);
+            data = packed;
+        }
+        unsigned crc =
+            crc32(0, reinterpret_cast<const Bytef*>(member.second.data()), member.second.size());
+        unsigned offset = archive.size();
+        std::string common;
+        putLittle(common, 20, 2);                  // version needed
+        putLittle(common, 0, 2);                   // flags
+        putLittle(common, packMembers ? 8 : 0, 2); // method
+        putLittle(common, 0, 4);                   // time and date
+        putLittle(common, crc, 4);
+        putLittle(common, data.size(), 4);
+        putLittle(common, member.second.size(), 4);
+        putLittle(common, member.first.size(), 2);
+        putLittle(common, 0, 2); // extra field
+        putLittle(archive, 0x04034b50, 4);
+        archive += common + member.first + data;
+        putLittle(directory, 0x02014b50, 4);
+        putLittle(directory, 20, 2); // version made by
+        directory += common;
+        putLittle(directory, 0, 2); // comment
+        putLittle(directory, 0, 4); // disk, internal attributes
+        putLittle(directory, 0, 4); // external attributes
+        putLittle(directory, offset, 4);
+        directory += member.first;
+    }
+    unsigned start = archive.size();
+    archive += directory;
+    putLittle(archive, 0x06054b50, 4);
+    putLittle(archive, 0, 4);
+    putLittle(archive, members.size(), 2);
+    putLittle(archive, members.size(), 2);
+    putLittle(archive, directory.size(), 4);
+    putLittle(archive, start, 4);
+    putLittle(archive, 0, 2);
+    return archive;
+}
+
+// A 16-bit grey (or grey + alpha) PNG through libpng's full interface: samples big-endian,
+// rows from the top.
+void write16BitPNG(const std::string& path, int width, int height, bool alpha,
+                   const std::vector<unsigned>& samples) {
+    FILE* file = fopen(path.c_str(), "wb");
+    ASSERT_NE(nullptr, file);
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file);
+    png_set_IHDR(png, info, width, height, 16,
+                 alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    int perRow = width * (alpha ? 2 : 1);
+    for (int y = 0; y < height; y++) {
+        std::vector<unsigned char> row;
+        for (int k = 0; k < perRow; k++) {
+            row.push_back(samples[y * perRow + k] >> 8);
+            row.push_back(samples[y * perRow + k] & 0xff);
+        }
+        png_write_row(png, row.data());
+    }
+    png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+    fclose(file);
+}
+
+} // namespace
+
+TEST_F(CliFiles, ImagesShortOversizedAndSixteenBit) {
+    testutil::writeFile(path("short.pgm"), "P5\n4000 4000\n255\nabcdef");
+    testutil::writeFile(path("huge.pgm"), "P5\n99999999999 4\n255\nab");
+    for (const std::string& command :
+         {"lic circle -o " + q("o.png") + " --texture " + q("short.pgm"),
+          "info " + q("short.pgm")}) {
+        Outcome run = muskeip(command);
+        EXPECT_EQ(1, run.status) << command;
+        EXPECT_TRUE(contains(run.err, "short.pgm (the pixel data ends after 6 of 16000000 bytes "
+                                      "(4000 x 4000 pixels announced))"))
+            << run.err;
+    }
+    EXPECT_EQ("", testutil::readFile(path("o.png"))); // nothing written
+    Outcome huge = muskeip("info " + q("huge.pgm"));
+    EXPECT_EQ(1, huge.status);
+    EXPECT_TRUE(contains(huge.err, "huge.pgm (size too large)")) << huge.err;
+
+    // 16-bit samples scaled exactly: 257 k -> k; 32768 -> 128; alpha composes onto black.
+    std::string wide = "P5\n4 1\n65535\n";
+    for (unsigned v : {0u, 65535u, 32768u, 257u * 100})
+        wide += std::string{static_cast<char>(v >> 8), static_cast<char>(v & 0xff)};
+    testutil::writeFile(path("w.pgm"), wide);
+    write16BitPNG(path("w.png"), 4, 1, false, {0, 65535, 32768, 257 * 100});
+    write16BitPNG(path("a.png"), 2, 1, true, {65535, 32768, 257 * 200, 0});
+    FlicImage image;
+    for (const char* name : {"w.pgm", "w.png"}) {
+        ASSERT_EQ(1, readImage(path(name), image)) << name;
+        EXPECT_EQ((std::vector<int>{0, 255, 128, 100}), testutil::pixelBytes(image)) << name;
+    }
+    ASSERT_EQ(1, readImage(path("a.png"), image));
+    EXPECT_EQ((std::vector<int>{128, 0}), testutil::pixelBytes(image));
+    Outcome info = muskeip("info " + q("w.png"));
+    EXPECT_EQ(0, info.status);
+    EXPECT_TRUE(contains(info.out, "value range: 0 .. 255")) << info.out;
+
+    // A 16-bit texture gives the picture of its 8-bit scaling (files hold the top row first).
+    FlicImage noise(64, 64, 1);
+    std::string texture = "P5\n64 64\n65535\n";
+    for (int k = 0; k < 64 * 64; k++) {
+        unsigned v = (k * 7919u) % 65536u;
+        noise.data[(63 - k / 64) * 64 + k % 64] =
+            static_cast<unsigned char>((v * 255 + 32767) / 65535);
+        texture += std::string{static_cast<char>(v >> 8), static_cast<char>(v & 0xff)};
+    }
+    testutil::writeFile(path("t16.pgm"), texture);
+    noise.writePNM(path("t8.pgm").c_str());
+    ASSERT_EQ(0, muskeip("lic circle -o " + q("p16.pgm") + " --texture " + q("t16.pgm")).status);
+    ASSERT_EQ(0, muskeip("lic circle -o " + q("p8.pgm") + " --texture " + q("t8.pgm")).status);
+    EXPECT_TRUE(testutil::readFile(path("p8.pgm")) == testutil::readFile(path("p16.pgm")));
+}
+
+TEST_F(CliFiles, NumpyFieldsAndByteSwappedFiles) {
+    // A 9 x 7 field of whole numbers (exact in every format): u = i - 4, v = 3 - j.
+    const int width = 9, height = 7;
+    FlicVectorField field(width, height);
+    std::vector<double> pairs, fortranPairs(2 * width * height), u, v;
+    for (int j = 0; j < height; j++)
+        for (int i = 0; i < width; i++) {
+            field.vectors()[j * width + i] = {static_cast<float>(i - 4), static_cast<float>(3 - j)};
+            pairs.push_back(i - 4);
+            pairs.push_back(3 - j);
+            u.push_back(i - 4);
+            v.push_back(3 - j);
+            fortranPairs[j + height * i] = i - 4;
+            fortranPairs[j + height * i + width * height] = 3 - j;
+        }
+    ASSERT_EQ(1, field.write(path("f.vec").c_str(), 1));
+    testutil::writeFile(path("c.npy"), npyBytes("<f4", false, "(7, 9, 2)", pairs));
+    testutil::writeFile(path("f.npy"), npyBytes(">f8", true, "(7, 9, 2)", fortranPairs));
+    testutil::writeFile(path("uv.npz"), zipBytes({{"u.npy", npyBytes("<f8", false, "(7, 9)", u)},
+                                                  {"v.npy", npyBytes(">f4", false, "(7, 9)", v)}},
+                                                 false));
+    testutil::writeFile(
+        path("one.npz"),
+        zipBytes({{"arr_0.npy", npyBytes(">f4", false, "(7, 9, 2)", pairs)}}, true));
+    ASSERT_EQ(0, muskeip("lic " + q("f.vec") + " --size 48x40 -o " + q("vec.pgm")).status);
+    std::string expected = testutil::readFile(path("vec.pgm"));
+    for (const char* name : {"c.npy", "f.npy", "uv.npz", "one.npz"}) {
+        Outcome run = muskeip("lic " + q(name) + " --size 48x40 -o " + q("n.pgm"));
+        ASSERT_EQ(0, run.status) << name << "\n" << run.err;
+        EXPECT_TRUE(expected == testutil::readFile(path("n.pgm"))) << name;
+        Outcome info = muskeip("info " + q(name));
+        EXPECT_TRUE(contains(info.out, "size: 9 x 7 nodes")) << info.out;
+        EXPECT_TRUE(contains(info.out, "u (x component) range: -4 .. 4")) << info.out;
+    }
+    ASSERT_EQ(0, muskeip("field " + q("uv.npz") + " -o " + q("back.vec")).status);
+    FlicVectorField back;
+    ASSERT_EQ(1, back.read(path("back.vec").c_str()));
+    EXPECT_EQ(0, memcmp(field.data, back.data, width * height * sizeof(Vec2f)));
+
+    // What numpy's tofile writes on little-endian machines: refused as byte-swapped.
+    std::string swapped = "FLIC VECTOR BINARY\n9 7\n";
+    for (double value : pairs) {
+        float single = static_cast<float>(value);
+        swapped += std::string(reinterpret_cast<const char*>(&single), 4);
+    }
+    testutil::writeFile(path("le.vec"), swapped);
+    testutil::writeFile(path("int.npy"), npyBytes("<i4", false, "(7, 9, 2)", pairs));
+    testutil::writeFile(path("flat.npy"), npyBytes("<f4", false, "(7, 9)", u));
+    std::string cut = npyBytes("<f4", false, "(7, 9, 2)", pairs);
+    testutil::writeFile(path("cut.npy"), cut.substr(0, cut.size() - 8));
+    testutil::writeFile(path("ab.npz"), zipBytes({{"a.npy", npyBytes("<f4", false, "(7, 9)", u)},
+                                                  {"b.npy", npyBytes("<f4", false, "(7, 9)", v)}},
+                                                 true));
+    struct Case {
+        std::string file, message;
+    } cases[] = {
+        {"le.vec", "of 126 values are beyond 1e30 or below 1e-30 in size: the file looks "
+                   "byte-swapped"},
+        {"int.npy", "numpy type '<i4' is not read: give float32 or float64 values"},
+        {"flat.npy", "an array of shape (7, 9) is not a field: give (H, W, 2)"},
+        {"cut.npy", "the array data ends after 496 of 504 bytes"},
+        {"ab.npz", "the archive holds a.npy, b.npy: a field needs arrays named u and v"},
+    };
+    for (const Case& c : cases)
+        for (const std::string& command :
+             {"lic " + q(c.file) + " -o " + q("x.png"), "info " + q(c.file)}) {
+            Outcome run = muskeip(command);
+            EXPECT_EQ(1, run.status) << command;
+            EXPECT_TRUE(contains(run.err, "muskeip: error: " + path(c.file) + ": ")) << run.err;
+            EXPECT_TRUE(contains(run.err, c.message)) << run.err;
+        }
+}
+
+TEST_F(CliFiles, DrawingsColourMapsAndSizesCheckedBeforeTheLIC) {
+    testutil::writeFile(path("b.gfx"), "FLIC GRAPHICS\nline 1 2 x 3\nfoo 1 2\nwidth 1000000000\n"
+                                       "line nan 1 2 3\n");
+    testutil::writeFile(path("w.gfx"), "FLIC GRAPHICS\nline 0 0 5 5\nfoo\n");
+    std::string table;
+    for (int i = 0; i < 256; i++)
+        table += i == 1 ? "1 2 300\n" : "1 2 3\n";
+    testutil::writeFile(path("big.icol"), table);
+    const std::string out = " -o " + q("o.png");
+    struct Case {
+        std::string arguments;
+        std::vector<std::string> messages;
+    } cases[] = {
+        {"lic circle" + out + " --overlay " + q("b.gfx"),
+         {path("b.gfx") + ":2: not a number ('x')",
+          "FLIC warning: " + path("b.gfx") + ":3: unknown command 'foo' skipped",
+          path("b.gfx") + ":4: a width outside 0 .. 1000",
+          path("b.gfx") + ":5: a NaN coordinate: the point is skipped",
+          "muskeip: error: " + path("b.gfx") + ": 2 errors in the drawing commands"}},
+        {"info " + q("b.gfx"),
+         {"muskeip: error: " + path("b.gfx") + ": 2 commands cannot be drawn"}},
+        {"lic circle" + out + " --colour magnitude --colormap " + q("big.icol"),
+         {path("big.icol") + ":2: a number outside 0 .. 255 (300)"}},
+        {"info " + q("big.icol"), {path("big.icol") + ":2: a number outside 0 .. 255 (300)"}},
+        {"lic circle" + out + " --colour magnitude --colormap jet",
+         {"colour map 'jet' is neither a preset (grey, hot-iron, blue-white-red, hue, viridis, "
+          "magma, inferno, plasma, cividis, twilight) nor a readable file"}},
+        {"lic circle --size 32768x32768" + out, {"32768 x 32768", "too large"}},
+    };
+    for (const Case& c : cases) {
+        Outcome run = muskeip(c.arguments);
+        EXPECT_EQ(1, run.status) << c.arguments;
+        for (const std::string& message : c.messages)
+            EXPECT_TRUE(contains(run.err, message)) << c.arguments << "\n" << run.err;
+        // Every line of the report is the program's own.
+        for (size_t at = 0; at < run.err.size(); at = run.err.find('\n', at) + 1)
+            EXPECT_EQ(0u, run.err.compare(at, 9, "muskeip: ")) << run.err;
+        // Found before any picture was computed: none was written.
+        EXPECT_EQ("", testutil::readFile(path("o.png"))) << c.arguments;
+    }
+    // Warnings alone let the picture be drawn; -q keeps them back.
+    Outcome warned = muskeip("lic circle --size 32x32" + out + " --overlay " + q("w.gfx"));
+    EXPECT_EQ(0, warned.status);
+    EXPECT_TRUE(contains(warned.err, path("w.gfx") + ":3: unknown command 'foo' skipped"));
+    EXPECT_EQ("", muskeip("-q lic circle --size 32x32" + out + " --overlay " + q("w.gfx")).err);
+    Outcome described = muskeip("info " + q("w.gfx"));
+    EXPECT_EQ(0, described.status);
+    EXPECT_TRUE(contains(described.out, "FLIC GRAPHICS command file")) << described.out;
+
+    // A colour map file described; the numbers of its table as written.
+    ASSERT_EQ(0, muskeip("field circle --size 4x4 -o " + q("c.vec")).status);
+    FlicColormap map;
+    map.createPreset("blue-white-red");
+    map.setMinMax(-2.0f, 5.0f);
+    ASSERT_EQ(1, map.writeIcol(path("bwr.icol").c_str()));
+    Outcome icol = muskeip("info " + q("bwr.icol"));
+    ASSERT_EQ(0, icol.status) << icol.err;
+    EXPECT_TRUE(contains(icol.out, path("bwr.icol") + ": colour map\n  range: -2 .. 5\n"))
+        << icol.out;
+    EXPECT_EQ(1, muskeip("lic " + q("bwr.icol") + out).status);
+}
+
+TEST_F(CliFiles, MessagesSayWhatWasWritten) {
+    // Vertex numbers beyond int are shown as the file has them, for lic and for info.
+    testutil::writeFile(
+        path("m.inp"),
+        "3 1 0 0 0\nvertices\n0 0 1 0\n1 0 1 0\n0 1 1 0\ntriangles\n1 2 99999999999\n");
+    testutil::writeFile(path("n.inp"), "99999999999 1 0 0 0\nvertices\n0 0 1 0\n");
+    Outcome triangle = muskeip("lic " + q("m.inp") + " -o " + q("o.png"));
+    EXPECT_EQ(1, triangle.status);
+    EXPECT_TRUE(
+        contains(triangle.err, "refers to vertex 99999999999 (vertices are numbered 1 to 3)"))
+        << triangle.err;
+    for (const std::string& command :
+         {"lic " + q("n.inp") + " -o " + q("o.png"), "info " + q("n.inp")}) {
+        Outcome counts = muskeip(command);
+        EXPECT_EQ(1, counts.status);
+        EXPECT_TRUE(contains(counts.err, "announces 99999999999 vertices and 1 triangles"))
+            << counts.err;
+    }
+
+    // A field with no-data nodes is no black picture: no warning says it is.
+    FlicVectorField holes(8, 8);
+    holes.setCircle(0.0f);
+    holes.vectors()[9] = {NAN, NAN};
+    ASSERT_EQ(1, holes.write(path("h.vec").c_str(), 1));
+    Outcome nan = muskeip("lic " + q("h.vec") + " --size 32x32 -o " + q("h.png"));
+    EXPECT_EQ(0, nan.status);
+    EXPECT_EQ("", nan.err);
+
+    // field writes FLIC files only under names that say so.
+    Outcome png = muskeip("field circle -o " + q("x.png"));
+    EXPECT_EQ(2, png.status);
+    EXPECT_TRUE(contains(png.err, "would hold a FLIC VECTOR file, not a .png file: name it .vec"))
+        << png.err;
+    Outcome scalar = muskeip("field dipole -o " + q("x.vec"));
+    EXPECT_EQ(2, scalar.status);
+    EXPECT_TRUE(contains(scalar.err, "would hold a FLIC SCALAR file: name it .sca")) << scalar.err;
+    EXPECT_EQ("", testutil::readFile(path("x.png")) + testutil::readFile(path("x.vec")));
+    EXPECT_EQ(0, muskeip("field circle --size 4x4 -o " + q("x.dat")).status);
+
+    // With a progress bar, every message starts on a line of its own, and the bar ends its line.
+    Outcome progress = muskeip("-v lic circle --size 64x64 --progress -o " + q("p.png"));
+    EXPECT_EQ(0, progress.status);
+    for (size_t at = progress.err.find("muskeip: FLIC info"); at != std::string::npos;
+         at = progress.err.find("muskeip: FLIC info", at + 1))
+        EXPECT_TRUE(at == 0 || progress.err[at - 1] == '\n') << progress.err;
+    EXPECT_TRUE(contains(progress.err, "100%\n")) << progress.err;
+
+    // Help: FIELD is required; the grid is given once.
+    EXPECT_TRUE(contains(muskeip("lic --help").out, "Usage: muskeip lic [OPTIONS] FIELD\n"));
+    std::string fieldHelp = muskeip("field --help").out;
+    EXPECT_TRUE(contains(fieldHelp, "--size WxH Excludes: --ucd --grid")) << fieldHelp;
+    EXPECT_TRUE(contains(fieldHelp, "(the same as --size)")) << fieldHelp;
+    EXPECT_EQ(2, muskeip("field circle --size 8x8 --grid 8x8 -o " + q("y.vec")).status);
 }
