@@ -6,14 +6,15 @@ CMAKE_FLAGS ?=
 
 TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev libcli11-dev libpng-dev \
                 libwebp-dev libgif-dev \
-                pybind11-dev python3-dev python3-numpy python3-pytest
+                zlib1g-dev pybind11-dev python3-dev python3-numpy python3-pytest
 
 # The main job: a LIC picture of the built-in dipole field, coloured by the field's magnitude,
 # the LIC texture giving the lightness, with relief shading along the flow.
 MUSKEIP = $(BUILD_DIR)/tools/muskeip
 DEMO_ARGS ?= dipole --size 1024x1024 --length 25 --colour magnitude --colormap hue --emboss
 
-.PHONY: all build test deps-test demo bench bench-python clean test-sanitize test-thread fuzz
+.PHONY: all build test deps-test demo bench bench-python clean test-sanitize test-thread fuzz \
+        format-check
 
 all: build
 
@@ -96,6 +97,12 @@ fuzz:
 	cmake -S fuzz -B $(FUZZ_BUILD_DIR) -DCMAKE_CXX_COMPILER=clang++
 	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS)
 	fuzz/run.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_JOBS) $(FUZZ_TARGETS)
+
+# The C++ sources follow .clang-format (FORMAT_BASE=REV checks only the files changed since REV).
+FORMAT_BASE ?=
+format-check:
+	@scripts/install-deps.sh clang-format git
+	scripts/check-format.sh $(FORMAT_BASE)
 
 clean:
 	rm -rf $(BUILD_DIR)

@@ -3,6 +3,7 @@
 // pictures cost 32 still pictures. Runs interleaved; each figure is a median.
 //
 // Usage: bench_animation [--repeats N] [--frames F]
+#include "measure.h"
 #include "compute.h"
 
 #include <algorithm>
@@ -12,36 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <vector>
-
-namespace {
-
-FlicVectorField vortexSaddle(int size) {
-    FlicVectorField field(size, size);
-    Vec2f* v = field.vectors();
-    for (int y = 0; y < size; y++)
-        for (int x = 0; x < size; x++) {
-            float u = x / (size - 1.0f), w = y / (size - 1.0f);
-            float ax = u - 0.3f, ay = w - 0.45f, bx = u - 0.72f, by = w - 0.6f;
-            float weight = expf(-(ax * ax + ay * ay) * 12.0f);
-            v[y * size + x] = Vec2f{-ay * weight + 0.6f * bx, ax * weight - 0.6f * by};
-        }
-    return field;
-}
-
-double median(std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
-template <class Work>
-double timeMs(Work work) {
-    auto begin = std::chrono::steady_clock::now();
-    work();
-    auto end = std::chrono::steady_clock::now();
-    return std::chrono::duration<double, std::milli>(end - begin).count();
-}
-
-} // namespace
 
 int main(int argc, char** argv) {
     int repeats = 5, frames = 32;

@@ -3,6 +3,7 @@
 // orientation, two passes. Runs interleaved round by round; each figure is a median.
 //
 // Usage: bench_modes [--repeats N]
+#include "measure.h"
 #include "compute.h"
 
 #include <algorithm>
@@ -13,31 +14,6 @@
 #include <cstring>
 #include <limits>
 #include <vector>
-
-namespace {
-
-FlicVectorField vortexSaddle(int size, bool hole) {
-    FlicVectorField field(size, size);
-    Vec2f* v = field.vectors();
-    for (int y = 0; y < size; y++)
-        for (int x = 0; x < size; x++) {
-            float u = x / (size - 1.0f), w = y / (size - 1.0f);
-            float ax = u - 0.3f, ay = w - 0.45f, bx = u - 0.72f, by = w - 0.6f;
-            float weight = expf(-(ax * ax + ay * ay) * 12.0f);
-            v[y * size + x] = Vec2f{-ay * weight + 0.6f * bx, ax * weight - 0.6f * by};
-            float dx = u - 0.5f, dy = w - 0.2f;
-            if (hole && dx * dx + dy * dy < 0.01f)
-                v[y * size + x].x = std::numeric_limits<float>::quiet_NaN();
-        }
-    return field;
-}
-
-double median(std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
-} // namespace
 
 int main(int argc, char** argv) {
     int repeats = 7;

@@ -4,6 +4,7 @@
 // two-pass texture. Runs interleaved round by round; each figure is a median.
 //
 // Usage: bench_picture [--repeats N] [--size N]
+#include "measure.h"
 #include "compute.h"
 #include "histogram.h"
 #include "picture.h"
@@ -18,24 +19,6 @@
 #include <vector>
 
 namespace {
-
-FlicVectorField vortexSaddle(int size) {
-    FlicVectorField field(size, size);
-    Vec2f* v = field.vectors();
-    for (int y = 0; y < size; y++)
-        for (int x = 0; x < size; x++) {
-            float u = x / (size - 1.0f), w = y / (size - 1.0f);
-            float ax = u - 0.3f, ay = w - 0.45f, bx = u - 0.72f, by = w - 0.6f;
-            float weight = expf(-(ax * ax + ay * ay) * 12.0f);
-            v[y * size + x] = Vec2f{-ay * weight + 0.6f * bx, ax * weight - 0.6f * by};
-        }
-    return field;
-}
-
-double median(std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
 
 double seconds(const std::function<void()>& work) {
     auto start = std::chrono::steady_clock::now();

@@ -5,6 +5,7 @@
 // (magnitude, viridis, multiply). Writers alternate round by round; figures are medians.
 //
 // Usage: bench_png [--repeats N] [--size N] [--folder DIR]
+#include "measure.h"
 #include "image_files.h"
 
 #include "compute.h"
@@ -23,19 +24,6 @@
 #include <vector>
 
 namespace {
-
-FlicVectorField vortexSaddle(int size) {
-    FlicVectorField field(size, size);
-    Vec2f* v = field.vectors();
-    for (int y = 0; y < size; y++)
-        for (int x = 0; x < size; x++) {
-            float u = x / (size - 1.0f), w = y / (size - 1.0f);
-            float ax = u - 0.3f, ay = w - 0.45f, bx = u - 0.72f, by = w - 0.6f;
-            float weight = expf(-(ax * ax + ay * ay) * 12.0f);
-            v[y * size + x] = Vec2f{-ay * weight + 0.6f * bx, ax * weight - 0.6f * by};
-        }
-    return field;
-}
 
 // The baseline: libpng's simplified writer with its default compression.
 bool writeSimplified(const std::string& path, const FlicImage& image) {
@@ -65,11 +53,6 @@ double seconds(bool (*write)(const std::string&, const FlicImage&), const std::s
 
 bool writeCommandLine(const std::string& path, const FlicImage& image) {
     return writePNG(path, image) == 1;
-}
-
-double median(std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
 }
 
 long long fileSize(const std::string& path) {

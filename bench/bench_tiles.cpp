@@ -4,6 +4,7 @@
 // round, so that the ratios compare runs made under the same load; each figure is a median.
 //
 // Usage: bench_tiles [--quick] [--repeats N] [--tile T]
+#include "measure.h"
 #include "compute.h"
 
 #include <algorithm>
@@ -13,39 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <vector>
-
-namespace {
-
-// The field of bench_lic: a vortex and a saddle, 4 output pixels per cell.
-FlicVectorField vortexSaddle(int size) {
-    FlicVectorField field(size, size);
-    Vec2f* v = field.vectors();
-    for (int y = 0; y < size; y++)
-        for (int x = 0; x < size; x++) {
-            float u = x / (size - 1.0f), w = y / (size - 1.0f);
-            float ax = u - 0.3f, ay = w - 0.45f, bx = u - 0.72f, by = w - 0.6f;
-            float weight = expf(-(ax * ax + ay * ay) * 12.0f);
-            v[y * size + x] = Vec2f{-ay * weight + 0.6f * bx, ax * weight - 0.6f * by};
-        }
-    return field;
-}
-
-FlicImage whiteNoise(int size) {
-    FlicImage image(size, size, 1);
-    unsigned state = 12345;
-    for (int i = 0; i < size * size; i++) {
-        state = state * 1103515245u + 12345u;
-        image.data[i] = static_cast<unsigned char>(state >> 16);
-    }
-    return image;
-}
-
-double median(std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
-} // namespace
 
 int main(int argc, char** argv) {
     int repeats = 5, tile = 256;

@@ -3,15 +3,17 @@
 #ifndef MUSKEIP_COLORMAP_H
 #define MUSKEIP_COLORMAP_H
 
+#include "api.h"
+
 // Converts (r, g, b) in 0..1 to (h, s, l) in 0..1, the hue a fraction of the full circle.
 // For black only l is written, for greys only l and s (= 0): h (and s) keep what the output
 // triple held.
-void RGB_to_HSL(const float* rgb, float* hsl);
+MUSKEIP_API void RGB_to_HSL(const float* rgb, float* hsl);
 // Converts (h, s, l) to (r, g, b). A hue of 1.0 or outside 0..1 (sextant other than 0..5)
 // writes nothing: the output triple keeps what it held.
-void HSL_to_RGB(const float* hsl, float* rgb);
+MUSKEIP_API void HSL_to_RGB(const float* hsl, float* rgb);
 
-class FlicColormap {
+class MUSKEIP_API FlicColormap {
   public:
     float colors[256][3]; // entry i = (r, g, b), nominally 0..1
     float min;            // lower end of the value range

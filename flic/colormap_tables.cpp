@@ -411,12 +411,8 @@ static const float twilight_table[256][3] = {
 // clang-format on
 
 const NamedColormapTable colormap_tables[] = {
-    {"viridis", viridis_table},
-    {"magma", magma_table},
-    {"inferno", inferno_table},
-    {"plasma", plasma_table},
-    {"cividis", cividis_table},
-    {"twilight", twilight_table},
+    {"viridis", viridis_table}, {"magma", magma_table},     {"inferno", inferno_table},
+    {"plasma", plasma_table},   {"cividis", cividis_table}, {"twilight", twilight_table},
 };
 const int colormap_table_count = 6;
 

@@ -5,6 +5,8 @@
 #ifndef MUSKEIP_COMPUTE_H
 #define MUSKEIP_COMPUTE_H
 
+#include "api.h"
+
 #include "image.h"
 #include "integrator.h"
 #include "vectorfield.h"
@@ -15,7 +17,7 @@
 
 // A stopwatch on the process clock (times): elapsed real time and the user, system and
 // children's times, accumulated over start/stop intervals.
-class FlicWatch {
+class MUSKEIP_API FlicWatch {
   public:
     clock_t elapsedTicks, userTicks, systemTicks, childUserTicks, childSystemTicks;
     clock_t startTicks;
@@ -32,7 +34,7 @@ class FlicWatch {
     float seconds() const;
 };
 
-class FlicCompute {
+class MUSKEIP_API FlicCompute {
   public:
     // Both are stored as int: a host may hand over any int value (the engine then uses the box
     // formula, respectively the bilinear lookup), and every int is a value of these types.

@@ -9,6 +9,8 @@
 #ifndef MUSKEIP_CONVOLVE_H
 #define MUSKEIP_CONVOLVE_H
 
+#include "api.h"
+
 #include <cstdint>
 
 extern "C" {
@@ -19,8 +21,8 @@ enum { FLIC_LUT_ENTRIES = 256, FLIC_LUT_BIAS = 768, FLIC_LUT_GROUPS = 769, FLIC_
 
 // The process-wide table block shared by flic_initPackedLuts and flic_fastconv, and the
 // pointer through which it is reached.
-extern uint32_t globalLUT[FLIC_LUT_WORDS];
-extern uint32_t* luts;
+MUSKEIP_API extern uint32_t globalLUT[FLIC_LUT_WORDS];
+MUSKEIP_API extern uint32_t* luts;
 
 // Builds the packed tables for a symmetric half-kernel of n taps (kernel[0] the centre weight,
 // kernel[j] the weight at distance j). Writes "Warning: filter sum != 1 (=%f)" to standard
@@ -29,12 +31,12 @@ extern uint32_t* luts;
 // standard error as "|a|+|b|+|c| > 1" and the process ends with exit status 1. More than nine
 // half-taps or none leave a group count that makes flic_fastconv write nothing; a weight that
 // is not a number is reported through flic_error with the same effect.
-void flic_initPackedLuts(const float* kernel, int n);
+MUSKEIP_API void flic_initPackedLuts(const float* kernel, int n);
 
 // Convolves the n samples src[0], src[stride], ... (borders clamped to the edge samples) with
 // the tables last built and writes the n results to dst at the same step. Writes nothing when
 // the tables hold no usable kernel or n < 1. src and dst may be the same line.
-void flic_fastconv(const unsigned char* src, int n, int stride, unsigned char* dst);
+MUSKEIP_API void flic_fastconv(const unsigned char* src, int n, int stride, unsigned char* dst);
 }
 
 #endif

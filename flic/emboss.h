@@ -11,17 +11,20 @@
 #ifndef MUSKEIP_EMBOSS_H
 #define MUSKEIP_EMBOSS_H
 
+#include "api.h"
+
 // Shades under one light of the given azimuth and elevation. `width45` sets how steep a slope
 // must be to face the light at 45 degrees. Returns 1, or 0 through flic_error (dst untouched)
 // when width45 is not positive.
-int emboss(float azimuth, float elevation, int width45, const unsigned char* bump,
-           const unsigned char* texture, unsigned char* dst, int width, int height);
+MUSKEIP_API int emboss(float azimuth, float elevation, int width45, const unsigned char* bump,
+                       const unsigned char* texture, unsigned char* dst, int width, int height);
 
 // Shades under a light whose horizontal direction follows the vector field (width x height
 // (x, y) pairs) at every pixel, components exchanged; a zero vector gives a light straight
 // from above. With a null field the light comes from azimuth pi/2. Returns 1, or 0 through
 // flic_error (dst untouched) when width45 is not positive.
-int emboss2(float elevation, int width45, const unsigned char* bump, const unsigned char* texture,
-            unsigned char* dst, int width, int height, const float (*field)[2]);
+MUSKEIP_API int emboss2(float elevation, int width45, const unsigned char* bump,
+                        const unsigned char* texture, unsigned char* dst, int width, int height,
+                        const float (*field)[2]);
 
 #endif

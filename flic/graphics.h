@@ -3,11 +3,13 @@
 #ifndef MUSKEIP_GRAPHICS_H
 #define MUSKEIP_GRAPHICS_H
 
+#include "api.h"
+
 #include <cstdio>
 
 class FlicImage;
 
-class FlicGraphics {
+class MUSKEIP_API FlicGraphics {
   public:
     unsigned char color[4]; // red, green, blue, and the grey value used on non-RGB images
     int pixelWidth;         // side of the square drawn for one point, in pixels
@@ -48,15 +50,15 @@ class FlicGraphics {
 
 // Non-zero when one of the two words is a prefix of the other (so "c" and "colors" both match
 // "color").
-int check_cmd(const char* word, const char* command);
+MUSKEIP_API int check_cmd(const char* word, const char* command);
 // The next character of the file, with backslash-newline pairs removed; EOF at the end.
-int read_char(FILE* file);
+MUSKEIP_API int read_char(FILE* file);
 // Reads the next word of white-space separated text into `word` (room for maxlen + 1 chars),
 // splitting words longer than maxlen. endOfLine tells whether the word ended its line.
 // Returns 0 at the end of the file when no word was found (or when maxlen is below 1), else 1.
-int read_word(FILE* file, int maxlen, char* word, int& endOfLine);
+MUSKEIP_API int read_word(FILE* file, int maxlen, char* word, int& endOfLine);
 // Reads n numbers, one word each, all on one line. Returns 1 when all were read; 0 at the end
 // of the file or when the line ends early. endOfLine tells whether the last one ended it.
-int read_floats(FILE* file, int n, float* values, int& endOfLine);
+MUSKEIP_API int read_floats(FILE* file, int n, float* values, int& endOfLine);
 
 #endif

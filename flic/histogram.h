@@ -4,9 +4,11 @@
 #ifndef MUSKEIP_HISTOGRAM_H
 #define MUSKEIP_HISTOGRAM_H
 
+#include "api.h"
+
 #include "image.h"
 
-class FlicHistogram {
+class MUSKEIP_API FlicHistogram {
   public:
     long long counts[3][256]; // bytes of each value, per channel (grey images use channel 0)
     int nChannels;            // channels counted, 0 before count
@@ -30,17 +32,17 @@ class FlicHistogram {
 // standard deviation of all non-zero bytes (the gain stays 1 when s <= 0.1 or there is a single
 // non-zero byte; m is 128 when there is none). Zero bytes stay 0. Returns 1, or 0 for an image
 // without pixels (nothing changed).
-int flicAdjustContrast(FlicImage& image, float mean, float sdev);
+MUSKEIP_API int flicAdjustContrast(FlicImage& image, float mean, float sdev);
 // Linear stretch of each channel's non-zero bytes so that the given lower and upper
 // percentiles (fractions, 0 <= low < high <= 1) map to 1 and 255, held to 1..255. Returns 1, or
 // 0 through flic_error for bad percentiles (image unchanged).
-int flicStretchContrast(FlicImage& image, double low, double high);
+MUSKEIP_API int flicStretchContrast(FlicImage& image, double low, double high);
 // Histogram equalisation of each channel's non-zero bytes onto 1..255 (zero bytes stay 0).
 // tiles = 0 equalises the whole picture; tiles = 2..64 is contrast-limited adaptive
 // equalisation over a tiles x tiles grid: each tile's histogram is clipped at clipLimit times
 // its mean bin count (the excess spread evenly over all bins), and every pixel blends the
 // mappings of its four nearest tile centres bilinearly. Returns 1, or 0 through flic_error for
 // tiles or clipLimit out of range (image unchanged).
-int flicEqualize(FlicImage& image, int tiles = 0, float clipLimit = 2.0f);
+MUSKEIP_API int flicEqualize(FlicImage& image, int tiles = 0, float clipLimit = 2.0f);
 
 #endif

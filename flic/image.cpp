@@ -2,6 +2,8 @@
 // PNM and histogram files.
 #include "image.h"
 
+#include "image_common.h"
+
 #include "messages.h"
 
 #include <climits>
@@ -260,17 +262,6 @@ int FlicImage::writePNM(const char* filename, int ascii) const {
 
 namespace {
 
-// Reads the next header line, skipping lines whose first character is '#'. A file that ends
-// first yields an empty line.
-void read_header_line(FILE* file, char* line, int size) {
-    do {
-        if (!fgets(line, size, file)) {
-            line[0] = '\0';
-            return;
-        }
-    } while (line[0] == '#');
-}
-
 // Pixel data a header may announce without the file holding it: a short file of up to this many
 // bytes of pixels is read as far as it goes (the rest keeps what the resized block held, or
 // repeats the last ASCII sample). Beyond it, a header whose data the file cannot hold is
@@ -310,10 +301,10 @@ int FlicImage::readPNM(const char* filename) {
     char line[256];
     if (!fgets(magic, 32, file)) magic[0] = '\0';
     int w = 0, h = 0, maxValue = 0;
-    read_header_line(file, line, 255);
+    flic_image::read_pnm_header_line(file, line, 255);
     int converted = sscanf(line, "%d %d", &w, &h);
     int numbers = converted > 0 ? converted : 0;
-    read_header_line(file, line, 255);
+    flic_image::read_pnm_header_line(file, line, 255);
     converted = sscanf(line, "%d", &maxValue);
     numbers += converted > 0 ? converted : 0;
 

@@ -10,9 +10,11 @@
 #ifndef MUSKEIP_IMAGE_H
 #define MUSKEIP_IMAGE_H
 
+#include "api.h"
+
 class FlicVectorField;
 
-class FlicImage {
+class MUSKEIP_API FlicImage {
   public:
     unsigned char* buffer; // owned pixel block, or null
     unsigned char* data;   // first byte of row 0 (== buffer after every setSize)
@@ -134,6 +136,6 @@ class FlicImage {
 // Reads a PNM file of any maxval: up to 255 exactly as FlicImage::readPNM; above (two bytes per
 // binary sample), every sample scaled to v * 255 / maxval, rounded. Returns 1, or 0 through
 // flic_ioerror (a short file is refused).
-int flicReadWidePNM(const char* filename, FlicImage& image);
+MUSKEIP_API int flicReadWidePNM(const char* filename, FlicImage& image);
 
 #endif

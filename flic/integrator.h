@@ -11,11 +11,13 @@
 #ifndef MUSKEIP_INTEGRATOR_H
 #define MUSKEIP_INTEGRATOR_H
 
+#include "api.h"
+
 #include "vectorfield.h"
 
 #include <csetjmp>
 
-class FlicIntegrator {
+class MUSKEIP_API FlicIntegrator {
   public:
     float stepLength;    // arc length advanced by each `next`, in grid units (set by the owner)
     int status;          // 0 running, 1 left the domain, 2 critical point / invalid value
@@ -61,7 +63,7 @@ class FlicIntegrator {
 };
 
 // Common state of the fixed-step methods.
-class FixedIntegrator : public FlicIntegrator {
+class MUSKEIP_API FixedIntegrator : public FlicIntegrator {
   public:
     Vec2f position; // the current point; `next` returns a reference to it
     Vec2f tangent;  // scaled field vector with which the next step is taken
@@ -77,7 +79,7 @@ class FixedIntegrator : public FlicIntegrator {
 };
 
 // Explicit Euler: one field sample per step, taken at the end of the step.
-class Euler : public FixedIntegrator {
+class MUSKEIP_API Euler : public FixedIntegrator {
   public:
     explicit Euler(int direction);
     ~Euler() override;
@@ -90,7 +92,7 @@ class Euler : public FixedIntegrator {
 };
 
 // Midpoint method: samples the field half a step ahead, then at the end of the step.
-class Midpoint : public FixedIntegrator {
+class MUSKEIP_API Midpoint : public FixedIntegrator {
   public:
     explicit Midpoint(int direction);
     ~Midpoint() override;
@@ -106,7 +108,7 @@ class Midpoint : public FixedIntegrator {
 // points on the cubic Hermite curve of the last accepted step (forward differencing).
 // Failures inside a step are signalled by longjmp to `jumpBuffer` (set only by `next`):
 // 1 a point outside the domain, 2 invalid field data, 3 a rejected step below minStep.
-class AdaptiveIntegrator : public FlicIntegrator {
+class MUSKEIP_API AdaptiveIntegrator : public FlicIntegrator {
   public:
     Vec2f p0, p1;              // ends of the last accepted step
     Vec2f d0, d1;              // scaled field vectors at p0 and p1
@@ -211,7 +213,7 @@ class AdaptiveIntegrator : public FlicIntegrator {
 };
 
 // Classical fourth-order Runge-Kutta with an embedded third-order error estimate.
-class RK43 : public AdaptiveIntegrator {
+class MUSKEIP_API RK43 : public AdaptiveIntegrator {
   public:
     RK43(float tolerance, float initialStep, float minStep, float maxStep, int direction);
     ~RK43() override;
@@ -224,7 +226,7 @@ class RK43 : public AdaptiveIntegrator {
 };
 
 // Dormand-Prince 5(4) pair; the fifth-order solution is carried forward.
-class RKDP : public AdaptiveIntegrator {
+class MUSKEIP_API RKDP : public AdaptiveIntegrator {
   public:
     RKDP(float tolerance, float initialStep, float minStep, float maxStep, int direction);
     ~RKDP() override;
@@ -236,7 +238,7 @@ class RKDP : public AdaptiveIntegrator {
 };
 
 // Cash-Karp 5(4) pair; the end point is tested and sampled only after acceptance.
-class RKCK : public AdaptiveIntegrator {
+class MUSKEIP_API RKCK : public AdaptiveIntegrator {
   public:
     RKCK(float tolerance, float initialStep, float minStep, float maxStep, int direction);
     ~RKCK() override;

@@ -19,5 +19,6 @@
 #include "histogram.h"
 #include "picture.h"
 #include "probe.h"
+#include "settings.h"
 
 #endif

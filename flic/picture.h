@@ -5,13 +5,15 @@
 #ifndef MUSKEIP_PICTURE_H
 #define MUSKEIP_PICTURE_H
 
+#include "api.h"
+
 #include "colormap.h"
 #include "compute.h"
 #include "image.h"
 #include "scalarfield.h"
 #include "vectorfield.h"
 
-class FlicPicture {
+class MUSKEIP_API FlicPicture {
   public:
     // Where the colour comes from: none (a grey picture), the field's magnitude, its direction
     // (the angle of the vector, -pi .. pi) or a scalar field of the caller's.
@@ -75,11 +77,11 @@ class FlicPicture {
 // Combines an RGB colour image with a grey LIC picture of the same size (a LIC byte of 0, a
 // pixel no line reached, stays black), into `result` or, when it is null, into `lic` (which
 // becomes RGB). Returns 1, or 0 through flic_error for mismatched images.
-int flicBlend(FlicImage& lic, const FlicImage& colours, FlicPicture::BlendMode mode,
-              float level = 0.9f, float contrast = 0.2f, FlicImage* result = nullptr);
+MUSKEIP_API int flicBlend(FlicImage& lic, const FlicImage& colours, FlicPicture::BlendMode mode,
+                          float level = 0.9f, float contrast = 0.2f, FlicImage* result = nullptr);
 // The 1st and 99th percentile of the finite values of a scalar field, so that a few extreme
 // values (near critical points, for instance) do not squeeze all colours into one end of a map;
 // 0 and 1 when there is no finite value, min + 1 when all are equal.
-void flicRobustRange(const FlicScalarField& field, float range[2]);
+MUSKEIP_API void flicRobustRange(const FlicScalarField& field, float range[2]);
 
 #endif

@@ -1,6 +1,7 @@
 // flicReadWidePNM: PNM files whose samples exceed a byte (maxval 256 .. 65535, two big-endian
 // bytes per binary sample), scaled exactly to 0 .. 255. The header is read as readPNM reads it.
 #include "image.h"
+#include "image_common.h"
 #include "messages.h"
 #include "probe.h"
 
@@ -21,10 +22,8 @@ struct File {
 void skip_header(FILE* file) {
     char line[256];
     if (!fgets(line, 32, file)) return;
-    for (int lines = 0; lines < 2; lines++)
-        do {
-            if (!fgets(line, 255, file)) return;
-        } while (line[0] == '#');
+    flic_image::read_pnm_header_line(file, line, 255);
+    flic_image::read_pnm_header_line(file, line, 255);
 }
 
 // v * 255 / maxValue, rounded to the nearest byte.

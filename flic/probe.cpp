@@ -3,6 +3,8 @@
 // sizes beyond what the readers accept are reported as such.
 #include "probe.h"
 
+#include "image_common.h"
+
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -29,25 +31,15 @@ long long bytes_after(FILE* file) {
     return rest < 0 ? 0 : rest;
 }
 
-// The next PNM header line, skipping comment lines, as the image reader reads them.
-void pnm_header_line(FILE* file, char* line, int size) {
-    do {
-        if (!fgets(line, size, file)) {
-            line[0] = '\0';
-            return;
-        }
-    } while (line[0] == '#');
-}
-
 void probe_pnm(FILE* file, const char* magic, FlicFileProbe& probe) {
     probe.kind = FLIC_FILE_PNM;
     probe.channels = (magic[1] == '3' || magic[1] == '6') ? 3 : 1;
     probe.binary = magic[1] == '5' || magic[1] == '6';
     char line[256];
-    pnm_header_line(file, line, 255);
+    flic_image::read_pnm_header_line(file, line, 255);
     long long w = 0, h = 0;
     int sizes = sscanf(line, "%lld %lld", &w, &h);
-    pnm_header_line(file, line, 255);
+    flic_image::read_pnm_header_line(file, line, 255);
     int maxValue = 0;
     int numbers = sscanf(line, "%d", &maxValue);
     probe.width = w;

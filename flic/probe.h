@@ -4,6 +4,8 @@
 #ifndef MUSKEIP_PROBE_H
 #define MUSKEIP_PROBE_H
 
+#include "api.h"
+
 enum FlicFileKind : int {
     FLIC_FILE_MISSING = 0,  // cannot be opened
     FLIC_FILE_UNKNOWN = 1,  // none of the kinds below
@@ -18,7 +20,7 @@ enum FlicFileKind : int {
     FLIC_FILE_COLORMAP = 10 // a colour-map text file: named .icol, or 16 numbers on line 1
 };
 
-struct FlicFileProbe {
+struct MUSKEIP_API FlicFileProbe {
     FlicFileKind kind;
     long long width, height;       // PNM and PNG pixels, FLIC field nodes, as the header has them
     int channels;                  // PNM/PNG 1 or 3; FLIC fields 2 (vector) or 1 (scalar)
@@ -34,13 +36,13 @@ struct FlicFileProbe {
 // Probes the file at `path`. Returns 1 when it could be opened (`kind` tells the rest; a header
 // that cannot be used has `problem` set), 0 for a file that cannot be opened (kind
 // FLIC_FILE_MISSING). Prints nothing.
-int flicProbeFile(const char* path, FlicFileProbe& probe);
+MUSKEIP_API int flicProbeFile(const char* path, FlicFileProbe& probe);
 // 1 when the probe found binary data short of what its header announces.
-int flicProbeShort(const FlicFileProbe& probe);
+MUSKEIP_API int flicProbeShort(const FlicFileProbe& probe);
 
 // The number of values whose size no field plausibly holds: infinite, or finite and non-zero
 // with a magnitude above 1e30 or below 1e-30 (NaN, the no-data value, is not counted). Float
 // data read in the wrong byte order gives mostly such values.
-long long flicImplausibleValues(const float* values, long long count);
+MUSKEIP_API long long flicImplausibleValues(const float* values, long long count);
 
 #endif

@@ -3,10 +3,12 @@
 #ifndef MUSKEIP_SCALARFIELD_H
 #define MUSKEIP_SCALARFIELD_H
 
+#include "api.h"
+
 class FlicColormap;
 class FlicImage;
 
-class FlicScalarField {
+class MUSKEIP_API FlicScalarField {
   public:
     float* buffer; // owned storage (malloc/realloc/free), or null
     float* data;   // width * height values in use

@@ -7,13 +7,15 @@
 #ifndef MUSKEIP_SCANCONVERT_H
 #define MUSKEIP_SCANCONVERT_H
 
+#include "api.h"
+
 #include <cstdio>
 
 // Called once per covered pixel with its column, row, the interpolated attributes and the
 // user pointer given to setPixelCallback.
 typedef void (*FlicPixelCallback)(int x, int y, float* values, void* user);
 
-class FlicScanConvert {
+class MUSKEIP_API FlicScanConvert {
   public:
     // A polygon corner in pixel units with its attribute values.
     struct Vertex {
@@ -56,7 +58,7 @@ class FlicScanConvert {
 // A triangle mesh read from a UCD text file: per vertex `nValues` floats (x, y and the data
 // values the reader asked for), per triangle three vertex indices counted from 0. The tables
 // belong to the mesh and are released by its destructor.
-class FlicUcdMesh {
+class MUSKEIP_API FlicUcdMesh {
   public:
     int nVertices;
     int nTriangles;
@@ -93,6 +95,7 @@ class FlicUcdMesh {
 // Fits the box (xmin, xmax, ymin, ymax) into a width x height grid, keeping its aspect ratio
 // and centring it along the looser direction: a point (x, y) maps to ((x - x0) * scale,
 // (y - y0) * scale). Returns 1, or 0 through flic_error when the box has a side of exactly 0.
-int flic_fitBox(const float box[4], int width, int height, float& scale, float& x0, float& y0);
+MUSKEIP_API int flic_fitBox(const float box[4], int width, int height, float& scale, float& x0,
+                            float& y0);
 
 #endif

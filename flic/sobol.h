@@ -4,7 +4,9 @@
 #ifndef MUSKEIP_SOBOL_H
 #define MUSKEIP_SOBOL_H
 
-class KvSobol {
+#include "api.h"
+
+class MUSKEIP_API KvSobol {
   public:
     int ix;    // next index into xs
     int iy;    // running index into ys, taken modulo m

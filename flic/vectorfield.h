@@ -3,6 +3,8 @@
 #ifndef MUSKEIP_VECTORFIELD_H
 #define MUSKEIP_VECTORFIELD_H
 
+#include "api.h"
+
 // A position or vector in field grid units: x then y, no padding.
 struct Vec2f {
     float x, y;
@@ -12,9 +14,9 @@ class FlicImage;
 class FlicScalarField;
 
 // Reverses the byte order of each of `count` 4-byte words at `data`, in place.
-void swapByteOrder(int count, void* data);
+MUSKEIP_API void swapByteOrder(int count, void* data);
 
-class FlicVectorField {
+class MUSKEIP_API FlicVectorField {
   public:
     float* buffer; // owned storage (malloc/realloc/free), or null
     float* data;   // width * height (x, y) pairs in use: owned storage or a caller's buffer

@@ -3,7 +3,9 @@
 #ifndef MUSKEIP_ZOOM_H
 #define MUSKEIP_ZOOM_H
 
+#include "api.h"
+
 // The tent filter of the resampler: 1 - |t| for |t| < 1, else 0 (also for a NaN argument).
-float triangle_filter_function(float t);
+MUSKEIP_API float triangle_filter_function(float t);
 
 #endif

@@ -23,7 +23,7 @@ const float kInf = __builtin_inff();
 // pattern at all.
 float fieldValue(fuzz::ByteReader& in) {
     static const float unusual[] = {0.0f,   -0.0f,  kNaN,   kInf,   -kInf,  1e38f,
-                                     -1e38f, 1e-38f, 1e-45f, 3e-39f, 1e-10f, 1e10f};
+                                    -1e38f, 1e-38f, 1e-45f, 3e-39f, 1e-10f, 1e10f};
     uint8_t b = in.byte();
     if (b < 192) return static_cast<float>(b - 96) / 32.0f;
     if (b < 192 + 12) return unusual[b - 192];

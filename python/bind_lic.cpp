@@ -17,17 +17,6 @@ using namespace mp;
 
 namespace {
 
-// Looks a keyword up in a table of choices; ValueError lists the accepted words.
-int choose(const std::string& word, const std::map<std::string, int>& choices, const char* what) {
-    auto found = choices.find(word);
-    if (found != choices.end()) return found->second;
-    std::string accepted;
-    for (const auto& choice : choices)
-        accepted += (accepted.empty() ? "'" : ", '") + choice.first + "'";
-    throw py::value_error(std::string(what) + " must be one of " + accepted + ", not '" + word +
-                          "'");
-}
-
 float finiteNonNegative(double value, const char* what) {
     if (!std::isfinite(value) || value < 0.0 || value > 1.0e6)
         throw py::value_error(std::string(what) + " must be a finite number from 0 to 1e6");
@@ -179,17 +168,10 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     LicSettings settings;
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
-    settings.kernel = choose(kernel,
-                             {{"box", FlicCompute::BOX},
-                              {"triangle", FlicCompute::TRIANGLE},
-                              {"cubic", FlicCompute::CUBIC}},
-                             "kernel");
-    settings.integrator =
-        choose(integrator, {{"rk43", 0}, {"euler", 1}, {"midpoint", 1}}, "integrator");
-    settings.seeding = choose(seeding, {{"raster", 0}, {"pattern", 1}, {"sobol", 2}}, "seeding");
-    settings.interpolation = choose(
-        interpolation, {{"constant", FlicCompute::CONSTANT}, {"bilinear", FlicCompute::BILINEAR}},
-        "interpolation");
+    settings.kernel = chooseSetting(kernel, flicKernelNames);
+    settings.integrator = chooseSetting(integrator, flicIntegratorNames);
+    settings.seeding = chooseSetting(seeding, flicSeedingNames);
+    settings.interpolation = chooseSetting(interpolation, flicInterpolationNames);
     if (subpixels < 1 || subpixels > 16) throw py::value_error("subpixels must be 1 .. 16");
     settings.subpixels = static_cast<int>(subpixels);
     if (tile != 0 && (tile < 8 || tile > (1 << 20)))
@@ -205,9 +187,7 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
             throw py::value_error("border must be 'periodic', 'closed' or a pair of them");
     }
     for (int axis = 0; axis < 2; axis++)
-        settings.border[axis] = choose(
-            borders[axis], {{"periodic", FlicCompute::PERIODIC}, {"closed", FlicCompute::CLOSED}},
-            "border");
+        settings.border[axis] = chooseSetting(borders[axis], flicBorderNames);
     settings.orientation = orientation ? 1 : 0;
     if (passes < 1 || passes > 16) throw py::value_error("passes must be 1 .. 16");
     settings.passes = static_cast<int>(passes);
@@ -223,7 +203,7 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     PictureInput pictureInput;
     bool rendered = !pictureKeywords.is_none();
     if (rendered) readPictureSettings(pictureKeywords.cast<py::dict>(), pictureInput);
-    int binaryNoise = choose(noise, {{"uniform", 0}, {"binary", 1}}, "noise");
+    int binaryNoise = chooseSetting(noise, flicNoiseNames);
     int seedValue = seedArgument(seed);
 
     FieldInput field;

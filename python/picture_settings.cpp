@@ -65,10 +65,10 @@ void readColour(py::handle value, PictureInput& input) {
     if (value.is_none()) return;
     if (py::isinstance<py::str>(value)) {
         std::string name = value.cast<std::string>();
-        if (name == "magnitude")
-            p.colour = FlicPicture::MAGNITUDE;
-        else if (name == "direction")
-            p.colour = FlicPicture::DIRECTION;
+        int colour = FlicPicture::NO_COLOUR;
+        if (flicSettingValue(flicColourNames, name.c_str(), colour) &&
+            colour != FlicPicture::NO_COLOUR)
+            p.colour = static_cast<FlicPicture::ColourSource>(colour);
         else
             throw py::value_error("colour must be None, 'magnitude', 'direction' or a 2-D array, "
                                   "not '" +
@@ -140,13 +140,8 @@ void readPictureSettings(const py::dict& k, PictureInput& input) {
     if (p.colour == FlicPicture::NO_COLOUR && !k["range"].is_none())
         throw py::value_error("range needs colour ('magnitude', 'direction' or an array)");
     readColormap(k["colormap"], p);
-    std::string blend = k["blend"].cast<std::string>();
-    if (blend != "multiply" && blend != "lightness" && blend != "overlay")
-        throw py::value_error("blend must be one of 'multiply', 'lightness', 'overlay', not '" +
-                              blend + "'");
-    p.blend = blend == "lightness" ? FlicPicture::LIGHTNESS
-              : blend == "overlay" ? FlicPicture::OVERLAY
-                                   : FlicPicture::MULTIPLY;
+    p.blend = static_cast<FlicPicture::BlendMode>(
+        chooseSetting(k["blend"].cast<std::string>(), flicBlendNames));
     if (!k["range"].is_none()) {
         std::vector<double> range = numbers(k["range"], "range", 2, 2);
         if (!(range[1] > range[0]))

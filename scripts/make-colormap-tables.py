@@ -8,6 +8,7 @@ i * (n - 1) / 255, so entry 0 and entry 255 are the reference's first and last.
 
 Run from the repository root:  /usr/bin/python3 scripts/make-colormap-tables.py
 """
+import subprocess
 import numpy as np
 from matplotlib import colormaps
 
@@ -46,6 +47,8 @@ def main():
     out += ["", "} // namespace detail", "} // namespace muskeip", ""]
     with open("flic/colormap_tables.cpp", "w") as f:
         f.write("\n".join(out))
+    # The hand-written tail in the project's style (the tables themselves are left as written).
+    subprocess.run(["clang-format", "-i", "flic/colormap_tables.cpp"], check=True)
 
 
 if __name__ == "__main__":

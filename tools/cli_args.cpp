@@ -5,15 +5,26 @@
 #include "console.h"
 
 #include "colormap.h"
+#include "settings.h"
 
 #include <CLI/CLI.hpp>
 
 #include <climits>
 #include <cstring>
+#include <string>
+#include <vector>
 
 namespace {
 
 const char* const versionText = "muskeip " MUSKEIP_VERSION;
+
+// The names of one of the library's settings (aliases left out), for CLI11's membership check.
+std::vector<std::string> namesOf(const FlicSettingTable& table) {
+    std::vector<std::string> names;
+    for (const FlicSettingName* entry = table.names; entry->name; entry++)
+        if (!entry->alias) names.push_back(entry->name);
+    return names;
+}
 
 const char* const licFooter =
     "\nFIELD is a FLIC VECTOR file, a FLIC SCALAR file or an image (PNM/PNG; the field then\n"
@@ -90,10 +101,10 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
                      ->group(group);
     lic.add_option("--length", o.length, "Filter half-length in pixels")->group(group);
     lic.add_option("--kernel", o.kernel, "Filter kernel")
-        ->check(CLI::IsMember({"box", "triangle", "cubic"}))
+        ->check(CLI::IsMember(namesOf(flicKernelNames)))
         ->group(group);
     lic.add_option("--integrator", o.integrator, "Field-line integrator")
-        ->check(CLI::IsMember({"rk43", "midpoint"}))
+        ->check(CLI::IsMember(namesOf(flicIntegratorNames)))
         ->group(group);
     lic.add_option("--rk43", o.rk43,
                    "RK43 steps and tolerance INITIAL,MIN,MAX,TOLERANCE "
@@ -104,7 +115,7 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
         ->check(CLI::Range(1, 16))
         ->group(group);
     lic.add_option("--seeding", o.seeding, "Seeding order")
-        ->check(CLI::IsMember({"raster", "pattern", "sobol"}))
+        ->check(CLI::IsMember(namesOf(flicSeedingNames)))
         ->group(group);
     lic.add_option("--threads", o.threads, "Threads of the tiled engine (0: every core)")
         ->check(CLI::Range(0, 1024))
@@ -131,7 +142,7 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
         ->type_name("R,G,B")
         ->group(group);
     lic.add_option("--interpolation", o.interpolation, "Texture lookup")
-        ->check(CLI::IsMember({"bilinear", "constant"}))
+        ->check(CLI::IsMember(namesOf(flicInterpolationNames)))
         ->group(group);
     lic.add_option("--normalization", o.normalization,
                    "Speed below which vectors are not scaled up to unit length")
@@ -140,7 +151,7 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
         ->group(group);
     lic.add_option("--step", o.step, "Step between points on a line, pixels")->group(group);
     auto* noise = lic.add_option("--noise", o.noise, "Input noise")
-                      ->check(CLI::IsMember({"binary", "uniform"}))
+                      ->check(CLI::IsMember(namesOf(flicNoiseNames)))
                       ->group(group);
     auto* seed =
         lic.add_option("--seed", o.seed, "Noise seed")->check(CLI::Range(1, INT_MAX))->group(group);
@@ -189,7 +200,7 @@ void addPostOptions(CLI::App& lic, LicOptions& o, OptionalValues& optional) {
     lic.add_flag("--median", o.median, "3x3 median filter")->group(group);
     lic.add_option("--colour,--color", o.colour,
                    "Colour the picture by the field's magnitude or direction")
-        ->check(CLI::IsMember({"none", "magnitude", "direction"}))
+        ->check(CLI::IsMember(namesOf(flicColourNames)))
         ->group(group);
     lic.add_option("--colour-by,--color-by", o.colourBy,
                    "Colour the picture by the values of a FLIC SCALAR file")
@@ -203,7 +214,7 @@ void addPostOptions(CLI::App& lic, LicOptions& o, OptionalValues& optional) {
     lic.add_option("--blend", o.blend,
                    "How colour and LIC combine: multiply (colour times LIC), lightness (LIC as "
                    "HSL lightness) or overlay")
-        ->check(CLI::IsMember({"multiply", "lightness", "overlay"}))
+        ->check(CLI::IsMember(namesOf(flicBlendNames)))
         ->group(group);
     lic.add_option("--range", o.range,
                    "Values MIN,MAX spanned by the colour map "

@@ -12,6 +12,7 @@
 #include "messages.h"
 #include "probe.h"
 #include "scalarfield.h"
+#include "scanconvert.h"
 #include "vectorfield.h"
 
 #include <climits>
@@ -148,77 +149,40 @@ int infoImage(const std::string& path) {
     return EXIT_OK;
 }
 
-// Vertex coordinates and values of a UCD mesh, read as the importers read them.
-struct MeshSummary {
-    Range xs, ys, first, second;
-};
-
-bool readMeshVertices(FILE* file, const UCDHeader& header, MeshSummary& summary) {
-    char line[4096];
-    if (!fgets(line, sizeof line, file) || !fgets(line, sizeof line, file)) return false;
-    int needed = header.columns < 4 ? header.columns : 4;
-    if (needed < 2) needed = 2;
-    for (long long i = 0; i < header.vertices; i++) {
-        float v[4];
-        if (!fgets(line, sizeof line, file)) return false;
-        int n = sscanf(line, "%g%g%g%g", &v[0], &v[1], &v[2], &v[3]);
-        if (n < needed) return false;
-        summary.xs.add(v[0]);
-        summary.ys.add(v[1]);
-        if (n >= 3) summary.first.add(v[2]);
-        if (n >= 4) summary.second.add(v[3]);
-    }
-    return true;
-}
-
-// Number of complete triangles with vertex numbers from 1 to the vertex count.
-long long readMeshTriangles(FILE* file, const UCDHeader& header) {
-    char line[4096];
-    if (!fgets(line, sizeof line, file)) return 0;
-    for (long long t = 0; t < header.triangles; t++) {
-        long long corner[3];
-        if (fscanf(file, "%lld%lld%lld", &corner[0], &corner[1], &corner[2]) != 3) return t;
-        for (int k = 0; k < 3; k++)
-            if (corner[k] < 1 || corner[k] > header.vertices) return t;
-    }
-    return header.triangles;
-}
-
+// A UCD mesh read by the library's mesh reader (as the importers read it), with the ranges of
+// its coordinates and values.
 int infoUCD(const std::string& path) {
     UCDHeader header;
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file || !probeUCD(path, header)) {
-        if (file) fclose(file);
-        flic_ioerror(path.c_str(), file ? "this is not an UCD file" : nullptr);
+    if (!probeUCD(path, header)) {
+        flic_ioerror(path.c_str(), "this is not an UCD file");
         return EXIT_FAILED;
     }
-    if (!checkUCDCounts(path)) {
-        fclose(file);
-        return EXIT_FAILED;
+    if (!checkUCDCounts(path)) return EXIT_FAILED;
+    int values = header.columns < 2 ? 2 : header.columns > 4 ? 4 : header.columns;
+    FlicUcdMesh mesh;
+    FileContext context(path);
+    if (!mesh.read(path.c_str(), "r", values)) return EXIT_FAILED;
+    Range xs, ys, first, second;
+    for (int i = 0; i < mesh.nVertices; i++) {
+        const float* v = mesh.vertex(i);
+        xs.add(v[0]);
+        ys.add(v[1]);
+        if (values >= 3) first.add(v[2]);
+        if (values >= 4) second.add(v[3]);
     }
-    MeshSummary summary;
-    bool vertices = readMeshVertices(file, header, summary);
-    long long triangles = vertices ? readMeshTriangles(file, header) : 0;
-    fclose(file);
-    if (!vertices)
-        return failure("%s: the %lld vertex lines end early or hold too few numbers", path.c_str(),
-                       header.vertices);
-    if (triangles < header.triangles)
-        return failure("%s: triangle %lld of %lld is missing or names a vertex outside 1 to %lld",
-                       path.c_str(), triangles + 1, header.triangles, header.vertices);
-    int data = header.columns - 2;
+    int data = values - 2;
     printf("%s: UCD mesh\n", path.c_str());
-    printf("  vertices: %lld, triangles: %lld\n", header.vertices, header.triangles);
-    printf("  values per vertex: %d (%s)\n", data < 0 ? 0 : data,
-           data >= 2   ? "a vector field"
+    printf("  vertices: %d, triangles: %d\n", mesh.nVertices, mesh.nTriangles);
+    printf("  values per vertex: %d (%s)\n", data,
+           data == 2   ? "a vector field"
            : data == 1 ? "a scalar field"
                        : "none");
-    summary.xs.print("x range");
-    summary.ys.print("y range");
-    if (data == 1) summary.first.print("value range");
-    if (data >= 2) {
-        summary.first.print("vx range");
-        summary.second.print("vy range");
+    xs.print("x range");
+    ys.print("y range");
+    if (data == 1) first.print("value range");
+    if (data == 2) {
+        first.print("vx range");
+        second.print("vy range");
     }
     return EXIT_OK;
 }

@@ -16,6 +16,7 @@
 #include "compute.h"
 #include "image.h"
 #include "messages.h"
+#include "settings.h"
 
 #include <algorithm>
 #include <cmath>
@@ -23,6 +24,14 @@
 #include <vector>
 
 namespace {
+
+// The value of a setting's name that the option's check has already accepted.
+template <class Value>
+Value settingValue(const FlicSettingTable& table, const std::string& name) {
+    int value = 0;
+    flicSettingValue(table, name.c_str(), value);
+    return static_cast<Value>(value);
+}
 
 // Pictures larger than this show a progress bar when standard error is a terminal.
 const long long progressPixels = 2000000;
@@ -36,10 +45,8 @@ int parseEngine(const LicOptions& o, LicSettings& s) {
         return usageError("--step expects 0.01 to 1000 pixels, got %g", o.step);
     if (!(o.normalization >= 0.0 && o.normalization <= 1.0e30))
         return usageError("--normalization expects a number of 0 or more, got %g", o.normalization);
-    s.kernel = o.kernel == "box"     ? FlicCompute::BOX
-               : o.kernel == "cubic" ? FlicCompute::CUBIC
-                                     : FlicCompute::TRIANGLE;
-    s.midpoint = o.integrator == "midpoint";
+    s.kernel = settingValue<FlicCompute::FilterKernel>(flicKernelNames, o.kernel);
+    s.midpoint = settingValue<int>(flicIntegratorNames, o.integrator) == 1;
     s.rk43Given = !o.rk43.empty();
     if (s.rk43Given && s.midpoint)
         return usageError("--rk43 sets the rk43 integrator; it cannot go with --integrator "
@@ -50,17 +57,22 @@ int parseEngine(const LicOptions& o, LicSettings& s) {
         return usageError("--rk43 expects INITIAL,MIN,MAX,TOLERANCE, all above 0 and MAX >= "
                           "MIN, got '%s'",
                           o.rk43.c_str());
-    s.seeding = o.seeding == "raster" ? 0 : o.seeding == "sobol" ? 2 : 1;
-    s.interpolation = o.interpolation == "constant" ? FlicCompute::CONSTANT : FlicCompute::BILINEAR;
+    s.seeding = settingValue<int>(flicSeedingNames, o.seeding);
+    s.interpolation =
+        settingValue<FlicCompute::InterpolationMethod>(flicInterpolationNames, o.interpolation);
     size_t comma = o.border.find(',');
     std::string modes[2] = {o.border.substr(0, comma), comma == std::string::npos
                                                            ? o.border.substr(0, comma)
                                                            : o.border.substr(comma + 1)};
     for (int axis = 0; axis < 2; axis++) {
-        if (modes[axis] != "periodic" && modes[axis] != "closed")
-            return usageError("--border expects periodic or closed, or X,Y of them, got '%s'",
+        int mode = 0;
+        if (!flicSettingValue(flicBorderNames, modes[axis].c_str(), mode)) {
+            char names[64];
+            return usageError("--border expects one of %s, or X,Y of them, got '%s'",
+                              flicSettingNames(flicBorderNames, names, sizeof names),
                               o.border.c_str());
-        s.border[axis] = modes[axis] == "closed" ? FlicCompute::CLOSED : FlicCompute::PERIODIC;
+        }
+        s.border[axis] = static_cast<FlicCompute::BorderMode>(mode);
     }
     if (o.tile != 0 && o.tile < 8)
         return usageError("--tile expects 0 (the serial engine) or at least 8 pixels, got %d",
@@ -122,9 +134,7 @@ int parseEqualize(const std::string& text, FlicPicture& p) {
 }
 
 int parseColouring(const LicOptions& o, FlicPicture& p) {
-    p.colour = o.colour == "magnitude"   ? FlicPicture::MAGNITUDE
-               : o.colour == "direction" ? FlicPicture::DIRECTION
-                                         : FlicPicture::NO_COLOUR;
+    p.colour = settingValue<FlicPicture::ColourSource>(flicColourNames, o.colour);
     if (!o.colourBy.empty() && p.colour != FlicPicture::NO_COLOUR)
         return usageError("--colour-by gives the colour from a file; it cannot go with --colour %s",
                           o.colour.c_str());
@@ -133,9 +143,7 @@ int parseColouring(const LicOptions& o, FlicPicture& p) {
         return usageError("--colormap needs --colour or --colour-by");
     if (p.colour == FlicPicture::NO_COLOUR && !o.range.empty())
         return usageError("--range needs --colour or --colour-by");
-    p.blend = o.blend == "lightness" ? FlicPicture::LIGHTNESS
-              : o.blend == "overlay" ? FlicPicture::OVERLAY
-                                     : FlicPicture::MULTIPLY;
+    p.blend = settingValue<FlicPicture::BlendMode>(flicBlendNames, o.blend);
     p.rangeGiven = !o.range.empty();
     if (p.rangeGiven && (!parseNumbers(o.range, 2, p.range) || !(p.range[1] > p.range[0])))
         return usageError("--range expects MIN,MAX with MAX above MIN, got '%s'", o.range.c_str());

@@ -10,6 +10,7 @@
 #include "graphics.h"
 #include "scalarfield.h"
 #include "scanconvert.h"
+#include "settings.h"
 
 #include <algorithm>
 #include <cmath>
@@ -74,7 +75,9 @@ bool loadField(LicSettings& s, LicInputs& in) {
 
 void makeNoise(const LicOptions& o, const LicSettings& s, LicInputs& in) {
     in.texture.setSize(s.width, s.height, 1);
-    in.texture.createRandom(o.noise == "binary" ? 1 : 0, o.seed);
+    int binary = 1;
+    flicSettingValue(flicNoiseNames, o.noise.c_str(), binary);
+    in.texture.createRandom(binary, o.seed);
 }
 
 bool loadMask(const LicOptions& o, LicInputs& in) {

@@ -1,6 +1,6 @@
 // A user program built against the installed library: prints the package description and
 // writes a small noise image.
-#include <muskeip.h>
+#include <muskeip/muskeip.h>
 
 #include <cstdio>
 #include <cstring>

@@ -239,7 +239,7 @@ TEST_F(CliFiles, MissingAndMalformedFilesFailWithOneAndNameTheFile) {
         {"field circle -o " + q("no/such/folder.vec"), "no/such/folder.vec", "No such"},
         {"info " + q("none.vec"), "none.vec", "No such file"},
         {"info " + q("short.vec"), "short.vec", "ends after 10 of 32 values"},
-        {"info " + q("mesh.inp"), "mesh.inp", "vertex lines end early"},
+        {"info " + q("mesh.inp"), "mesh.inp", "expected to read 4 floats, got 3"},
         {"info " + q("text.txt"), "text.txt", "not a PNM, PNG"},
     };
     for (const Case& c : cases) {
