@@ -205,6 +205,13 @@ class MUSKEIP_API FlicCompute {
     int checkPicture(int width, int height, int channels) const;
     // Bytes the engine's buffers take for such a picture (accumulated sums, texture, output).
     long long memoryNeeded(int width, int height, int channels) const;
+    // Bytes of memory the system reports still available (MemAvailable of /proc/meminfo), or
+    // -1 when it cannot tell.
+    static long long availableMemory();
+    // checkPicture, then whether memoryNeeded plus `extraBytes` (what the caller adds: frames,
+    // colours) fits the available memory. Returns 1; 0 after checkPicture's report; -1 after
+    // flic_error("a W x H picture needs about X GB of memory, but only Y GB are available").
+    int checkResources(int width, int height, int channels, long long extraBytes = 0) const;
     // Computes the LIC image of `field` with the input texture `texture` (1 or more channels)
     // into `output`, which gets the texture's size and channels. `mask` (field size, may be
     // null) is copied into `seedMap` (may be null) at each seed. Returns 1, or 0 when the mask

@@ -7,6 +7,7 @@
 #include "sobol.h"
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 
 using namespace muskeip::detail;
@@ -37,6 +38,27 @@ long long FlicCompute::memoryNeeded(int width, int height, int channels) const {
     long long pixels = static_cast<long long>(width) * height;
     long long records = pixels * (numSubPixels * numSubPixels + channels) * 4;
     return records + 2 * pixels * channels; // the sums, the texture and the picture
+}
+
+long long FlicCompute::availableMemory() {
+    FILE* file = fopen("/proc/meminfo", "r");
+    if (!file) return -1;
+    char line[256];
+    long long kilobytes = -1;
+    while (fgets(line, sizeof line, file))
+        if (sscanf(line, "MemAvailable: %lld kB", &kilobytes) == 1) break;
+    fclose(file);
+    return kilobytes < 0 ? -1 : kilobytes * 1024;
+}
+
+int FlicCompute::checkResources(int width, int height, int channels, long long extraBytes) const {
+    if (!checkPicture(width, height, channels)) return 0;
+    long long needed = memoryNeeded(width, height, channels) + extraBytes;
+    long long available = availableMemory();
+    if (available < 0 || needed <= available) return 1;
+    flic_error("a %d x %d picture needs about %.1f GB of memory, but only %.1f GB are available",
+               width, height, needed / 1e9, available / 1e9);
+    return -1;
 }
 
 int FlicCompute::checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output,

@@ -4,6 +4,7 @@
 #include "probe.h"
 
 #include "image_common.h"
+#include "messages.h"
 
 #include <cctype>
 #include <cstdio>
@@ -146,6 +147,20 @@ long long big_endian_32(const unsigned char* bytes) {
 int flicProbeShort(const FlicFileProbe& probe) {
     return probe.binary && probe.dataBytes > 0 && probe.presentBytes >= 0 &&
            probe.presentBytes < probe.dataBytes;
+}
+
+int flicCheckComplete(const char* path) {
+    FlicFileProbe probe;
+    if (!flicProbeFile(path, probe)) return flic_ioerror(path, nullptr);
+    if (!flicProbeShort(probe)) return 1;
+    if (probe.kind != FLIC_FILE_PNM)
+        return flic_error("%s: the binary data ends after %lld of %lld values", path,
+                          probe.presentBytes / 4, probe.dataBytes / 4);
+    char reason[200];
+    snprintf(reason, sizeof reason,
+             "the pixel data ends after %lld of %lld bytes (%lld x %lld pixels announced)",
+             probe.presentBytes, probe.dataBytes, probe.width, probe.height);
+    return flic_ioerror(path, reason);
 }
 
 int flicProbeFile(const char* path, FlicFileProbe& probe) {

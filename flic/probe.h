@@ -39,6 +39,12 @@ struct MUSKEIP_API FlicFileProbe {
 MUSKEIP_API int flicProbeFile(const char* path, FlicFileProbe& probe);
 // 1 when the probe found binary data short of what its header announces.
 MUSKEIP_API int flicProbeShort(const FlicFileProbe& probe);
+// The completeness check of the readers' input: 1 when the file's binary data is all there
+// (or it has none to check); otherwise 0 after a report naming the file and the counts:
+// flic_ioerror "can't open F (the pixel data ends after B of N bytes (W x H pixels
+// announced))" for PNM images, flic_error "F: the binary data ends after V of N values" for
+// FLIC VECTOR and FLIC SCALAR files, flic_ioerror for a file that cannot be opened.
+MUSKEIP_API int flicCheckComplete(const char* path);
 
 // The number of values whose size no field plausibly holds: infinite, or finite and non-zero
 // with a magnitude above 1e30 or below 1e-30 (NaN, the no-data value, is not counted). Float

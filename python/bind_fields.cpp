@@ -2,6 +2,8 @@
 // without copying, with their files, generators and colourings.
 #include "support.h"
 
+#include "probe.h"
+
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -25,7 +27,10 @@ template <class Field>
 py::object readField(py::handle pathObject, py::object (*wrap)(Field&)) {
     std::string path = pathArgument(pathObject);
     Field field;
-    fileOperation("can't read " + path, [&] { return field.read(path.c_str()); });
+    // A binary file that ends early is refused, as the command line refuses it (the reader
+    // itself pads it with zeros).
+    fileOperation("can't read " + path,
+                  [&] { return field.read(path.c_str()) && flicCheckComplete(path.c_str()); });
     return wrap(field);
 }
 

@@ -129,10 +129,8 @@ bool hasNaN(const FlicVectorField& field) {
 // Runs the engine; returns its result. Called without the GIL. With `coverage`, lines end at
 // no-data nodes and the coverage image is made.
 // With `picture`, the library's picture steps follow (and, with enhance, a second pass).
-int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* texture,
-              FlicImage* output, FlicImage* mask, FlicImage* seedMap, FlicImage* coverage,
-              const FlicPicture* picture) {
-    FlicCompute engine;
+// The engine's settings from the call's keywords.
+void configureEngine(const LicSettings& settings, FlicCompute& engine) {
     engine.setFilterLength(settings.length);
     engine.setFilterKernel(static_cast<FlicCompute::FilterKernel>(settings.kernel));
     engine.setNumSubPixels(settings.subpixels);
@@ -147,6 +145,31 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
                       static_cast<FlicCompute::BorderMode>(settings.border[1]));
     engine.setOrientation(settings.orientation);
     engine.setPasses(settings.passes);
+}
+
+// Refuses a picture the engine cannot take (ValueError) or the memory cannot hold
+// (MemoryError) before any buffer is made.
+void checkResources(const LicSettings& settings, int width, int height, int channels,
+                    bool rendered) {
+    FlicCompute engine;
+    configureEngine(settings, engine);
+    long long pixels = static_cast<long long>(width) * height;
+    long long extra = pixels * channels * (settings.frames > 1 ? settings.frames : 0);
+    if (rendered) extra += pixels * 10; // colours and their values
+    MessageScope scope;
+    int fits = engine.checkResources(width, height, channels, extra);
+    if (fits == 0) raiseValueError(scope.errors(), "the picture is too large for the engine");
+    if (fits < 0) {
+        PyErr_SetString(PyExc_MemoryError, scope.errors().c_str());
+        throw py::error_already_set();
+    }
+}
+
+int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* texture,
+              FlicImage* output, FlicImage* mask, FlicImage* seedMap, FlicImage* coverage,
+              const FlicPicture* picture) {
+    FlicCompute engine;
+    configureEngine(settings, engine);
     if (coverage) {
         engine.setNoData(1);
         engine.setCoverageImage(coverage);
@@ -220,6 +243,7 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     FlicImage zoomedTexture; // the texture resampled to `size`
     bool zoomTexture = false;
     if (texture.is_none()) {
+        checkResources(settings, outWidth, outHeight, 1, rendered);
         MessageScope scope;
         if (!noiseTexture.setSize(outWidth, outHeight, 1) || !noiseTexture.data)
             raiseValueError(scope.errors(), "size too large for a texture");
@@ -231,6 +255,11 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
             throw py::value_error("texture needs at least 2 x 2 pixels");
         zoomTexture =
             sized && (outWidth != textureImage->width || outHeight != textureImage->height);
+        if (!zoomTexture) {
+            outWidth = textureImage->width;
+            outHeight = textureImage->height;
+        }
+        checkResources(settings, outWidth, outHeight, textureImage->nChannels, rendered);
     }
 
     ImageInput maskInput;
@@ -242,8 +271,9 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                                   std::to_string(fieldHeight) + ", " + std::to_string(fieldWidth) +
                                   ")");
     } else if (returnSeedmap) {
-        throw py::value_error("return_seedmap needs a mask: the seed map records the mask's "
-                              "values at the seeds");
+        // Without a mask the seed map shows every seed as white, as the command line's does.
+        maskInput.image.reset(new FlicImage(fieldWidth, fieldHeight, 1));
+        maskInput.image->clear(255);
     }
 
     std::vector<FlicImage> outputs(frames > 0 ? frames : 1);

@@ -309,6 +309,29 @@ TEST(Compute, RejectsUnusableInputs) {
     EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
 }
 
+// The resource check answers before any buffer is made: settings and sizes the engine cannot
+// take (0), memory the system does not have (-1).
+TEST(Compute, ResourcesCheckedBeforeTheWork) {
+    MessageCapture capture(0);
+    FlicCompute engine;
+    EXPECT_EQ(1, engine.checkResources(512, 512, 1));
+    EXPECT_EQ(0, engine.checkResources(40000, 40000, 1));
+    EXPECT_EQ("FLIC error: LIC: 40000 x 40000 x 1 texture too large for the work buffers",
+              MessageCapture::onlyError());
+    // (S^2 + channels) x 4 bytes of records a pixel, and the texture and the picture.
+    EXPECT_EQ(100LL * 50 * (4 + 3) * 4 + 2 * 100 * 50 * 3, [&] {
+        engine.setNumSubPixels(2);
+        return engine.memoryNeeded(100, 50, 3);
+    }());
+    MessageCapture::errors().clear();
+    if (FlicCompute::availableMemory() > 0) {
+        EXPECT_EQ(-1, engine.checkResources(64, 64, 1, 1LL << 60));
+        EXPECT_EQ(0u,
+                  MessageCapture::onlyError().find("FLIC error: a 64 x 64 picture needs about "))
+            << MessageCapture::onlyError();
+    }
+}
+
 TEST(Compute, ValuesOutsideTheEnumerationsActAsBoxAndBilinear) {
     FlicVectorField field = vortexSaddle(9, 9);
     FlicImage texture = noise(24, 20, 1, 8);

@@ -140,3 +140,32 @@ TEST(Probe, ImplausibleValuesAreThoseOfSwappedBytes) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(Probe, CompletenessCheckNamesTheFileAndTheCounts) {
+    testutil::TempDir dir;
+    testutil::MessageCapture capture;
+    testutil::writeFile(dir.path("short.pgm"), "P5\n4 2\n255\nabc");
+    EXPECT_EQ(0, flicCheckComplete(dir.path("short.pgm").c_str()));
+    EXPECT_EQ("FLIC error: can't open " + dir.path("short.pgm") +
+                  " (the pixel data ends after 3 of 8 bytes (4 x 2 pixels announced))",
+              capture.onlyError());
+    capture.errors().clear();
+    testutil::writeFile(dir.path("short.sca"), "FLIC SCALAR BINARY\n3 2\n" + std::string(21, 'x'));
+    EXPECT_EQ(0, flicCheckComplete(dir.path("short.sca").c_str()));
+    EXPECT_EQ("FLIC error: " + dir.path("short.sca") + ": the binary data ends after 5 of 6 values",
+              capture.onlyError());
+    // Complete binary data, text data and other files pass.
+    capture.errors().clear();
+    testutil::writeFile(dir.path("full.sca"), "FLIC SCALAR BINARY\n3 2\n" + std::string(24, 'x'));
+    testutil::writeFile(dir.path("text.vec"), "FLIC VECTOR ASCII\n2 2\n1 2\n");
+    testutil::writeFile(dir.path("g"), "FLIC GRAPHICS\n");
+    for (const char* name : {"full.sca", "text.vec", "g"})
+        EXPECT_EQ(1, flicCheckComplete(dir.path(name).c_str())) << name;
+    EXPECT_TRUE(capture.errors().empty());
+    EXPECT_EQ(0, flicCheckComplete(dir.path("none").c_str()));
+    EXPECT_EQ(1u, capture.errors().size());
+}
+
+} // namespace

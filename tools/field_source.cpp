@@ -66,20 +66,6 @@ bool loadImageField(const FieldRequest& request, FlicVectorField& vectors) {
     return true;
 }
 
-// Checks that a binary FLIC file holds all the values its header announces (the library
-// reads a short file without complaint). False after a report naming the file.
-bool checkFieldFileLength(const std::string& path) {
-    FlicFileProbe probe;
-    if (!flicProbeFile(path.c_str(), probe)) {
-        flic_ioerror(path.c_str(), nullptr);
-        return false;
-    }
-    if (!flicProbeShort(probe)) return true;
-    failure("%s: the binary data ends after %lld of %lld values", path.c_str(),
-            probe.presentBytes / 4, probe.dataBytes / 4);
-    return false;
-}
-
 // Binary data in the wrong byte order (what numpy's tofile writes on little-endian machines)
 // reads as values of absurd size: refuse the file when a tenth of its values are such.
 bool checkByteOrder(const std::string& path, const float* values, long long count) {
@@ -99,7 +85,7 @@ bool readCheckedFieldFile(const std::string& path, Field& field, int components)
     FileContext context(path);
     if (!field.read(path.c_str())) return false;
     if (!isBinaryFieldFile(path)) return true;
-    return checkFieldFileLength(path) &&
+    return flicCheckComplete(path.c_str()) &&
            checkByteOrder(path, field.data, 1LL * components * field.width * field.height);
 }
 

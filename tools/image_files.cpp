@@ -275,13 +275,7 @@ int readImage(const std::string& path, FlicImage& image) {
     FlicFileProbe probe;
     if (flicProbeFile(path.c_str(), probe) && probe.kind == FLIC_FILE_PNM) {
         if (probe.problem[0]) return flic_ioerror(path.c_str(), probe.problem);
-        if (flicProbeShort(probe)) {
-            char reason[200];
-            snprintf(reason, sizeof reason,
-                     "the pixel data ends after %lld of %lld bytes (%lld x %lld pixels announced)",
-                     probe.presentBytes, probe.dataBytes, probe.width, probe.height);
-            return flic_ioerror(path.c_str(), reason);
-        }
+        if (!flicCheckComplete(path.c_str())) return 0;
         if (probe.maxValue > 255) return flicReadWidePNM(path.c_str(), image);
     }
     return image.readPNM(path.c_str());

@@ -165,30 +165,12 @@ bool finishExtras(const LicOptions& o, const LicSettings& s, LicInputs& in, Flic
            drawLines(o.mesh, s, picture, &FlicGraphics::drawUCD);
 }
 
-// Bytes of memory the system can still give (MemAvailable), or -1 when unknown.
-long long availableMemory() {
-    FILE* file = fopen("/proc/meminfo", "r");
-    if (!file) return -1;
-    char line[256];
-    long long kilobytes = -1;
-    while (fgets(line, sizeof line, file))
-        if (sscanf(line, "MemAvailable: %lld kB", &kilobytes) == 1) break;
-    fclose(file);
-    return kilobytes < 0 ? -1 : kilobytes * 1024;
-}
-
 // The engine's limits and the memory the run needs, before the noise is made.
 bool checkResources(const LicSettings& s, const FlicCompute& engine, int channels, int frames) {
-    if (!engine.checkPicture(s.width, s.height, channels)) return false;
     long long pixels = static_cast<long long>(s.width) * s.height;
-    long long needed = engine.memoryNeeded(s.width, s.height, channels) +
-                       pixels * channels * (frames > 1 ? frames : 0);
-    if (s.picture.colour != FlicPicture::NO_COLOUR) needed += pixels * 10; // colours, values
-    long long available = availableMemory();
-    if (available < 0 || needed <= available) return true;
-    failure("a %d x %d picture needs about %.1f GB of memory, but only %.1f GB are available",
-            s.width, s.height, needed / 1e9, available / 1e9);
-    return false;
+    long long extra = pixels * channels * (frames > 1 ? frames : 0);
+    if (s.picture.colour != FlicPicture::NO_COLOUR) extra += pixels * 10; // colours, values
+    return engine.checkResources(s.width, s.height, channels, extra) == 1;
 }
 
 // The drawings go on after the LIC: their files are checked now, so that no error is found

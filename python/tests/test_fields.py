@@ -66,6 +66,16 @@ class TestVectorField:
             muskeip.VectorField.read(path)
         assert str(raised.value) == f"FLIC error: can't open {path} (illegal vector field dimensions)"
 
+    def test_binary_file_that_ends_early_is_refused_with_the_counts(self, tmp_path):
+        path = tmp_path / "short.vec"
+        path.write_bytes(b"FLIC VECTOR BINARY\n4 4\n" + bytes(40))
+        with pytest.raises(OSError) as raised:
+            muskeip.VectorField.read(path)
+        assert str(raised.value) == f"FLIC error: {path}: the binary data ends after 10 of 32 values"
+        path.write_bytes(b"FLIC SCALAR BINARY\n3 2\n" + bytes(20))
+        with pytest.raises(OSError, match="ends after 5 of 6 values"):
+            muskeip.ScalarField.read(path)
+
     def test_mesh_import(self, tmp_path):
         path = tmp_path / "mesh.inp"
         path.write_text("3 1\n-\n0 0 1 0\n1 0 1 0\n0 1 1 0\n-\n1 2 3\n")

@@ -121,6 +121,9 @@ class TestParameters:
         np.testing.assert_array_equal(picture, muskeip.lic(u, v, noise))
         assert seeds.shape == noise.shape and seeds.dtype == np.uint8
         assert set(np.unique(seeds)) == {1, 200}
+        # Without a mask, as on the command line, the seeds are white.
+        picture, seeds = muskeip.lic(u, v, noise, return_seedmap=True)
+        assert set(np.unique(seeds)) == {1, 255}
 
     def test_messages_go_to_logging_not_stderr(self, circle, noise, caplog, capfd):
         u, v = circle
@@ -149,7 +152,6 @@ BAD_CALLS = [
     (ValueError, "2 x 2", lambda: muskeip.lic(F, F, T[:, :1])),
     (ValueError, "field's shape", lambda: muskeip.lic(F, F, mask=T[1:])),
     (ValueError, "2-D", lambda: muskeip.lic(F, F, mask=np.zeros((20, 30, 3), np.uint8))),
-    (ValueError, "needs a mask", lambda: muskeip.lic(F, F, return_seedmap=True)),
     (ValueError, "kernel must be one of", lambda: muskeip.lic(F, F, kernel="gauss")),
     (ValueError, "integrator", lambda: muskeip.lic(F, F, integrator="rk4")),
     (ValueError, "seeding", lambda: muskeip.lic(F, F, seeding="random")),
@@ -169,8 +171,12 @@ BAD_CALLS = [
     (TypeError, "seed", lambda: muskeip.lic(F, F, seed=1.5)),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 5))),
     (ValueError, "size", lambda: muskeip.lic(F, F, size=(1, 2, 3))),
-    (ValueError, "FLIC error: image size 100000 x 100000 x 1 exceeds the 32-bit byte count",
+    (ValueError, "FLIC error: LIC: 100000 x 100000 x 1 texture too large for the work buffers",
      lambda: muskeip.lic(F, F, size=(100000, 100000))),
+    (ValueError, "FLIC error: LIC: 40000 x 40000 x 1 texture too large for the work buffers",
+     lambda: muskeip.lic(F, F, size=(40000, 40000))),
+    (ValueError, "40000 x 40000 x 1 texture too large",
+     lambda: muskeip.render(F, F, size=(40000, 40000), colour="magnitude", subpixels=1)),
     (TypeError, "size", lambda: muskeip.lic(F, F, size=(10.5, 5))),
     (TypeError, "incompatible", lambda: muskeip.lic(F, F, F, T)),
 ]
