@@ -6,7 +6,9 @@ CMAKE_FLAGS ?=
 
 TEST_PACKAGES = cmake make g++ pkg-config libgtest-dev libgmock-dev libcli11-dev libpng-dev \
                 libwebp-dev libgif-dev \
-                zlib1g-dev pybind11-dev python3-dev python3-numpy python3-pytest
+                zlib1g-dev pybind11-dev python3-dev python3-numpy python3-pytest \
+                python3-venv python3-pip python3-setuptools python3-wheel \
+                python3-xarray python3-matplotlib python3-dask python3-distributed
 
 # The main job: a LIC picture of the built-in dipole field, coloured by the field's magnitude,
 # the LIC texture giving the lightness, with relief shading along the flow.

@@ -1,9 +1,10 @@
-// The Python module `muskeip`: numpy arrays in, numpy arrays out.
+// The extension module `muskeip._muskeip` behind the Python package `muskeip`: numpy arrays
+// in, numpy arrays out.
 #include "support.h"
 
 #include "messages.h"
 
-PYBIND11_MODULE(muskeip, m) {
+PYBIND11_MODULE(_muskeip, m) {
     m.doc() = R"doc(Fast Line Integral Convolution of planar vector fields.
 
 Arrays index rows as the library does: row 0 is the bottom row of the picture, so

@@ -178,7 +178,7 @@ BAD_CALLS = [
     (ValueError, "40000 x 40000 x 1 texture too large",
      lambda: muskeip.render(F, F, size=(40000, 40000), colour="magnitude", subpixels=1)),
     (TypeError, "size", lambda: muskeip.lic(F, F, size=(10.5, 5))),
-    (TypeError, "incompatible", lambda: muskeip.lic(F, F, F, T)),
+    (TypeError, "positional arguments", lambda: muskeip.lic(F, F, F, T)),
 ]
 
 
