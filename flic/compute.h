@@ -236,6 +236,16 @@ class MUSKEIP_API FlicCompute {
     // settings (tiles numbered row by row) into `phaseOfTile`: tiles of one phase never reach
     // into each other. Returns the number of phases, or 0 after a report (unusable inputs).
     int tilePhases(FlicVectorField* field, FlicImage* texture, std::vector<int>& phaseOfTile);
+    // The same plan from sizes alone (a field of fieldWidth x fieldHeight nodes, a texture of
+    // width x height x channels), for planning tile tasks before any data exists: the phase
+    // of every tile, and `halo`, how far a tile's lines reach beyond it (its window is the
+    // tile grown by the halo on every side, wrapped around the picture). Returns the number
+    // of phases, or 0 after a report. With `neighbours`, also every tile's neighbours: the
+    // tiles of other phases whose windows reach into it or into whose window it reaches (only
+    // their records can meet its pixels; overflow aside).
+    int tileLayout(int fieldWidth, int fieldHeight, int width, int height, int channels,
+                   std::vector<int>& phaseOfTile, int& halo,
+                   std::vector<std::vector<int>>* neighbours = nullptr);
     // Computes the partial accumulation of tile number `tile`, as compute's tiled mode does,
     // into `partial` (mask and seedMap as for compute; the seed map must already have the
     // texture's size and is written only inside the tile). The tile judges coverage from its

@@ -622,6 +622,43 @@ int FlicCompute::tilePhases(FlicVectorField* field, FlicImage* texture,
     }
 }
 
+int FlicCompute::tileLayout(int fieldWidth, int fieldHeight, int width, int height, int channels,
+                            std::vector<int>& phaseOfTile, int& halo,
+                            std::vector<std::vector<int>>* neighbours) {
+    halo = 0;
+    if (fieldWidth < 2 || fieldHeight < 2)
+        return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
+    if (width < 1 || height < 1 || channels < 1)
+        return flic_error("LIC: no tile layout for a %d x %d x %d picture", width, height,
+                          channels);
+    // Stand-ins that carry the sizes: planning reads no value, so one of each is enough.
+    float vector[2] = {0.0f, 0.0f};
+    unsigned char pixel[4] = {0, 0, 0, 0};
+    FlicVectorField field;
+    field.width = fieldWidth;
+    field.height = fieldHeight;
+    field.data = vector;
+    FlicImage texture(width, height, channels, 0, pixel);
+    int phases = tilePhases(&field, &texture, phaseOfTile);
+    if (phases) halo = haloPixels();
+    if (phases && neighbours) {
+        size_t tiles = phaseOfTile.size();
+        std::vector<std::vector<int>> later(tiles);
+        std::vector<int> waitingFor(tiles, 0);
+        tileNeighbours(phaseOfTile, later, waitingFor);
+        neighbours->assign(tiles, std::vector<int>());
+        for (size_t tile = 0; tile < tiles; tile++)
+            for (int other : later[tile]) {
+                (*neighbours)[tile].push_back(other);
+                (*neighbours)[other].push_back(static_cast<int>(tile));
+            }
+    }
+    field.data = nullptr;
+    this->field = nullptr;
+    this->texture = nullptr;
+    return phases;
+}
+
 void FlicCompute::addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
                             int* records, bool withOverflow) {
     const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;

@@ -182,12 +182,12 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
     return engine.compute(field, texture, output, mask, seedMap);
 }
 
-py::object lic(py::object u, py::object v, py::object texture, py::object size, double length,
-               const std::string& kernel, const std::string& integrator, long long subpixels,
-               const std::string& seeding, const std::string& interpolation, double normalization,
-               const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
-               py::object threads, long long tile, py::object border, bool orientation,
-               long long passes, long long frames, long long ripples, py::object pictureKeywords) {
+// The engine's keywords of lic, checked (ValueError / TypeError naming the keyword).
+LicSettings engineSettings(double length, const std::string& kernel, const std::string& integrator,
+                           long long subpixels, const std::string& seeding,
+                           const std::string& interpolation, double normalization,
+                           py::object threads, long long tile, py::object border, bool orientation,
+                           long long passes, long long frames, long long ripples) {
     LicSettings settings;
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
@@ -223,6 +223,18 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
         if (count < 1 || count > 1024) throw py::value_error("threads must be 1 .. 1024 or None");
         settings.threads = static_cast<int>(count);
     }
+    return settings;
+}
+
+py::object lic(py::object u, py::object v, py::object texture, py::object size, double length,
+               const std::string& kernel, const std::string& integrator, long long subpixels,
+               const std::string& seeding, const std::string& interpolation, double normalization,
+               const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
+               py::object threads, long long tile, py::object border, bool orientation,
+               long long passes, long long frames, long long ripples, py::object pictureKeywords) {
+    LicSettings settings =
+        engineSettings(length, kernel, integrator, subpixels, seeding, interpolation, normalization,
+                       threads, tile, border, orientation, passes, frames, ripples);
     PictureInput pictureInput;
     bool rendered = !pictureKeywords.is_none();
     if (rendered) readPictureSettings(pictureKeywords.cast<py::dict>(), pictureInput);
@@ -321,6 +333,146 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
     return py::make_tuple(picture, adoptImage(seedMap));
 }
 
+// --- Tiles as tasks (muskeip.dask) ----------------------------------------------------------
+
+// The settings as a plain tuple that pickles to worker processes, and back.
+py::tuple settingsTuple(const LicSettings& s) {
+    return py::make_tuple(s.length, s.kernel, s.integrator, s.subpixels, s.seeding, s.interpolation,
+                          s.normalization, s.tile, s.border[0], s.border[1], s.orientation);
+}
+
+LicSettings settingsFromTuple(const py::tuple& t) {
+    if (t.size() != 11) throw py::value_error("not a tuple of engine settings");
+    LicSettings s;
+    s.length = t[0].cast<float>();
+    s.kernel = t[1].cast<int>();
+    s.integrator = t[2].cast<int>();
+    s.subpixels = t[3].cast<int>();
+    s.seeding = t[4].cast<int>();
+    s.interpolation = t[5].cast<int>();
+    s.normalization = t[6].cast<float>();
+    s.tile = t[7].cast<int>();
+    s.border[0] = t[8].cast<int>();
+    s.border[1] = t[9].cast<int>();
+    s.orientation = t[10].cast<int>();
+    s.threads = 1;
+    if (s.tile < 8) throw py::value_error("tile tasks need a tile size of at least 8 pixels");
+    return s;
+}
+
+// (tiles across, tiles down, phase of every tile, halo, neighbours of every tile).
+py::tuple tileLayout(const py::tuple& settingsValues, int fieldWidth, int fieldHeight, int width,
+                     int height, int channels) {
+    FlicCompute engine;
+    configureEngine(settingsFromTuple(settingsValues), engine);
+    std::vector<int> phases;
+    std::vector<std::vector<int>> neighbours;
+    int halo = 0, tilesX = 0, tilesY = 0;
+    MessageScope scope;
+    if (!engine.tileLayout(fieldWidth, fieldHeight, width, height, channels, phases, halo,
+                           &neighbours))
+        raiseValueError(scope.errors(), "no tile layout for these sizes and settings");
+    engine.tileGrid(width, height, tilesX, tilesY);
+    return py::make_tuple(tilesX, tilesY, phases, halo, neighbours);
+}
+
+// A partial accumulation as (geometry, records (h, w, stride) int32, overflow (n, 1 + stride)
+// int32); geometry = tile x0, y0, x1, y1, window x0, y0, width, height, picture width and
+// height, stride, lines.
+py::tuple partialTuple(FlicCompute::TileWindow& p) {
+    py::tuple geometry =
+        py::make_tuple(p.tileX0, p.tileY0, p.tileX1, p.tileY1, p.x0, p.y0, p.width, p.height,
+                       p.imageWidth, p.imageHeight, p.stride, p.numFieldLines);
+    py::array_t<int> records({static_cast<py::ssize_t>(p.height), static_cast<py::ssize_t>(p.width),
+                              static_cast<py::ssize_t>(p.stride)});
+    if (!p.records.empty())
+        memcpy(records.mutable_data(), p.records.data(), p.records.size() * sizeof(int));
+    py::ssize_t entries = static_cast<py::ssize_t>(p.overflow.size() / (p.stride + 1));
+    py::array_t<int> overflow({entries, static_cast<py::ssize_t>(p.stride + 1)});
+    if (entries)
+        memcpy(overflow.mutable_data(), p.overflow.data(), p.overflow.size() * sizeof(int));
+    return py::make_tuple(geometry, records, overflow);
+}
+
+FlicCompute::TileWindow partialFromTuple(const py::tuple& t) {
+    if (t.size() != 3) throw py::value_error("not a tile's partial accumulation");
+    py::tuple g = t[0].cast<py::tuple>();
+    FlicCompute::TileWindow p;
+    int* fields[] = {&p.tileX0,     &p.tileY0,      &p.tileX1, &p.tileY1,
+                     &p.x0,         &p.y0,          &p.width,  &p.height,
+                     &p.imageWidth, &p.imageHeight, &p.stride, &p.numFieldLines};
+    if (g.size() != 12) throw py::value_error("not a tile's partial accumulation");
+    for (size_t k = 0; k < 12; k++)
+        *fields[k] = g[k].cast<int>();
+    auto records = py::array_t<int, py::array::c_style | py::array::forcecast>::ensure(t[1]);
+    auto overflow = py::array_t<int, py::array::c_style | py::array::forcecast>::ensure(t[2]);
+    if (!records || !overflow || p.stride < 1 ||
+        records.size() != static_cast<py::ssize_t>(p.width) * p.height * p.stride ||
+        overflow.size() % (p.stride + 1) != 0)
+        throw py::value_error("a tile's partial accumulation does not match its geometry");
+    p.records.assign(records.data(), records.data() + records.size());
+    p.overflow.assign(overflow.data(), overflow.data() + overflow.size());
+    return p;
+}
+
+py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
+                      py::object textureArray, int tile, py::object earlier) {
+    FieldInput field;
+    readFieldInput(fieldArray, py::none(), field);
+    ImageInput texture;
+    readImageInput(textureArray, "texture", texture);
+    std::vector<int> earlierRecords;
+    if (!earlier.is_none()) {
+        auto values = py::array_t<int, py::array::c_style | py::array::forcecast>::ensure(earlier);
+        if (!values) throw py::error_already_set();
+        earlierRecords.assign(values.data(), values.data() + values.size());
+    }
+    FlicCompute engine;
+    configureEngine(settingsFromTuple(settingsValues), engine);
+    FlicCompute::TileWindow partial;
+    MessageScope scope;
+    int ok = withoutGil([&] {
+        return engine.computeTile(field.field, texture.image.get(), tile, partial, nullptr, nullptr,
+                                  earlierRecords.empty() ? nullptr : earlierRecords.data());
+    });
+    if (!ok) raiseValueError(scope.errors(), "the tile could not be computed");
+    return partialTuple(partial);
+}
+
+// Adds what a partial holds for the rectangle [x0, x0 + width) x [y0, y0 + height) into
+// `records` (height, width, stride) int32, in place.
+void addToArea(const py::tuple& partialValues, int x0, int y0, int width, int height,
+               py::array_t<int, py::array::c_style> records, bool withOverflow) {
+    FlicCompute::TileWindow partial = partialFromTuple(partialValues);
+    if (records.size() != static_cast<py::ssize_t>(width) * height * partial.stride)
+        throw py::value_error("records must have the shape (height, width, stride)");
+    FlicCompute::addToArea(partial, x0, y0, width, height, records.mutable_data(), withOverflow);
+}
+
+// Divides accumulated records (height, width, stride) into a uint8 picture.
+py::object normalizeRecords(py::array_t<int, py::array::c_style | py::array::forcecast> records,
+                            int subCells, int channels) {
+    if (records.ndim() != 3 || records.shape(2) != subCells + channels)
+        throw py::value_error("records must have the shape (height, width, subcells + channels)");
+    FlicImage picture;
+    MessageScope scope;
+    if (!FlicCompute::normalizeRecords(records.data(), static_cast<int>(records.shape(1)),
+                                       static_cast<int>(records.shape(0)), subCells, channels,
+                                       &picture))
+        raiseValueError(scope.errors(), "the records could not be normalised");
+    return adoptImage(picture);
+}
+
+// The noise texture lic makes: width x height, binary or uniform, from `seed`.
+py::object noiseTexture(int width, int height, int binary, int seed) {
+    FlicImage noise;
+    MessageScope scope;
+    if (!noise.setSize(width, height, 1) || !noise.data)
+        raiseValueError(scope.errors(), "size too large for a texture");
+    serialised([&] { noise.createRandom(binary, seed); });
+    return adoptImage(noise);
+}
+
 } // namespace
 
 void bindLic(py::module_& m) {
@@ -361,6 +513,25 @@ mask marks the pixels no line reached.
 The picture's row 0 is its bottom row: show it with imshow(picture, origin="lower").
 The GIL is released while the picture is computed. (_frames, _ripples and _picture serve
 animate and render.))doc");
+    m.def(
+        "_engine_settings",
+        [](double length, const std::string& kernel, const std::string& integrator,
+           long long subpixels, const std::string& seeding, const std::string& interpolation,
+           double normalization, long long tile, py::object border, bool orientation) {
+            return settingsTuple(engineSettings(length, kernel, integrator, subpixels, seeding,
+                                                interpolation, normalization, py::none(), tile,
+                                                border, orientation, 1, 0, 2));
+        },
+        py::kw_only(), py::arg("length") = 20.0, py::arg("kernel") = "triangle",
+        py::arg("integrator") = "rk43", py::arg("subpixels") = 1, py::arg("seeding") = "pattern",
+        py::arg("interpolation") = "bilinear", py::arg("normalization") = 0.0,
+        py::arg("tile") = 256, py::arg("border") = "periodic", py::arg("orientation") = false,
+        "lic's engine keywords, checked, as a tuple for the tile tasks of muskeip.dask.");
+    m.def("_tile_layout", &tileLayout, "Tiles across and down, phases, halo, neighbours.");
+    m.def("_compute_tile", &computeTile, "One tile's partial accumulation (muskeip.dask).");
+    m.def("_add_to_area", &addToArea, "Adds a partial's records of a rectangle, in place.");
+    m.def("_normalize_records", &normalizeRecords, "Records to a uint8 picture.");
+    m.def("_noise", &noiseTexture, "lic's noise texture.");
     m.def(
         "render",
         [m](py::object u, py::object v, py::object texture, py::object adjust, bool enhance,

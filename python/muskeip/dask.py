@@ -1,0 +1,162 @@
+"""Dask: the tiled engine's tiles as tasks, so a picture is computed across worker processes.
+
+    import muskeip.dask
+    picture = muskeip.dask.lic(u, v, chunks=1024)     # a dask array
+    picture.compute()                                  # on the current scheduler / cluster
+
+The picture is cut into tiles of `tile` pixels, as the in-process engine cuts it. Tiles fall
+into phases whose tiles never reach into each other; the task of a tile traces the lines
+seeded in it and returns its partial accumulation (integer hit counts and sums over the tile
+and the halo its lines can reach, plus what fell beyond). A tile of a later phase judges
+coverage from its own lines and from the partials of its earlier neighbours, exactly as the
+in-process engine does, so the bytes equal muskeip.lic's with the same tile size, whatever the
+chunks of the inputs and the number of workers. Each block of the result (one per tile) sums
+the partials that reach it and normalises them.
+
+Every tile task reads the whole field and texture (made once per worker from the input
+chunks); the partials and the blocks are what travel between tasks.
+"""
+import numpy as np
+
+from . import _muskeip
+
+
+def _field(u, v):
+    field = np.empty(u.shape + (2,), np.float32)
+    field[..., 0] = u
+    field[..., 1] = v
+    if np.isnan(field).any():
+        raise ValueError("muskeip.dask does not take fields with NaN (no-data) nodes yet; "
+                         "use muskeip.lic")
+    return field
+
+
+def _texture(texture, width, height, binary, seed):
+    if texture is not None:
+        return np.ascontiguousarray(texture)
+    return _muskeip._noise(width, height, binary, seed)
+
+
+def _earlier(rect, stride, partials):
+    x0, y0, w, h = rect
+    records = np.zeros((h, w, stride), np.int32)
+    for partial in partials:
+        _muskeip._add_to_area(partial, x0, y0, w, h, records, False)
+    return records
+
+
+def _compute(settings, field, texture, tile, earlier):
+    return _muskeip._compute_tile(settings, field, texture, tile, earlier)
+
+
+def _window(partial):
+    """The partial without its overflow (what its neighbours' blocks need)."""
+    geometry, records, _ = partial
+    return geometry, records, np.zeros((0, records.shape[2] + 1), np.int32)
+
+
+def _overflow_of(partial):
+    """The partial's overflow alone, as a partial without a window (small: it travels to
+    every block)."""
+    geometry, records, overflow = partial
+    geometry = list(geometry)
+    geometry[6:8] = [0, 0]  # no window
+    return tuple(geometry), np.zeros((0, 0, records.shape[2]), np.int32), overflow
+
+
+def _overflow(parts):
+    """The overflow of all partials joined into one."""
+    geometry, records, _ = parts[0]
+    return geometry, records, np.concatenate([p[2] for p in parts])
+
+
+def _block(rect, sub_cells, channels, windows, overflow):
+    x0, y0, w, h = rect
+    records = np.zeros((h, w, sub_cells + channels), np.int32)
+    for partial in windows:
+        _muskeip._add_to_area(partial, x0, y0, w, h, records, False)
+    _muskeip._add_to_area(overflow, x0, y0, w, h, records, True)
+    picture = _muskeip._normalize_records(records, sub_cells, channels)
+    return picture
+
+
+def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, length=20.0,
+        kernel="triangle", integrator="rk43", subpixels=1, seeding="pattern",
+        interpolation="bilinear", normalization=0.0, tile=256, border="periodic",
+        orientation=False):
+    """muskeip.lic as a dask array of the picture, computed tile by tile in Dask tasks.
+
+    u, v: dask arrays (or numpy arrays, cut into `chunks`) of the field's components, row 0
+    the bottom row. texture: None (noise of `size`, default the field's size, from `noise`
+    and an int `seed`) or a uint8 (H, W) / (H, W, 3) array. The other keywords are lic's;
+    `tile` (at least 8) sets the tiles, and the result's chunks are those tiles. The bytes
+    equal muskeip.lic(u, v, texture, size=size, tile=tile, ...) computed in one process."""
+    import dask
+    import dask.array as da
+
+    settings = _muskeip._engine_settings(
+        length=length, kernel=kernel, integrator=integrator, subpixels=subpixels,
+        seeding=seeding, interpolation=interpolation, normalization=normalization, tile=tile,
+        border=border, orientation=orientation)
+    if seed is None or isinstance(seed, bool) or not isinstance(seed, int):
+        raise TypeError("muskeip.dask.lic needs an int seed (the same noise on every worker)")
+    binary = {"binary": 1, "uniform": 0}.get(noise)
+    if binary is None:
+        raise ValueError("noise must be one of 'binary', 'uniform', not %r" % (noise,))
+    u = da.asarray(u, chunks=chunks or "auto")
+    v = da.asarray(v, chunks=chunks or "auto")
+    if u.ndim != 2 or u.shape != v.shape:
+        raise ValueError("u and v must be 2-D arrays of one shape")
+    field_height, field_width = u.shape
+    channels = 1
+    if texture is not None:
+        texture = np.asarray(texture)
+        if texture.dtype != np.uint8 or texture.ndim not in (2, 3):
+            raise TypeError("texture must be a uint8 (H, W) or (H, W, 3) array")
+        height, width = texture.shape[:2]
+        channels = 1 if texture.ndim == 2 else texture.shape[2]
+        if size is not None and tuple(size) != (width, height):
+            raise ValueError("size must be the texture's size (resampling is not done here)")
+    elif size is not None:
+        width, height = (int(n) for n in size)
+    else:
+        width, height = field_width, field_height
+    tiles_x, tiles_y, phases, halo, neighbours = _muskeip._tile_layout(
+        settings, field_width, field_height, width, height, channels)
+    sub_cells = subpixels * subpixels
+    stride = sub_cells + channels
+    size_x = settings[7] if tiles_x > 1 else width  # one tile spans an axis it fills
+    size_y = settings[7] if tiles_y > 1 else height
+
+    def rect_of(t):  # the tile's pixels: x0, y0, width, height
+        x0, y0 = (t % tiles_x) * size_x, (t // tiles_x) * size_y
+        return x0, y0, min(x0 + size_x, width) - x0, min(y0 + size_y, height) - y0
+
+    field = dask.delayed(_field, pure=True)(u, v)
+    texture_task = dask.delayed(_texture, pure=True)(texture, width, height, binary, seed)
+    partials = {}
+    for phase in sorted(set(phases)):
+        for t, phase_of_t in enumerate(phases):
+            if phase_of_t != phase:
+                continue
+            rect = rect_of(t)
+            before = [partials[o] for o in neighbours[t] if phases[o] < phase]
+            earlier = dask.delayed(_earlier, pure=True)(rect, stride, before) if before else None
+            partials[t] = dask.delayed(_compute, pure=True)(settings, field, texture_task, t,
+                                                            earlier)
+    windows = {t: dask.delayed(_window, pure=True)(p) for t, p in partials.items()}
+    overflows = [dask.delayed(_overflow_of, pure=True)(partials[t]) for t in sorted(partials)]
+    overflow = dask.delayed(_overflow, pure=True)(overflows)
+    rows = []
+    for ty in range(tiles_y):
+        row = []
+        for tx in range(tiles_x):
+            t = ty * tiles_x + tx
+            rect = rect_of(t)
+            reaching = [windows[t]] + [windows[o] for o in neighbours[t]]
+            block = dask.delayed(_block, pure=True)(rect, sub_cells, channels, reaching, overflow)
+            shape = (rect[3], rect[2]) + ((channels,) if channels > 1 else ())
+            block = da.from_delayed(block, shape=shape, dtype=np.uint8)
+            row.append([block] if channels > 1 else block)  # one list level per axis
+        rows.append(row)
+    return da.block(rows)

@@ -1,0 +1,71 @@
+"""muskeip.dask: the tiled engine's tiles as Dask tasks give muskeip.lic's bytes, whatever the
+chunks and the workers."""
+import numpy as np
+import pytest
+
+import muskeip
+
+da = pytest.importorskip("dask.array")
+distributed = pytest.importorskip("distributed")
+
+
+def spiral(height, width):
+    y, x = np.mgrid[0:height, 0:width].astype(np.float32)
+    y -= height / 2
+    x -= width / 2
+    return -y + 0.3 * x, x + 0.2 * y
+
+
+@pytest.fixture(scope="module")
+def client():
+    cluster = distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                                       dashboard_address=None, memory_limit="1GB")
+    with distributed.Client(cluster) as client:
+        yield client
+    cluster.close()
+
+
+def test_two_worker_processes_give_the_in_process_bytes(client):
+    u, v = spiral(1024, 1024)
+    expected = muskeip.lic(u, v, tile=256)
+    regular = muskeip.dask.lic(da.from_array(u, chunks=256), da.from_array(v, chunks=256),
+                               tile=256)
+    assert regular.chunks == ((256,) * 4, (256,) * 4)
+    np.testing.assert_array_equal(regular.compute(), expected)
+    irregular = muskeip.dask.lic(da.from_array(u, chunks=((300, 724), (100, 500, 424))),
+                                 da.from_array(v, chunks=((1000, 24), (1024,))), tile=256)
+    np.testing.assert_array_equal(irregular.compute(), expected)
+    workers = client.run(lambda: 1)
+    assert len(workers) == 2
+
+
+def test_settings_sizes_textures_and_edge_tiles_agree_with_lic():
+    u, v = spiral(90, 130)
+    cases = [
+        dict(tile=32, subpixels=2, kernel="box", seeding="raster"),
+        dict(tile=48, size=(200, 150), noise="binary", seed=7, border="closed"),
+        dict(tile=64, seeding="sobol", orientation=True, length=9),
+    ]
+    for options in cases:
+        expected = muskeip.lic(u, v, **options)
+        got = muskeip.dask.lic(u, v, chunks=40, **options).compute(scheduler="sync")
+        np.testing.assert_array_equal(got, expected, err_msg=str(options))
+    texture = np.random.default_rng(3).integers(0, 256, (100, 140, 3), dtype=np.uint8)
+    expected = muskeip.lic(u, v, texture, tile=40)
+    got = muskeip.dask.lic(u, v, texture, tile=40).compute(scheduler="threads")
+    assert got.shape == (100, 140, 3)
+    np.testing.assert_array_equal(got, expected)
+
+
+def test_bad_input_is_refused_before_any_task():
+    u, v = spiral(20, 30)
+    with pytest.raises(ValueError, match="tile must be"):
+        muskeip.dask.lic(u, v, tile=4)
+    with pytest.raises(TypeError, match="int seed"):
+        muskeip.dask.lic(u, v, seed=None)
+    with pytest.raises(ValueError, match="one shape"):
+        muskeip.dask.lic(u, v[:, 1:])
+    holed = u.copy()
+    holed[3, 3] = np.nan
+    with pytest.raises(ValueError, match="NaN"):
+        muskeip.dask.lic(holed, v).compute(scheduler="sync")
