@@ -248,3 +248,33 @@ TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
     EXPECT_NE(MessageCapture::onlyError().find("LIC: tile 999 outside 0 .. 341"), std::string::npos)
         << MessageCapture::onlyError();
 }
+
+// Planning from sizes gives the phases of the real inputs; neighbours are mutual and of other
+// phases, and the halo is the lines' reach.
+TEST(Tiles, LayoutFromSizesMatchesThePhasesOfTheInputs) {
+    FlicVectorField field = vortexSaddle(33, 25);
+    FlicImage texture = noise(300, 200, 1, 4);
+    FlicCompute engine;
+    engine.setTileSize(64);
+    std::vector<int> phases, planned;
+    std::vector<std::vector<int>> neighbours;
+    int halo = -1;
+    ASSERT_GT(engine.tilePhases(&field, &texture, phases), 0);
+    ASSERT_EQ(engine.tileLayout(33, 25, 300, 200, 1, planned, halo, &neighbours),
+              *std::max_element(phases.begin(), phases.end()) + 1);
+    EXPECT_EQ(planned, phases);
+    // 80 steps of extension, each 2 max(sx, sy) / (sx + sy) = 2 * 9.375 / 17.708 pixels long
+    // (scales 300 / 32 and 200 / 24): 84.7, rounded up, and 2 of margin.
+    EXPECT_EQ(87, halo);
+    ASSERT_EQ(neighbours.size(), phases.size());
+    for (size_t t = 0; t < neighbours.size(); t++)
+        for (int other : neighbours[t]) {
+            EXPECT_NE(phases[t], phases[other]);
+            const std::vector<int>& back = neighbours[other];
+            EXPECT_NE(std::find(back.begin(), back.end(), static_cast<int>(t)), back.end());
+        }
+    MessageCapture capture;
+    EXPECT_EQ(0, engine.tileLayout(1, 25, 300, 200, 1, planned, halo));
+    EXPECT_EQ(0, engine.tileLayout(33, 25, 0, 200, 1, planned, halo));
+    EXPECT_EQ(2u, MessageCapture::errors().size());
+}
