@@ -352,13 +352,22 @@ class MUSKEIP_API FlicCompute {
     int checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap) const;
     void seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap);
+    // The parts of seedCell: the seed of the cell in field coordinates (0 when a line covers
+    // the cell already), and the seed map's pixel for it.
+    int seedOfCell(int x, int y, int i, int j, Vec2f& seed) const;
+    void markSeed(int x, int y, const Vec2f& seed, FlicImage* mask, FlicImage* seedMap) const;
     void seedPattern(FlicImage* mask, FlicImage* seedMap);
     void seedRaster(FlicImage* mask, FlicImage* seedMap);
     void seedQuasiRandom(FlicImage* mask, FlicImage* seedMap);
     void normalize(FlicImage* output);
     Vec2f seedVector(const Vec2f& seed) const;
+    // A line in three parts, so that tracers may take its points in their own way: the seed's
+    // checks and direction (1 when a line is to be traced), then, once the integrators have
+    // traced positions lo .. hi, the texture samples, convolution and accumulation.
+    int beginLine(const Vec2f& seed, Vec2f& v);
+    void finishLine(int lo, int hi);
     template <int KIND>
-    void traceAndConvolve(const Vec2f& seed, const Vec2f& v);
+    void convolveLine(int lo, int hi);
     int traceSide(FlicIntegrator* integrator, int sign);
     int traceAdaptiveSide(AdaptiveIntegrator* integrator, int sign);
     void freeBuffers();

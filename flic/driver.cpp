@@ -142,28 +142,37 @@ int FlicCompute::computeOnce(FlicVectorField* field, FlicImage* texture, FlicIma
 
 // Seeds a line in cell (i, j) of pixel (x, y) unless a line already covers that cell.
 void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImage* seedMap) {
+    Vec2f seed;
+    if (!seedOfCell(x, y, i, j, seed)) return;
+    sample(seed);
+    markSeed(x, y, seed, mask, seedMap);
+}
+
+int FlicCompute::seedOfCell(int x, int y, int i, int j, Vec2f& seed) const {
     int pixel = y * texWidth + x;
     const int* record = window ? window->records.data() + windowSlot(*window, pixel)
                                : accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
-    if (record[j * numSubPixels + i] != 0) return;
+    if (record[j * numSubPixels + i] != 0) return 0;
     if (coveredRecords &&
         coveredRecords[(static_cast<std::ptrdiff_t>(y - coveredY0) * coveredWidth +
                         (x - coveredX0)) *
                            recordStride +
                        j * numSubPixels + i] != 0)
-        return;
+        return 0;
     float invX = 1.0f / scaleX, invY = 1.0f / scaleY;
     float invS = 1.0f / numSubPixels;
-    Vec2f seed;
     seed.x = (x + (i + 0.5f) * invS) * invX;
     seed.y = (y + (j + 0.5f) * invS) * invY;
-    sample(seed);
-    if (seedMap) {
-        int value;
-        getPixelConst1(mask, seed.x, seed.y, &value);
-        seedMap->data[static_cast<std::ptrdiff_t>(y) * seedMap->bytesPerLine + x] =
-            static_cast<unsigned char>(value);
-    }
+    return 1;
+}
+
+void FlicCompute::markSeed(int x, int y, const Vec2f& seed, FlicImage* mask,
+                           FlicImage* seedMap) const {
+    if (!seedMap) return;
+    int value;
+    getPixelConst1(mask, seed.x, seed.y, &value);
+    seedMap->data[static_cast<std::ptrdiff_t>(y) * seedMap->bytesPerLine + x] =
+        static_cast<unsigned char>(value);
 }
 
 void FlicCompute::seedPattern(FlicImage* mask, FlicImage* seedMap) {

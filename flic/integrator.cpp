@@ -283,19 +283,27 @@ FLIC_ALWAYS_INLINE void AdaptiveIntegrator::endDerivative(const Vec2f& y1, Vec2f
 // double h up to maxStep; otherwise halve h, or end the line when h is already below minStep
 // (or zero).
 FLIC_ALWAYS_INLINE bool AdaptiveIntegrator::controlStep(const Vec2f& err, float& h, float& hdid) {
+    int verdict = judgeStep(err, h, hdid);
+    if (verdict < 0) longjmp(jumpBuffer, 3);
+    return verdict > 0;
+}
+
+// The control law without the jump: 1 accepted, 0 to be retried with the halved h, -1 the
+// line ends (h already below minStep).
+FLIC_ALWAYS_INLINE int AdaptiveIntegrator::judgeStep(const Vec2f& err, float& h, float& hdid) {
     float e = (fabsf(err.y) + fabsf(err.x)) + 1e-10f;
     float ratio = tolerance / e;
     if (!(ratio < 1.0f)) {
         hdid = h;
         h = 2.0f * h;
         if (h > maxStep) h = maxStep;
-        return true;
+        return 1;
     }
     // A step already halved to zero cannot shrink further: without a positive minStep it
     // would be retried forever, so it ends the line like a step below minStep.
-    if (minStep > fabsf(h) || h == 0.0f) longjmp(jumpBuffer, 3);
+    if (minStep > fabsf(h) || h == 0.0f) return -1;
     h = h * 0.5f;
-    return false;
+    return 0;
 }
 
 // One Euler step along d1 from the current output point (the fallback mode).
@@ -426,6 +434,77 @@ const Vec2f& AdaptiveIntegrator::nextOutOfLine(int& statusOut) {
     return position;
 }
 
+// --- Driven from outside --------------------------------------------------------------------
+
+// next(int&) up to its first trial step (see newInterval and integrateTo for the same steps).
+int AdaptiveIntegrator::beginPoint(int& statusOut) {
+    if (status == 0 && fallback == 0) {
+        float ahead = t + stepLength;
+        if (!(ahead > t1)) {
+            t = ahead;
+            forwardDifferenceStep(position, diff1, diff2, diff3);
+            statusOut = 0;
+            return 1;
+        }
+    }
+    if (status != 0) {
+        endStraight();
+        statusOut = 1;
+        return 1;
+    }
+    if (fallback != 0) {
+        eulerStep();
+        statusOut = status;
+        return 1;
+    }
+    t = t + stepLength;
+    if (t > t1) {
+        p0 = p1;
+        d0 = d1;
+        t0 = t1;
+        return 0;
+    }
+    forwardDifferenceStep(position, diff1, diff2, diff3);
+    statusOut = 0;
+    return 1;
+}
+
+// The rest of newInterval after one trial step: fallback, step control, the next trial or the
+// cubic.
+int AdaptiveIntegrator::continuePoint(int code, const Vec2f& err, int& statusOut) {
+    if (code == 1 || code == 2) {
+        fallback = 1;
+        eulerStep();
+        statusOut = status;
+        return 1;
+    }
+    float hdid = 0.0f;
+    int verdict = code == 0 ? judgeStep(err, stepSize, hdid) : -1;
+    if (verdict == 0) return 0; // the same trial again with half the size
+    float advanced = t1 + hdid;
+    if (verdict > 0 && orientation) heading = Vec2f{direction * d1.x, direction * d1.y};
+    if (verdict < 0 || !(advanced > t1)) {
+        endStraight();
+        status = 1;
+        statusOut = 1;
+        return 1;
+    }
+    t1 = advanced;
+    if (t > t1) {
+        p0 = p1;
+        d0 = d1;
+        t0 = t1;
+        return 0;
+    }
+    buildCubic();
+    statusOut = 0;
+    return 1;
+}
+
+int AdaptiveIntegrator::trialInPlace(Vec2f&) {
+    return -1;
+}
+
 const Vec2f& AdaptiveIntegrator::next(float& speedOut, int& statusOut) {
     if (status != 0) {
         endStraight();
@@ -485,6 +564,17 @@ void RK43::rkstep(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f
     endDerivative(y1, dydx1);
     err.x = ((k4.x - dydx1.x) * h) / 6.0f;
     err.y = ((k4.y - dydx1.y) * h) / 6.0f;
+}
+
+// One trial from p0 into p1 and d1, as step takes it; a failure's jump lands here.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+int RK43::trialInPlace(Vec2f& err) {
+    int code = setjmp(jumpBuffer);
+    if (code != 0) return code;
+    rkstep(p0, d0, stepSize, p1, d1, err);
+    return 0;
 }
 
 void RK43::step(const Vec2f& y0, const Vec2f& dydx0, float& h, float& hdid, Vec2f& y1,

@@ -173,6 +173,20 @@ class MUSKEIP_API AdaptiveIntegrator : public FlicIntegrator {
         diff2 = second;
         return made;
     }
+    // Driving next(int&) from outside, for tracers that compute the trial steps of several
+    // lines at once. beginPoint does what next(int&) does up to the first trial step it needs:
+    // it returns 1 with the point made (position, status in statusOut), or 0 when a trial step
+    // of size stepSize from p0 (field vector d0, heading) must be computed. The caller then
+    // writes what the trial left behind (p1 = its end point once computed, d1 = the end
+    // point's vector once sampled, speed) and calls continuePoint with the trial's failure code
+    // (0 none, 1 a point outside the domain, 2 invalid field data) and error estimate; it
+    // returns 1 or 0 in the same way. The points and states are those of next(int&).
+    int beginPoint(int& statusOut);
+    int continuePoint(int code, const Vec2f& err, int& statusOut);
+    // The trial step beginPoint or continuePoint asked for, computed by this integrator's own
+    // stepper, leaving p1, d1 and speed as described there. Returns the failure code, or -1
+    // when the kind has no single trial step of its own (the default).
+    virtual int trialInPlace(Vec2f& err);
     // The same with the speed linearly interpolated along the step.
     const Vec2f& next(float& speedOut, int& statusOut) override;
     // From y0 with scaled field vector dydx0, takes one accepted step with trial size h (in/out):
@@ -193,6 +207,7 @@ class MUSKEIP_API AdaptiveIntegrator : public FlicIntegrator {
     // Step-size control after one trial step with error vector err: returns true when the step
     // is accepted (hdid, h updated); else halves h or jumps with code 3.
     bool controlStep(const Vec2f& err, float& h, float& hdid);
+    int judgeStep(const Vec2f& err, float& h, float& hdid);
 
   private:
     void eulerStep();
@@ -223,6 +238,7 @@ class MUSKEIP_API RK43 : public AdaptiveIntegrator {
               Vec2f& dydx1) override;
     // One step of size h: y1, its scaled field vector dydx1 and the error estimate err.
     void rkstep(const Vec2f& y0, const Vec2f& dydx0, float h, Vec2f& y1, Vec2f& dydx1, Vec2f& err);
+    int trialInPlace(Vec2f& err) override;
 };
 
 // Dormand-Prince 5(4) pair; the fifth-order solution is carried forward.

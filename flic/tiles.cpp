@@ -11,6 +11,7 @@
 #include "engine_common.h"
 #include "messages.h"
 #include "sobol.h"
+#include "tiles_common.h"
 
 #include <algorithm>
 #include <climits>
@@ -340,31 +341,14 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
     }
     window = &partial;
     numFieldLines = 0;
-    int s = numSubPixels;
-    int x0 = partial.tileX0, x1 = partial.tileX1, y0 = partial.tileY0, y1 = partial.tileY1;
+    const unsigned* cells = sobolCells ? sobolCells->data() : nullptr;
+    TileSeeds seeds(seedingMethod, numSubPixels, partial.tileX0, partial.tileY0, partial.tileX1,
+                    partial.tileY1, cells, cells ? (*sobolStart)[tile] : 0,
+                    cells ? (*sobolStart)[tile + 1] : 0);
     try {
-        if (seedingMethod == 0) {
-            for (int j = 0; j < s; j++)
-                for (int i = 0; i < s; i++)
-                    for (int y = y0; y < y1; y++)
-                        for (int x = x0; x < x1; x++)
-                            seedCell(x, y, i, j, mask, seedMap);
-        } else if (seedingMethod == 1) {
-            for (int j = 0; j < s; j++)
-                for (int i = 0; i < s; i++)
-                    for (const int* o : offset)
-                        for (int y = y0 + ((o[1] - y0) % 4 + 4) % 4; y < y1; y += 4)
-                            for (int x = x0 + ((o[0] - x0) % 4 + 4) % 4; x < x1; x += 4)
-                                seedCell(x, y, i, j, mask, seedMap);
-        } else if (seedingMethod == 2 && sobolCells) {
-            unsigned cellsAcross = static_cast<unsigned>(x1 - x0) * s;
-            for (int k = (*sobolStart)[tile]; k < (*sobolStart)[tile + 1]; k++) {
-                unsigned cell = (*sobolCells)[k];
-                int X = static_cast<int>(cell % cellsAcross) + x0 * s;
-                int Y = static_cast<int>(cell / cellsAcross) + y0 * s;
-                seedCell(X / s, Y / s, X % s, Y % s, mask, seedMap);
-            }
-        }
+        int x, y, i, j;
+        while (seeds.next(x, y, i, j))
+            seedCell(x, y, i, j, mask, seedMap);
     } catch (const std::bad_alloc&) {
         window = nullptr;
         return 0;

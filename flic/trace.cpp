@@ -51,17 +51,19 @@ Vec2f FlicCompute::seedVector(const Vec2f& seed) const {
     return v;
 }
 
-void FlicCompute::sample(const Vec2f& seed) {
+// Checks a seed and finds the direction its line starts in: 1 with `v` when a line is to be
+// traced (counted in numFieldLines), 0 when the seed gives none.
+int FlicCompute::beginLine(const Vec2f& seed, Vec2f& v) {
     if (!points || (!accum && !window) || !samples || !sums || !positions || !field || !texture ||
         !forward || !backward || !getPixel || kernelSteps < 1)
-        return;
+        return 0;
     // Seeds outside the field would read beyond its nodes.
     if (!(seed.x >= 0.0f && seed.x < field->width && seed.y >= 0.0f && seed.y < field->height))
-        return;
-    if (noDataCells && !keepsPoint(seed)) return; // no line from a no-data cell
-    Vec2f v = seedVector(seed);
+        return 0;
+    if (noDataCells && !keepsPoint(seed)) return 0; // no line from a no-data cell
+    v = seedVector(seed);
     float length2 = v.x * v.x + v.y * v.y;
-    if (length2 == 0.0f || std::isnan(length2)) return;
+    if (length2 == 0.0f || std::isnan(length2)) return 0;
     numFieldLines++;
     float length = sqrtf(length2);
     v.x = v.x / length;
@@ -72,20 +74,34 @@ void FlicCompute::sample(const Vec2f& seed) {
         v.x = -v.x;
         v.y = -v.y;
     }
+    return 1;
+}
 
+void FlicCompute::sample(const Vec2f& seed) {
+    Vec2f v;
+    if (!beginLine(seed, v)) return;
+    forward->init(seed, v);
+    backward->init(seed, v);
+    positions[maxSteps] = seed;
+    int hi = traceSide(forward, 1);
+    int lo = traceSide(backward, -1);
+    finishLine(lo, hi);
+}
+
+void FlicCompute::finishLine(int lo, int hi) {
     // The engine's own lookups are inlined into the line loop; textures without a wrap period
     // and lookups installed by the host go through the pointer.
     bool periodic = TexelSource(texture).periodic;
     if (periodic && getPixel == getPixelBilinear1)
-        traceAndConvolve<LOOKUP_BILINEAR1>(seed, v);
+        convolveLine<LOOKUP_BILINEAR1>(lo, hi);
     else if (periodic && getPixel == getPixelBilinearN)
-        traceAndConvolve<LOOKUP_BILINEARN>(seed, v);
+        convolveLine<LOOKUP_BILINEARN>(lo, hi);
     else if (periodic && getPixel == getPixelConst1)
-        traceAndConvolve<LOOKUP_CONST1>(seed, v);
+        convolveLine<LOOKUP_CONST1>(lo, hi);
     else if (periodic && getPixel == getPixelConstN)
-        traceAndConvolve<LOOKUP_CONSTN>(seed, v);
+        convolveLine<LOOKUP_CONSTN>(lo, hi);
     else
-        traceAndConvolve<LOOKUP_POINTER>(seed, v);
+        convolveLine<LOOKUP_POINTER>(lo, hi);
 }
 
 // Traces one side of the line (sign +1 forward, -1 backward) into `positions`: N core steps
@@ -440,13 +456,7 @@ FLIC_ALWAYS_INLINE void locatePoints(const RECORDER& recorder, bool windowed,
 } // namespace
 
 template <int KIND>
-void FlicCompute::traceAndConvolve(const Vec2f& seed, const Vec2f& v) {
-    forward->init(seed, v);
-    backward->init(seed, v);
-    int c = maxSteps;
-    positions[c] = seed;
-    int hi = traceSide(forward, 1);
-    int lo = traceSide(backward, -1);
+void FlicCompute::convolveLine(int lo, int hi) {
     bool cutLo = false, cutHi = false;
     if (endsEarly) endLineEarly(lo, hi, cutLo, cutHi);
 
