@@ -112,6 +112,7 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
     }
     totalHits = 0;
     numFieldLines = 0;
+    tracedPoints = 0;
 }
 
 // Steps of start that derive the working quantities: the inputs, the scales, the integrators'

@@ -34,7 +34,11 @@ class MUSKEIP_API FlicWatch {
     float seconds() const;
 };
 
+struct FlicLaneTracer; // the tiled engine's SIMD lane tracer (internal)
+
 class MUSKEIP_API FlicCompute {
+    friend struct FlicLaneTracer; // traces lines of several tiles at once
+
   public:
     // Both are stored as int: a host may hand over any int value (the engine then uses the box
     // formula, respectively the bilinear lookup), and every int is a value of these types.
@@ -79,6 +83,7 @@ class MUSKEIP_API FlicCompute {
     int numSubCells;                      // S^2
     int totalHits;                        // sum of all hit counts of the last computation
     int numFieldLines;                    // lines traced in the last computation
+    long long tracedPoints = 0; // points of those lines (seed and both sides), last pass
     FlicVectorField* field;               // borrowed during a computation
     FlicImage* texture;                   // borrowed during a computation
     FlicIntegrator* forward;              // owned, direction +1
@@ -97,6 +102,12 @@ class MUSKEIP_API FlicCompute {
     int tileSize = 0;
     // Threads of the tiled mode: 0 = every core the system reports, 1 = the calling thread.
     int numThreads = 0;
+    // Tiled mode: the lines of how many tiles one thread traces at once, one per SIMD lane of
+    // the trial steps: 0 = the widest the processor offers (16 with AVX-512, 8 with AVX2, else
+    // 4), 1 = one tile at a time with the scalar tracer; other values are brought to the
+    // nearest width offered (the widest not above it, else the narrowest). The bytes do not
+    // depend on it. Lines of integrators other than RK43 take the scalar tracer.
+    int simdLanes = 0;
     // Modes for real data (all off by default). A line that ends at a closed border or at a
     // no-data cell gives its points near that end values of the kernel part it covers, with
     // the weights renormalised to that part.
@@ -157,6 +168,8 @@ class MUSKEIP_API FlicCompute {
     void setTileSize(int size) { tileSize = size; }
     // Threads for the tiled mode, 0 (all cores) to 1024. Checked by compute.
     void setNumThreads(int count) { numThreads = count; }
+    // SIMD lanes of the tiled mode (0 = the widest, 1 = scalar). Checked by compute.
+    void setSimdLanes(int count) { simdLanes = count; }
     // Border mode of each axis (PERIODIC or CLOSED).
     void setBorders(BorderMode x, BorderMode y) {
         borderX = x;
@@ -347,6 +360,10 @@ class MUSKEIP_API FlicCompute {
     int traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
                   const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart,
                   bool zeroed);
+    // traceTile's first and last steps: the window set up and zeroed and the line count
+    // cleared (0 without memory); the line count stored in the window.
+    int beginTile(int tile, TileWindow& partial, bool zeroed);
+    void endTile(TileWindow& partial);
     void reportProgress(long long done, long long total);
     int installIntegrators(FlicIntegrator* forwardOne, FlicIntegrator* backwardOne);
     int checkInputs(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,

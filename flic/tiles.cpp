@@ -328,6 +328,21 @@ int FlicCompute::becomeTracerOf(const FlicCompute& parent) {
 int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
                            const std::vector<unsigned>* sobolCells,
                            const std::vector<int>* sobolStart, bool zeroed) {
+    if (!beginTile(tile, partial, zeroed)) return 0;
+    TileSeeds seeds = seedsOfTile(*this, tile, partial, sobolCells, sobolStart);
+    try {
+        int x, y, i, j;
+        while (seeds.next(x, y, i, j))
+            seedCell(x, y, i, j, mask, seedMap);
+    } catch (const std::bad_alloc&) {
+        window = nullptr;
+        return 0;
+    }
+    endTile(partial);
+    return 1;
+}
+
+int FlicCompute::beginTile(int tile, TileWindow& partial, bool zeroed) {
     setUpWindow(tile, partial);
     try {
         size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
@@ -341,21 +356,22 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
     }
     window = &partial;
     numFieldLines = 0;
-    const unsigned* cells = sobolCells ? sobolCells->data() : nullptr;
-    TileSeeds seeds(seedingMethod, numSubPixels, partial.tileX0, partial.tileY0, partial.tileX1,
-                    partial.tileY1, cells, cells ? (*sobolStart)[tile] : 0,
-                    cells ? (*sobolStart)[tile + 1] : 0);
-    try {
-        int x, y, i, j;
-        while (seeds.next(x, y, i, j))
-            seedCell(x, y, i, j, mask, seedMap);
-    } catch (const std::bad_alloc&) {
-        window = nullptr;
-        return 0;
-    }
+    return 1;
+}
+
+void FlicCompute::endTile(TileWindow& partial) {
     partial.numFieldLines = numFieldLines;
     window = nullptr;
-    return 1;
+}
+
+TileSeeds muskeip::detail::seedsOfTile(const FlicCompute& engine, int tile,
+                                       const FlicCompute::TileWindow& partial,
+                                       const std::vector<unsigned>* sobolCells,
+                                       const std::vector<int>* sobolStart) {
+    const unsigned* cells = sobolCells ? sobolCells->data() : nullptr;
+    return TileSeeds(engine.seedingMethod, engine.numSubPixels, partial.tileX0, partial.tileY0,
+                     partial.tileX1, partial.tileY1, cells, cells ? (*sobolStart)[tile] : 0,
+                     cells ? (*sobolStart)[tile + 1] : 0);
 }
 
 // Buckets the quasi-random cells by tile in one pass over the sequence per count and fill:
@@ -389,8 +405,53 @@ static int bucketSobolCells(const FlicCompute& engine, std::vector<unsigned>& ce
 
 // --- The threaded driver ----------------------------------------------------------------------
 
-// Runs every tile on numThreads threads (the calling thread alone for 1), adds the windows into
-// accum under per-band locks and normalises. The calling thread reports progress by tiles.
+int TileSchedule::take(bool wait, int held) {
+    std::unique_lock<std::mutex> lock(state);
+    if (wait) {
+        waitingThreads++;
+        while (ready.empty() && !failed && tilesDone < tiles)
+            changed.wait(lock);
+        waitingThreads--;
+    }
+    if (ready.empty() || failed) return -1;
+    if (held > 0) {
+        long long atHand = static_cast<long long>(ready.size()) + inFlight;
+        if (waitingThreads > 0 || held >= (atHand + threads - 1) / threads) return -1;
+    }
+    inFlight++;
+    int tile = ready.back();
+    ready.pop_back();
+    return tile;
+}
+
+int TileSchedule::finish(int tile, int tileLines, bool ok) {
+    std::lock_guard<std::mutex> lock(state);
+    if (!ok) failed = true;
+    inFlight--;
+    lines += tileLines;
+    int done = ++tilesDone;
+    for (int next : later[tile])
+        if (--waitingFor[next] == 0) ready.push_back(next);
+    changed.notify_all();
+    return done;
+}
+
+bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, int* records,
+                                        std::mutex* bands, int bandRows,
+                                        std::vector<int>& overflow) {
+    mergeWindow(partial, records, MergeLocks{bands, bandRows}, true, false);
+    try {
+        overflow.insert(overflow.end(), partial.overflow.begin(), partial.overflow.end());
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+// Runs every tile on numThreads threads (the calling thread alone for 1), each thread tracing
+// the lines of one tile at a time or, with SIMD lanes, of several tiles at once; adds the
+// windows into accum under per-band locks and normalises. The calling thread reports progress
+// by tiles.
 int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
     int tilesX, tilesY;
     tileGrid(texWidth, texHeight, tilesX, tilesY);
@@ -403,15 +464,20 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     int threads = numThreads;
     if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
     threads = std::max(1, std::min(threads, tiles));
+    LanePlan plan = planLanes(*this);
+    const int lanes = plan.lanes;
+    flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles,
+              threads, plan.note.c_str());
 
+    // One tracer and one window per lane of every thread: the tiles in flight.
     std::vector<std::unique_ptr<FlicCompute>> tracers;
-    for (int k = 0; k < threads; k++) {
+    for (int k = 0; k < threads * lanes; k++) {
         std::unique_ptr<FlicCompute> tracer(new (std::nothrow) FlicCompute);
         if (!tracer || !tracer->becomeTracerOf(*this)) {
             if (tracer) tracer->freeBuffers();
             for (auto& made : tracers)
                 made->freeBuffers();
-            return flic_error("LIC: no memory for %d tile tracers", threads);
+            return flic_error("LIC: no memory for %d tile tracers", threads * lanes);
         }
         tracers.push_back(std::move(tracer));
     }
@@ -419,7 +485,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     std::unique_ptr<std::mutex[]> bands(new (std::nothrow) std::mutex[tilesY]);
     if (!bands) return flic_error("LIC: no memory for the tile locks");
     int bandRows = tilesY == 1 ? texHeight : tileSize;
-    MergeLocks locks{threads > 1 ? bands.get() : nullptr, bandRows};
+    std::mutex* locks = threads > 1 ? bands.get() : nullptr;
 
     // The picture's records are touched here, page by page, so that the threads' merges do not
     // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel).
@@ -432,91 +498,72 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
     // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage
     // from its own lines and exactly those of its earlier neighbours.
+    TileSchedule schedule;
+    schedule.tiles = tiles;
+    schedule.threads = threads;
     std::vector<int> phaseOf;
     phasesOfTiles(phaseOf);
-    std::vector<std::vector<int>> later(tiles);
-    std::vector<int> waitingFor(tiles, 0);
-    tileNeighbours(phaseOf, later, waitingFor);
+    schedule.later.assign(tiles, std::vector<int>());
+    schedule.waitingFor.assign(tiles, 0);
+    tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
     for (auto& tracer : tracers) {
         tracer->coveredRecords = accum; // read only inside a tile, see above
         tracer->coveredWidth = texWidth;
     }
-
-    std::mutex state;
-    std::condition_variable changed;
-    std::vector<int> ready; // tiles whose earlier neighbours are all merged
     for (int tile = tiles - 1; tile >= 0; tile--)
-        if (waitingFor[tile] == 0) ready.push_back(tile);
-    int tilesDone = 0, running = 0, lines = 0;
-    bool failed = false;
+        if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
-    // Per tracer: its window, kept zeroed between tiles, and the overflow of its tiles, added
-    // when every tile is done: overflow may fall anywhere, and coverage is judged from the
-    // windows of the earlier neighbours only.
-    std::vector<TileWindow> windows(threads);
+    // Per tracer: its window, kept zeroed between tiles; per thread: the overflow of its
+    // tiles, added when every tile is done: overflow may fall anywhere, and coverage is judged
+    // from the windows of the earlier neighbours only.
+    std::vector<TileWindow> windows(threads * lanes);
     std::vector<std::vector<int>> overflows(threads);
 
     auto work = [&](int k, bool reports) {
-        FlicCompute* tracer = tracers[k].get();
-        TileWindow& partial = windows[k];
-        std::unique_lock<std::mutex> lock(state);
-        for (;;) {
-            while (ready.empty() && !failed && tilesDone < tiles)
-                changed.wait(lock);
-            if (ready.empty() || failed) break;
-            int tile = ready.back();
-            ready.pop_back();
-            lock.unlock();
-            bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true);
-            if (ok) {
-                mergeWindow(partial, accum, locks, true, false);
-                try {
-                    overflows[k].insert(overflows[k].end(), partial.overflow.begin(),
-                                        partial.overflow.end());
-                } catch (const std::bad_alloc&) {
-                    ok = false;
-                }
+        if (lanes > 1) {
+            LaneWork job{this,  &tracers[k * lanes], &windows[k * lanes], &plan,
+                         &schedule, mask,            seedMap,             cells,
+                         starts, locks,              bandRows,            &overflows[k],
+                         reports};
+            FlicLaneTracer::traceTiles(job);
+        } else {
+            FlicCompute* tracer = tracers[k].get();
+            TileWindow& partial = windows[k];
+            for (int tile; (tile = schedule.take(true)) >= 0;) {
+                bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true) &&
+                          mergeFinishedTile(partial, accum, locks, bandRows, overflows[k]);
+                int done = schedule.finish(tile, partial.numFieldLines, ok);
+                if (reports) reportProgress(done, tiles);
             }
-            lock.lock();
-            if (!ok) failed = true;
-            lines += partial.numFieldLines;
-            int done = ++tilesDone;
-            for (int next : later[tile])
-                if (--waitingFor[next] == 0) ready.push_back(next);
-            if (reports) {
-                lock.unlock();
-                reportProgress(done, tiles);
-                lock.lock();
-            }
-            changed.notify_all();
         }
-        running--;
-        changed.notify_all();
+        std::lock_guard<std::mutex> lock(schedule.state);
+        schedule.running--;
+        schedule.changed.notify_all();
     };
 
     std::vector<std::thread> pool;
     if (threads > 1) {
         for (int k = 0; k < threads; k++) {
             {
-                std::lock_guard<std::mutex> guard(state);
-                running++;
+                std::lock_guard<std::mutex> guard(schedule.state);
+                schedule.running++;
             }
             try {
                 pool.emplace_back(work, k, false);
             } catch (const std::system_error&) {
                 // fewer threads than asked: the ones that started share the tiles
-                std::lock_guard<std::mutex> guard(state);
-                running--;
+                std::lock_guard<std::mutex> guard(schedule.state);
+                schedule.running--;
                 break;
             }
         }
-        std::unique_lock<std::mutex> lock(state);
+        std::unique_lock<std::mutex> lock(schedule.state);
         int reported = 0;
-        while (running > 0) {
-            changed.wait(lock);
-            if (tilesDone > reported) {
-                reported = tilesDone;
+        while (schedule.running > 0) {
+            schedule.changed.wait(lock);
+            if (schedule.tilesDone > reported) {
+                reported = schedule.tilesDone;
                 lock.unlock();
                 reportProgress(reported, tiles);
                 lock.lock();
@@ -526,7 +573,10 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         for (std::thread& thread : pool)
             thread.join();
     }
-    if (pool.empty()) work(0, true);
+    if (pool.empty()) {
+        schedule.running = 1;
+        work(0, true);
+    }
     for (std::vector<int>& overflow : overflows) {
         TileWindow entries;
         entries.imageWidth = texWidth;
@@ -537,8 +587,10 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     }
     for (auto& tracer : tracers)
         tracer->freeBuffers();
-    if (failed) return flic_error("LIC: no memory for the tile windows");
-    numFieldLines = lines;
+    if (schedule.failed) return flic_error("LIC: no memory for the tile windows");
+    numFieldLines = schedule.lines;
+    for (auto& tracer : tracers)
+        tracedPoints += tracer->tracedPoints;
     normalize(output);
     return 1;
 }

@@ -4,9 +4,12 @@
 #define MUSKEIP_TILES_COMMON_H
 
 #include "compute.h"
+#include "lane_trials_common.h"
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace muskeip {
@@ -34,6 +37,12 @@ class TileSeeds {
     void startOffset();      // pattern: the first cell of offset o or of the next offsets
 };
 
+// The seeds of tile `tile`, whose window `partial` has been set up; the quasi-random buckets
+// when the seeding is quasi-random.
+TileSeeds seedsOfTile(const FlicCompute& engine, int tile, const FlicCompute::TileWindow& partial,
+                      const std::vector<unsigned>* sobolCells,
+                      const std::vector<int>* sobolStart);
+
 // Tiles waiting, ready and done, shared by the threads of one computation under one lock. A
 // tile is ready once every tile of an earlier phase that reaches into it, or into which it
 // reaches, is done.
@@ -44,11 +53,16 @@ struct TileSchedule {
     std::vector<std::vector<int>> later;  // per tile: the tiles that wait for it
     std::vector<int> waitingFor;          // per tile: tiles it still waits for
     int tiles = 0, tilesDone = 0, running = 0, lines = 0;
+    int threads = 1;        // threads that take tiles
+    int inFlight = 0;       // tiles taken and not yet done
+    int waitingThreads = 0; // threads asleep in take
     bool failed = false;
 
     // A ready tile, or -1 when none: after a failure, when every tile is taken, or (without
     // `wait`) when none is ready yet. With `wait` it sleeps until one is ready or all are done.
-    int take(bool wait);
+    // A thread that already holds `held` tiles (the lane tracer) gets another only while no
+    // thread waits for one and its tiles stay within a fair share of the tiles at hand.
+    int take(bool wait, int held = 0);
     // Records a tile as done with its line count (ok false: it failed) and readies the tiles
     // that waited for it. Returns the number of tiles done.
     int finish(int tile, int lines, bool ok);
@@ -60,7 +74,67 @@ struct TileSchedule {
 bool mergeFinishedTile(FlicCompute::TileWindow& partial, int* records, std::mutex* bands,
                        int bandRows, std::vector<int>& overflow);
 
+// How a tiled computation traces its tiles: `lanes` tiles at once per thread, or one at a
+// time with the scalar tracer (lanes 1); `note` says which and why, for the verbose report.
+// The trial kernels offered up to that width, narrowest first: a batch in which only a few
+// lanes ask for a trial takes the narrowest kernel that holds them.
+struct LanePlan {
+    int lanes = 1;
+    int kernelCount = 0;
+    int widths[3] = {0, 0, 0};
+    TrialKernel kernels[3] = {nullptr, nullptr, nullptr};
+    std::string note;
+};
+// The plan for the engine's settings (simdLanes, integrators, field) on this processor.
+LanePlan planLanes(const FlicCompute& engine);
+
+// What one thread of the tiled driver hands to the lane tracer: its `lanes` tracers and
+// windows, the shared schedule and the computation's inputs.
+struct LaneWork {
+    FlicCompute* parent; // reports progress
+    std::unique_ptr<FlicCompute>* tracers;
+    FlicCompute::TileWindow* windows;
+    const LanePlan* plan;
+    TileSchedule* schedule;
+    FlicImage* mask;
+    FlicImage* seedMap;
+    const std::vector<unsigned>* sobolCells;
+    const std::vector<int>* sobolStart;
+    std::mutex* bands;
+    int bandRows;
+    std::vector<int>* overflow;
+    bool reports; // this thread reports progress
+};
+
 } // namespace detail
 } // namespace muskeip
+
+// The lane tracer (outside the library's namespace: the engine's friend): takes tiles from the schedule until none is left, traces the lines of one
+// tile per lane, each lane's points exactly those of the scalar tracer, and merges each tile
+// when it is done (a tile that runs out of memory is marked failed in the schedule).
+struct FlicLaneTracer {
+    static void traceTiles(muskeip::detail::LaneWork& work);
+
+    // The engine's own steps that a lane takes (see FlicCompute).
+    static int seedOfCell(const FlicCompute& e, int x, int y, int i, int j, Vec2f& seed) {
+        return e.seedOfCell(x, y, i, j, seed);
+    }
+    static int beginLine(FlicCompute& e, const Vec2f& seed, Vec2f& v) {
+        return e.beginLine(seed, v);
+    }
+    static void finishLine(FlicCompute& e, int lo, int hi) { e.finishLine(lo, hi); }
+    static void markSeed(const FlicCompute& e, int x, int y, const Vec2f& seed, FlicImage* mask,
+                         FlicImage* seedMap) {
+        e.markSeed(x, y, seed, mask, seedMap);
+    }
+    static int beginTile(FlicCompute& e, int tile, FlicCompute::TileWindow& partial) {
+        return e.beginTile(tile, partial, true);
+    }
+    static void endTile(FlicCompute& e, FlicCompute::TileWindow& partial) { e.endTile(partial); }
+    static void reportProgress(FlicCompute& e, long long done, long long total) {
+        e.reportProgress(done, total);
+    }
+    static Vec2f* positions(FlicCompute& e) { return e.positions; }
+};
 
 #endif

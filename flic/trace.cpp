@@ -89,6 +89,7 @@ void FlicCompute::sample(const Vec2f& seed) {
 }
 
 void FlicCompute::finishLine(int lo, int hi) {
+    tracedPoints += hi - lo + 1;
     // The engine's own lookups are inlined into the line loop; textures without a wrap period
     // and lookups installed by the host go through the pointer.
     bool periodic = TexelSource(texture).periodic;

@@ -130,7 +130,8 @@ class TestParameters:
         with caplog.at_level(logging.INFO, logger="muskeip"):
             muskeip.lic(u, v, noise, length=7, kernel="box", subpixels=2)
         texts = [r.getMessage() for r in caplog.records if r.name == "muskeip"]
-        assert texts[0] == "computing LIC image (L=7, filter=box, mask=2x2)" and len(texts) == 4
+        assert texts[0] == "computing LIC image (L=7, filter=box, mask=2x2)" and len(texts) == 5
+        assert texts[1].startswith("LIC: tiled mode (tile size ") and "lanes" in texts[1]
         assert capfd.readouterr().err == ""
 
 

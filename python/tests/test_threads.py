@@ -60,7 +60,7 @@ def test_records_of_concurrent_computations(caplog):
     with caplog.at_level(logging.INFO, logger="muskeip"):
         run_in_threads(lic_job, 8)
     starts = [r for r in caplog.records if r.getMessage().startswith("computing LIC image")]
-    assert len(starts) == 8 and len(caplog.records) == 32
+    assert len(starts) == 8 and len(caplog.records) == 40
 
 
 def other_thread_ran_during(call):
