@@ -49,13 +49,13 @@ int main(int argc, char** argv) {
     }
     flic_verbosity = 1;
     flic_info_handler = keepPlan;
-    const Variant variants[] = {{"serial", 0, 1, 1},   {"scalar-1", tile, 1, 1},
-                                {"lanes4-1", tile, 1, 4}, {"lanes8-1", tile, 1, 8},
+    const Variant variants[] = {{"serial", 0, 1, 1},        {"scalar-1", tile, 1, 1},
+                                {"lanes4-1", tile, 1, 4},   {"lanes8-1", tile, 1, 8},
                                 {"lanes16-1", tile, 1, 16}, {"scalar-2", tile, 2, 1},
                                 {"widest-2", tile, 2, 0}};
     const int nv = sizeof variants / sizeof variants[0];
-    printf("tiles of %d pixels; medians of %d interleaved runs; ms and ns per traced point\n",
-           tile, repeats);
+    printf("tiles of %d pixels; medians of %d interleaved runs; ms and ns per traced point\n", tile,
+           repeats);
     for (int size : {1024, 2048}) {
         if (quick && size > 1024) continue;
         FlicVectorField field = vortexSaddle(size / 4 + 1);
@@ -79,8 +79,8 @@ int main(int argc, char** argv) {
                     points[v] = engine.tracedPoints;
                     plans[v] = lastPlan;
                     if (v == 1) reference = output;
-                    if (v > 1 && memcmp(reference.data, output.data,
-                                        static_cast<size_t>(size) * size) != 0)
+                    if (v > 1 &&
+                        memcmp(reference.data, output.data, static_cast<size_t>(size) * size) != 0)
                         equal = false;
                 }
             }

@@ -83,7 +83,7 @@ class MUSKEIP_API FlicCompute {
     int numSubCells;                      // S^2
     int totalHits;                        // sum of all hit counts of the last computation
     int numFieldLines;                    // lines traced in the last computation
-    long long tracedPoints = 0; // points of those lines (seed and both sides), last pass
+    long long tracedPoints = 0;           // points of those lines (seed and both sides), last pass
     FlicVectorField* field;               // borrowed during a computation
     FlicImage* texture;                   // borrowed during a computation
     FlicIntegrator* forward;              // owned, direction +1

@@ -39,8 +39,12 @@ struct Ops4 {
         std::memcpy(&v, p, sizeof v);
         return v;
     }
-    static void store(float* p, VF v) { std::memcpy(p, &v, sizeof v); }
-    static void store(int* p, VI v) { std::memcpy(p, &v, sizeof v); }
+    static void store(float* p, VF v) {
+        std::memcpy(p, &v, sizeof v);
+    }
+    static void store(int* p, VI v) {
+        std::memcpy(p, &v, sizeof v);
+    }
 };
 
 void trials4(TrialBatch& batch) {

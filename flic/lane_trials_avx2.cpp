@@ -12,7 +12,9 @@ namespace {
 struct OpsAVX2 {
     typedef float VF __attribute__((vector_size(32)));
     typedef int VI __attribute__((vector_size(32)));
-    static VF sqrt(VF v) { return reinterpret_cast<VF>(_mm256_sqrt_ps(reinterpret_cast<__m256>(v))); }
+    static VF sqrt(VF v) {
+        return reinterpret_cast<VF>(_mm256_sqrt_ps(reinterpret_cast<__m256>(v)));
+    }
     // Lanes l and l + 4 of part k: two 128-bit loads joined.
     static __m256 pair(const float* base, VI index, int k) {
         return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(base + index[k])),

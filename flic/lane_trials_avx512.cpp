@@ -18,7 +18,9 @@ namespace {
 struct OpsAVX512 {
     typedef float VF __attribute__((vector_size(64)));
     typedef int VI __attribute__((vector_size(64)));
-    static VF sqrt(VF v) { return reinterpret_cast<VF>(_mm512_sqrt_ps(reinterpret_cast<__m512>(v))); }
+    static VF sqrt(VF v) {
+        return reinterpret_cast<VF>(_mm512_sqrt_ps(reinterpret_cast<__m512>(v)));
+    }
     // Lanes l, l + 4, l + 8, l + 12 of part k: four 128-bit loads joined.
     static __m512 quad(const float* base, VI index, int k) {
         __m512 v = _mm512_castps128_ps512(_mm_loadu_ps(base + index[k]));

@@ -19,7 +19,7 @@ namespace detail {
 // Four floats from each of four places p[0] .. p[3] (in each 128-bit part of the vectors)
 // turned into four vectors of one float from every place: x0[k] = p[k][0] and so on. VF is a
 // vector of 4, 8 or 16 floats; the shuffles stay within 128-bit parts.
-#define FLIC_TRANSPOSE4(UNPACKLO, UNPACKHI, SHUFFLE, r0, r1, r2, r3, out)                         \
+#define FLIC_TRANSPOSE4(UNPACKLO, UNPACKHI, SHUFFLE, r0, r1, r2, r3, out)                          \
     do {                                                                                           \
         auto t0 = UNPACKLO(r0, r1), t1 = UNPACKLO(r2, r3);                                         \
         auto t2 = UNPACKHI(r0, r1), t3 = UNPACKHI(r2, r3);                                         \
@@ -73,9 +73,9 @@ struct Rk43Trials {
     const TrialBatch& b;
     VI zeroI, oneI, twoI;
     VF zeroF;
-    VI alive;     // lanes whose trial has not failed yet
-    VI code;      // failure codes
-    VF speed;     // speed of the last sample
+    VI alive; // lanes whose trial has not failed yet
+    VI code;  // failure codes
+    VF speed; // speed of the last sample
     VI speedTaken;
 
     explicit Rk43Trials(const TrialBatch& batch) : b(batch) {

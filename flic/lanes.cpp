@@ -73,8 +73,8 @@ struct LaneSteps {
     static int runOnCubic(Lane& lane, int limit) {
         FlicCompute& e = *lane.engine;
         int c = e.maxSteps;
-        int made = lane.integrator->pointsOnCubic(FlicLaneTracer::positions(e) + c + lane.sign * lane.s, lane.sign,
-                                                  limit);
+        int made = lane.integrator->pointsOnCubic(
+            FlicLaneTracer::positions(e) + c + lane.sign * lane.s, lane.sign, limit);
         for (int r = 0; r < made; r++)
             e.points[c + lane.sign * (lane.s + r)].status = 0;
         lane.s += made;
@@ -201,8 +201,7 @@ static bool resumeLane(Lane& lane, const TrialBatch& batch, int l) {
     if (batch.reached[l] >= 2) in.d1 = Vec2f{batch.d1x[l], batch.d1y[l]};
     if (batch.speedTaken[l]) in.speed = batch.speed[l];
     int status;
-    if (!in.continuePoint(batch.code[l], Vec2f{batch.errX[l], batch.errY[l]}, status))
-        return true;
+    if (!in.continuePoint(batch.code[l], Vec2f{batch.errX[l], batch.errY[l]}, status)) return true;
     LaneSteps::completeFullStep(lane, status);
     if (lane.stage == CORE_WAIT) {
         lane.stage = CORE;

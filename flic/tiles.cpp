@@ -163,6 +163,7 @@ int FlicCompute::checkTileSettings() const {
                           minTileSize);
     if (numThreads < 0 || numThreads > maxThreads)
         return flic_error("LIC: number of threads %d outside 0 .. %d", numThreads, maxThreads);
+    if (simdLanes < 0) return flic_error("LIC: SIMD lanes %d is negative", simdLanes);
     return 1;
 }
 
@@ -466,8 +467,8 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     threads = std::max(1, std::min(threads, tiles));
     LanePlan plan = planLanes(*this);
     const int lanes = plan.lanes;
-    flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles,
-              threads, plan.note.c_str());
+    flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles, threads,
+              plan.note.c_str());
 
     // One tracer and one window per lane of every thread: the tiles in flight.
     std::vector<std::unique_ptr<FlicCompute>> tracers;
@@ -522,9 +523,18 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
 
     auto work = [&](int k, bool reports) {
         if (lanes > 1) {
-            LaneWork job{this,  &tracers[k * lanes], &windows[k * lanes], &plan,
-                         &schedule, mask,            seedMap,             cells,
-                         starts, locks,              bandRows,            &overflows[k],
+            LaneWork job{this,
+                         &tracers[k * lanes],
+                         &windows[k * lanes],
+                         &plan,
+                         &schedule,
+                         mask,
+                         seedMap,
+                         cells,
+                         starts,
+                         locks,
+                         bandRows,
+                         &overflows[k],
                          reports};
             FlicLaneTracer::traceTiles(job);
         } else {

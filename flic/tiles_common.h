@@ -29,19 +29,18 @@ class TileSeeds {
   private:
     int method, s, x0, y0, x1, y1;
     const unsigned* cells;
-    int k, end;          // quasi-random: the next bucket entry and its end
-    int x, y, i, j, o;   // raster and pattern: the next cell, o the pattern's offset
+    int k, end;        // quasi-random: the next bucket entry and its end
+    int x, y, i, j, o; // raster and pattern: the next cell, o the pattern's offset
     bool done;
     int firstX(int o) const; // the pattern's first column and row of offset o in the tile
     int firstY(int o) const;
-    void startOffset();      // pattern: the first cell of offset o or of the next offsets
+    void startOffset(); // pattern: the first cell of offset o or of the next offsets
 };
 
 // The seeds of tile `tile`, whose window `partial` has been set up; the quasi-random buckets
 // when the seeding is quasi-random.
 TileSeeds seedsOfTile(const FlicCompute& engine, int tile, const FlicCompute::TileWindow& partial,
-                      const std::vector<unsigned>* sobolCells,
-                      const std::vector<int>* sobolStart);
+                      const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart);
 
 // Tiles waiting, ready and done, shared by the threads of one computation under one lock. A
 // tile is ready once every tile of an earlier phase that reaches into it, or into which it
@@ -49,9 +48,9 @@ TileSeeds seedsOfTile(const FlicCompute& engine, int tile, const FlicCompute::Ti
 struct TileSchedule {
     std::mutex state;
     std::condition_variable changed;
-    std::vector<int> ready;               // tiles to take, the last first
-    std::vector<std::vector<int>> later;  // per tile: the tiles that wait for it
-    std::vector<int> waitingFor;          // per tile: tiles it still waits for
+    std::vector<int> ready;              // tiles to take, the last first
+    std::vector<std::vector<int>> later; // per tile: the tiles that wait for it
+    std::vector<int> waitingFor;         // per tile: tiles it still waits for
     int tiles = 0, tilesDone = 0, running = 0, lines = 0;
     int threads = 1;        // threads that take tiles
     int inFlight = 0;       // tiles taken and not yet done
@@ -109,9 +108,10 @@ struct LaneWork {
 } // namespace detail
 } // namespace muskeip
 
-// The lane tracer (outside the library's namespace: the engine's friend): takes tiles from the schedule until none is left, traces the lines of one
-// tile per lane, each lane's points exactly those of the scalar tracer, and merges each tile
-// when it is done (a tile that runs out of memory is marked failed in the schedule).
+// The lane tracer (outside the library's namespace: the engine's friend): takes tiles from the
+// schedule until none is left, traces the lines of one tile per lane, each lane's points exactly
+// those of the scalar tracer, and merges each tile when it is done (a tile that runs out of memory
+// is marked failed in the schedule).
 struct FlicLaneTracer {
     static void traceTiles(muskeip::detail::LaneWork& work);
 

@@ -111,6 +111,7 @@ struct LicSettings {
     float normalization = 0.0f;
     int tile = 256;  // 0: the serial engine
     int threads = 0; // 0: every core
+    int simdLanes = 0;
     int border[2] = {FlicCompute::PERIODIC, FlicCompute::PERIODIC};
     int orientation = 0;
     int passes = 1;
@@ -141,6 +142,7 @@ void configureEngine(const LicSettings& settings, FlicCompute& engine) {
     engine.setNormalization(settings.normalization);
     engine.setTileSize(settings.tile);
     engine.setNumThreads(settings.threads);
+    engine.setSimdLanes(settings.simdLanes);
     engine.setBorders(static_cast<FlicCompute::BorderMode>(settings.border[0]),
                       static_cast<FlicCompute::BorderMode>(settings.border[1]));
     engine.setOrientation(settings.orientation);
@@ -186,9 +188,12 @@ int runEngine(const LicSettings& settings, FlicVectorField* field, FlicImage* te
 LicSettings engineSettings(double length, const std::string& kernel, const std::string& integrator,
                            long long subpixels, const std::string& seeding,
                            const std::string& interpolation, double normalization,
-                           py::object threads, long long tile, py::object border, bool orientation,
-                           long long passes, long long frames, long long ripples) {
+                           py::object threads, long long tile, long long simdLanes,
+                           py::object border, bool orientation, long long passes, long long frames,
+                           long long ripples) {
     LicSettings settings;
+    if (simdLanes < 0 || simdLanes > 1024) throw py::value_error("simd_lanes must be 0 .. 1024");
+    settings.simdLanes = static_cast<int>(simdLanes);
     settings.length = finiteNonNegative(length, "length");
     settings.normalization = finiteNonNegative(normalization, "normalization");
     settings.kernel = chooseSetting(kernel, flicKernelNames);
@@ -230,11 +235,12 @@ py::object lic(py::object u, py::object v, py::object texture, py::object size, 
                const std::string& kernel, const std::string& integrator, long long subpixels,
                const std::string& seeding, const std::string& interpolation, double normalization,
                const std::string& noise, py::object seed, py::object mask, bool returnSeedmap,
-               py::object threads, long long tile, py::object border, bool orientation,
-               long long passes, long long frames, long long ripples, py::object pictureKeywords) {
+               py::object threads, long long tile, long long simdLanes, py::object border,
+               bool orientation, long long passes, long long frames, long long ripples,
+               py::object pictureKeywords) {
     LicSettings settings =
         engineSettings(length, kernel, integrator, subpixels, seeding, interpolation, normalization,
-                       threads, tile, border, orientation, passes, frames, ripples);
+                       threads, tile, simdLanes, border, orientation, passes, frames, ripples);
     PictureInput pictureInput;
     bool rendered = !pictureKeywords.is_none();
     if (rendered) readPictureSettings(pictureKeywords.cast<py::dict>(), pictureInput);
@@ -482,9 +488,9 @@ void bindLic(py::module_& m) {
           py::arg("seeding") = "pattern", py::arg("interpolation") = "bilinear",
           py::arg("normalization") = 0.0, py::arg("noise") = "uniform", py::arg("seed") = 1,
           py::arg("mask") = py::none(), py::arg("return_seedmap") = false,
-          py::arg("threads") = py::none(), py::arg("tile") = 256, py::arg("border") = "periodic",
-          py::arg("orientation") = false, py::arg("passes") = 1, py::arg("_frames") = 0,
-          py::arg("_ripples") = 2, py::arg("_picture") = py::none(),
+          py::arg("threads") = py::none(), py::arg("tile") = 256, py::arg("simd_lanes") = 0,
+          py::arg("border") = "periodic", py::arg("orientation") = false, py::arg("passes") = 1,
+          py::arg("_frames") = 0, py::arg("_ripples") = 2, py::arg("_picture") = py::none(),
           R"doc(Line integral convolution of a vector field: a uint8 picture as a numpy array.
 
 u, v: 2-D float arrays (any float dtype, any memory order) of the field's x and y
@@ -503,7 +509,9 @@ mask: uint8 (H, W) array of the field's shape; with return_seedmap=True the resu
 where no seed was placed.
 tile: the picture is cut into tiles of this many pixels that are traced independently on
 `threads` threads (None: every core); the bytes depend on the tile size, never on the
-threads. tile=0 runs the serial engine on one thread.
+threads. tile=0 runs the serial engine on one thread. simd_lanes: tiles one thread traces
+at once, one per SIMD lane (0: the widest the processor offers, 1: the scalar tracer); the
+bytes do not depend on it.
 border: 'periodic' (lines go on past the field's edges) or 'closed' (they end there), or a
 pair (x, y) of them. orientation=True: the sign of the vectors is ignored (orientation
 fields). passes: the picture is fed back as the texture this many times. A field with NaN
@@ -519,7 +527,7 @@ animate and render.))doc");
            long long subpixels, const std::string& seeding, const std::string& interpolation,
            double normalization, long long tile, py::object border, bool orientation) {
             return settingsTuple(engineSettings(length, kernel, integrator, subpixels, seeding,
-                                                interpolation, normalization, py::none(), tile,
+                                                interpolation, normalization, py::none(), tile, 0,
                                                 border, orientation, 1, 0, 2));
         },
         py::kw_only(), py::arg("length") = 20.0, py::arg("kernel") = "triangle",

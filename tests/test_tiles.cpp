@@ -223,16 +223,18 @@ TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
         EXPECT_LT(progress.values[k - 1], progress.values[k]);
 
     struct Bad {
-        int tile, threads;
+        int tile, threads, lanes;
         const char* message;
-    } bad[] = {{-1, 1, "LIC: tile size -1 is negative"},
-               {4, 1, "LIC: tile size 4 is below the smallest tile of 8 pixels"},
-               {16, -2, "LIC: number of threads -2 outside 0 .. 1024"},
-               {16, 5000, "LIC: number of threads 5000 outside 0 .. 1024"}};
+    } bad[] = {{-1, 1, 0, "LIC: tile size -1 is negative"},
+               {4, 1, 0, "LIC: tile size 4 is below the smallest tile of 8 pixels"},
+               {16, -2, 0, "LIC: number of threads -2 outside 0 .. 1024"},
+               {16, 5000, 0, "LIC: number of threads 5000 outside 0 .. 1024"},
+               {16, 1, -1, "LIC: SIMD lanes -1 is negative"}};
     for (const Bad& b : bad) {
         FlicCompute refused;
         refused.setTileSize(b.tile);
         refused.setNumThreads(b.threads);
+        refused.setSimdLanes(b.lanes);
         FlicImage untouched(3, 2, 1);
         untouched.clear(7);
         MessageCapture capture;
@@ -277,4 +279,180 @@ TEST(Tiles, LayoutFromSizesMatchesThePhasesOfTheInputs) {
     EXPECT_EQ(0, engine.tileLayout(1, 25, 300, 200, 1, planned, halo));
     EXPECT_EQ(0, engine.tileLayout(33, 25, 0, 200, 1, planned, halo));
     EXPECT_EQ(2u, MessageCapture::errors().size());
+}
+
+// --- SIMD lanes -------------------------------------------------------------------------------
+
+namespace {
+
+// A rough field: random vectors, with NaN nodes, zero nodes and nodes too slow to follow
+// sprinkled in, so that lines fail inside trial steps at every stage, steps are rejected and
+// integrators fall back to Euler steps.
+FlicVectorField roughField(int width, int height, unsigned seed) {
+    FlicVectorField field(width, height);
+    for (int k = 0; k < width * height; k++) {
+        seed = seed * 1103515245u + 12345u;
+        int kind = static_cast<int>((seed >> 16) % 23);
+        float angle = static_cast<float>((seed >> 4) % 6283) * 0.001f;
+        Vec2f v{cosf(angle), sinf(angle)};
+        if (kind == 0) v.x = std::numeric_limits<float>::quiet_NaN();
+        if (kind == 1) v = Vec2f{0.0f, 0.0f};
+        if (kind == 2) v = Vec2f{1e-12f, 0.0f};
+        field.vectors()[k] = v;
+    }
+    return field;
+}
+
+struct LaneRun {
+    Bytes image;
+    int lines, hits;
+    long long points;
+};
+
+// A tiled picture with the settings `configure` makes, on `threads` threads and `lanes` lanes.
+template <class Configure>
+LaneRun laneRun(FlicVectorField& field, FlicImage& texture, int lanes, int threads,
+                Configure configure) {
+    FlicCompute engine;
+    engine.setTileSize(16);
+    engine.setFilterLength(8);
+    engine.extensionLength = 24;
+    engine.setNumThreads(threads);
+    engine.setSimdLanes(lanes);
+    configure(engine);
+    FlicImage output;
+    EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
+    return LaneRun{bytes(output), engine.numFieldLines, engine.totalHits, engine.tracedPoints};
+}
+
+} // namespace
+
+// Every lane width, on one thread or two, traces exactly the scalar tracer's points: the same
+// bytes, lines, hits and traced points, for the kernels, sub-pixels, seeding orders, channels,
+// step controls and modes for real data, on fields whose lines fail in every way.
+TEST(Tiles, SimdLanesGiveTheScalarTracersBytes) {
+    std::vector<FlicVectorField> fields;
+    fields.push_back(vortexSaddle(33, 29));
+    fields.push_back(holesField(33, 29));
+    fields.push_back(roughField(37, 31, 7));
+    struct Case {
+        const char* name;
+        int channels;
+        void (*configure)(FlicCompute&);
+    } cases[] = {
+        {"triangle, pattern", 1, [](FlicCompute&) {}},
+        {"box, raster, S 2", 3,
+         [](FlicCompute& e) {
+             e.setFilterKernel(FlicCompute::BOX);
+             e.seedingMethod = 0;
+             e.setNumSubPixels(2);
+         }},
+        {"cubic, quasi-random", 1,
+         [](FlicCompute& e) {
+             e.setFilterKernel(FlicCompute::CUBIC);
+             e.seedingMethod = 2;
+         }},
+        {"tight tolerance, short steps", 1,
+         [](FlicCompute& e) { e.useRK43(0.5f, 0.01f, 3.0f, 1e-6f); }},
+        {"no minimum step, h 0.7", 1,
+         [](FlicCompute& e) {
+             e.useRK43(2.0f, 0.0f, 20.0f, 0.01f);
+             e.stepLength = 0.7f;
+         }},
+        {"orientation", 1, [](FlicCompute& e) { e.setOrientation(1); }},
+        {"closed borders, no-data", 1,
+         [](FlicCompute& e) {
+             e.setBorders(FlicCompute::CLOSED, FlicCompute::CLOSED);
+             e.setNoData(1);
+         }},
+        {"2 passes, constant lookup", 1,
+         [](FlicCompute& e) {
+             e.setPasses(2);
+             e.setInterpolationMethod(FlicCompute::CONSTANT);
+         }},
+    };
+    for (size_t f = 0; f < fields.size(); f++)
+        for (const Case& c : cases) {
+            std::string label = std::string(c.name) + ", field " + std::to_string(f);
+            FlicImage texture = noise(97, 83, c.channels, 5);
+            LaneRun scalar = laneRun(fields[f], texture, 1, 1, c.configure);
+            EXPECT_GT(scalar.points, 10LL * scalar.lines) << label;
+            for (int lanes : {0, 4, 8, 16})
+                for (int threads : {1, 2}) {
+                    LaneRun run = laneRun(fields[f], texture, lanes, threads, c.configure);
+                    EXPECT_EQ(run.image, scalar.image)
+                        << label << ", lanes " << lanes << ", threads " << threads;
+                    EXPECT_EQ(std::tie(run.lines, run.hits, run.points),
+                              std::tie(scalar.lines, scalar.hits, scalar.points))
+                        << label << ", lanes " << lanes << ", threads " << threads;
+                }
+        }
+
+    // Animation frames from one trace, and a tile as large as the picture (the serial bytes).
+    FlicImage texture = noise(97, 83, 1, 6);
+    FlicImage frames[2][3];
+    for (int lanes : {1, 0}) {
+        FlicCompute engine;
+        engine.setTileSize(16);
+        engine.setSimdLanes(lanes);
+        ASSERT_EQ(engine.computeFrames(&fields[1], &texture, 3, frames[lanes == 0 ? 1 : 0]), 1);
+    }
+    for (int k = 0; k < 3; k++)
+        EXPECT_EQ(bytes(frames[0][k]), bytes(frames[1][k])) << "frame " << k;
+    for (FlicVectorField& field : fields) {
+        FlicCompute serial, whole;
+        whole.setTileSize(128);
+        FlicImage a, b;
+        ASSERT_EQ(serial.compute(&field, &texture, &a), 1);
+        ASSERT_EQ(whole.compute(&field, &texture, &b), 1);
+        EXPECT_EQ(bytes(a), bytes(b));
+        EXPECT_EQ(serial.tracedPoints, whole.tracedPoints);
+    }
+}
+
+// The verbose report says how the tiles are traced and why; integrators the lanes do not trace
+// fall back to the scalar tracer with the same bytes, and widths are brought to those offered.
+TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
+    FlicVectorField field = vortexSaddle(33, 29);
+    FlicImage texture = noise(97, 83, 1, 5);
+    auto report = [&](int lanes, bool euler, Bytes* image = nullptr) {
+        FlicCompute engine;
+        engine.setTileSize(16);
+        engine.setNumThreads(1);
+        engine.setSimdLanes(lanes);
+        if (euler) engine.useEuler();
+        FlicImage output;
+        MessageCapture capture;
+        EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
+        if (image) *image = bytes(output);
+        for (const std::string& text : MessageCapture::infos())
+            if (text.find("tiled mode") != std::string::npos) return text;
+        return std::string("<no report>");
+    };
+    EXPECT_NE(report(1, false).find("LIC: tiled mode (tile size 16, tiles 42, threads 1), the "
+                                    "scalar tracer (1 lane asked for)"),
+              std::string::npos)
+        << report(1, false);
+    Bytes scalarEuler, laneEuler;
+    std::string fallback = report(0, true, &laneEuler);
+    EXPECT_NE(fallback.find("the scalar tracer (the SIMD lanes trace RK43 lines only)"),
+              std::string::npos)
+        << fallback;
+    report(1, true, &scalarEuler);
+    EXPECT_EQ(laneEuler, scalarEuler);
+    // 4 lanes are offered by every build; 3 asked for are brought up to them, more than the
+    // widest down to the widest.
+    std::string three = report(3, false);
+    EXPECT_NE(three.find("4 SIMD lanes ("), std::string::npos) << three;
+    EXPECT_NE(three.find(", 3 asked for"), std::string::npos) << three;
+    std::string many = report(1000, false), widest = report(0, false);
+    EXPECT_NE(many.find(", 1000 asked for"), std::string::npos) << many;
+    EXPECT_EQ(many.substr(0, many.find(", 1000 asked for")), widest);
+    // The serial engine does not report tiles.
+    FlicCompute serial;
+    FlicImage output;
+    MessageCapture capture;
+    ASSERT_EQ(serial.compute(&field, &texture, &output), 1);
+    for (const std::string& text : MessageCapture::infos())
+        EXPECT_EQ(text.find("tiled mode"), std::string::npos) << text;
 }

@@ -120,6 +120,11 @@ void addEngineOptions(CLI::App& lic, LicOptions& o) {
     lic.add_option("--threads", o.threads, "Threads of the tiled engine (0: every core)")
         ->check(CLI::Range(0, 1024))
         ->group(group);
+    lic.add_option("--simd-lanes", o.simdLanes,
+                   "Tiles one thread traces at once, one per SIMD lane (0: the widest the "
+                   "processor offers, 1: the scalar tracer; -v reports the choice)")
+        ->check(CLI::Range(0, 1024))
+        ->group(group);
     lic.add_option("--tile", o.tile,
                    "Tile size in pixels of the parallel engine; 0 runs the serial engine "
                    "(one thread)")

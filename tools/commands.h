@@ -40,6 +40,7 @@ struct LicOptions {
     std::string mask;
     std::string seedmap;
     int threads = 0;                 // 0: every core
+    int simdLanes = 0;               // 0: the widest the processor offers, 1: scalar
     int tile = 256;                  // 0: the serial engine
     std::string border = "periodic"; // MODE or XMODE,YMODE: periodic or closed
     bool orientation = false;

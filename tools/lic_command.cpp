@@ -223,6 +223,7 @@ void configureEngine(const LicOptions& o, const LicSettings& s, FlicCompute& eng
     engine.setNormalization(static_cast<float>(o.normalization));
     engine.setTileSize(o.tile);
     engine.setNumThreads(o.threads);
+    engine.setSimdLanes(o.simdLanes);
     engine.setBorders(s.border[0], s.border[1]);
     engine.setOrientation(o.orientation ? 1 : 0);
     engine.setPasses(o.passes);

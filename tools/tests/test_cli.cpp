@@ -326,6 +326,13 @@ TEST_F(CliFiles, TiledEngineByDefaultSerialWithTileZero) {
     ASSERT_EQ(0, serial.status) << serial.err;
     EXPECT_TRUE(contains(serial.err, "serial engine (one thread)")) << serial.err;
     EXPECT_EQ(2, muskeip(base + " --tile 4 -o " + q("x.pgm")).status);
+    // The scalar tracer gives the lanes' bytes; -v says which traced the tiles.
+    Outcome scalar = muskeip(base + " --tile 32 --threads 3 --simd-lanes 1 -o " + q("l.pgm"));
+    ASSERT_EQ(0, scalar.status) << scalar.err;
+    EXPECT_TRUE(contains(scalar.err, "the scalar tracer (1 lane asked for)")) << scalar.err;
+    EXPECT_TRUE(contains(tiled.err, "SIMD lanes (")) << tiled.err;
+    EXPECT_EQ(testutil::readFile(path("t.pgm")), testutil::readFile(path("l.pgm")));
+    EXPECT_EQ(2, muskeip(base + " --simd-lanes -1 -o " + q("x.pgm")).status);
 
     FlicVectorField field;
     ASSERT_EQ(1, field.read(vec.c_str()));
