@@ -270,6 +270,23 @@ class MUSKEIP_API FlicCompute {
     int computeTile(FlicVectorField* field, FlicImage* texture, int tile, TileWindow& partial,
                     FlicImage* mask = nullptr, FlicImage* seedMap = nullptr,
                     const int* earlier = nullptr);
+    // The nodes of a fieldWidth x fieldHeight field that the lines of tile `tile` of a
+    // width x height x channels picture can reach under the current settings (their points,
+    // the integrators' trial points and the nodes around them): columns [x0, x1) and rows
+    // [y0, y1), clipped to the field. With integrators whose reach is unknown (a host's own),
+    // the whole field. Returns 1, or 0 after a report (unusable sizes or tile).
+    int tileFieldWindow(int fieldWidth, int fieldHeight, int width, int height, int channels,
+                        int tile, int& x0, int& y0, int& x1, int& y1);
+    // computeTile from a window of the field only, for tasks that should not hold the whole
+    // field: `window` holds the nodes of columns x0 .. x0 + window->width - 1 and rows y0 ..
+    // y0 + window->height - 1 of a fieldWidth x fieldHeight field, and must contain the nodes
+    // tileFieldWindow names. The partial equals computeTile's on the whole field; memory for
+    // the nodes beyond the window is reserved but never written. Returns 1, or 0 after a
+    // report through flic_error (as computeTile; a window that misses nodes; no memory).
+    int computeTileFromWindow(FlicVectorField* window, int x0, int y0, int fieldWidth,
+                              int fieldHeight, FlicImage* texture, int tile, TileWindow& partial,
+                              FlicImage* mask = nullptr, FlicImage* seedMap = nullptr,
+                              const int* earlier = nullptr);
     // Adds what a partial holds for the pixels of the rectangle [x0, x0 + width) x
     // [y0, y0 + height) of the picture into `records`, that rectangle's records row by row:
     // its window, and with `withOverflow` its overflow too.
@@ -349,6 +366,7 @@ class MUSKEIP_API FlicCompute {
     // and allocates the line buffers, so that this engine can trace tiles of the same picture.
     int becomeTracerOf(const FlicCompute& parent);
     int haloPixels() const;
+    double lineReach() const; // field cells a line's points and trials reach from its seed
     int phasesOfTiles(std::vector<int>& phaseOfTile) const;
     void tileNeighbours(const std::vector<int>& phaseOfTile, std::vector<std::vector<int>>& later,
                         std::vector<int>& waitingFor) const;

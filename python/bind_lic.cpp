@@ -382,6 +382,20 @@ py::tuple tileLayout(const py::tuple& settingsValues, int fieldWidth, int fieldH
     return py::make_tuple(tilesX, tilesY, phases, halo, neighbours);
 }
 
+// The field nodes tile `tile`'s lines can reach: (x0, y0, x1, y1), columns x0 .. x1 - 1 and rows
+// y0 .. y1 - 1.
+py::tuple tileFieldWindow(const py::tuple& settingsValues, int fieldWidth, int fieldHeight,
+                          int width, int height, int channels, int tile) {
+    FlicCompute engine;
+    configureEngine(settingsFromTuple(settingsValues), engine);
+    int x0, y0, x1, y1;
+    MessageScope scope;
+    if (!engine.tileFieldWindow(fieldWidth, fieldHeight, width, height, channels, tile, x0, y0, x1,
+                                y1))
+        raiseValueError(scope.errors(), "no field window for this tile");
+    return py::make_tuple(x0, y0, x1, y1);
+}
+
 // A partial accumulation as (geometry, records (h, w, stride) int32, overflow (n, 1 + stride)
 // int32); geometry = tile x0, y0, x1, y1, window x0, y0, width, height, picture width and
 // height, stride, lines.
@@ -421,8 +435,11 @@ FlicCompute::TileWindow partialFromTuple(const py::tuple& t) {
     return p;
 }
 
+// With `origin` (x0, y0) and `fieldSize` (width, height), `fieldArray` is the window of the
+// field from (x0, y0) on (computeTileFromWindow); without them, the whole field.
 py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
-                      py::object textureArray, int tile, py::object earlier) {
+                      py::object textureArray, int tile, py::object earlier, py::object origin,
+                      py::object fieldSize) {
     FieldInput field;
     readFieldInput(fieldArray, py::none(), field);
     ImageInput texture;
@@ -433,13 +450,29 @@ py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
         if (!values) throw py::error_already_set();
         earlierRecords.assign(values.data(), values.data() + values.size());
     }
+    bool windowed = !origin.is_none();
+    int x0 = 0, y0 = 0, fieldWidth = 0, fieldHeight = 0;
+    if (windowed) {
+        py::tuple at = origin.cast<py::tuple>(), size = fieldSize.cast<py::tuple>();
+        if (at.size() != 2 || size.size() != 2)
+            throw py::value_error("origin and field_size must be pairs (x, y), (width, height)");
+        x0 = at[0].cast<int>();
+        y0 = at[1].cast<int>();
+        fieldWidth = size[0].cast<int>();
+        fieldHeight = size[1].cast<int>();
+    }
     FlicCompute engine;
     configureEngine(settingsFromTuple(settingsValues), engine);
     FlicCompute::TileWindow partial;
     MessageScope scope;
     int ok = withoutGil([&] {
+        const int* before = earlierRecords.empty() ? nullptr : earlierRecords.data();
+        if (windowed)
+            return engine.computeTileFromWindow(field.field, x0, y0, fieldWidth, fieldHeight,
+                                                texture.image.get(), tile, partial, nullptr,
+                                                nullptr, before);
         return engine.computeTile(field.field, texture.image.get(), tile, partial, nullptr, nullptr,
-                                  earlierRecords.empty() ? nullptr : earlierRecords.data());
+                                  before);
     });
     if (!ok) raiseValueError(scope.errors(), "the tile could not be computed");
     return partialTuple(partial);
@@ -536,7 +569,13 @@ animate and render.))doc");
         py::arg("tile") = 256, py::arg("border") = "periodic", py::arg("orientation") = false,
         "lic's engine keywords, checked, as a tuple for the tile tasks of muskeip.dask.");
     m.def("_tile_layout", &tileLayout, "Tiles across and down, phases, halo, neighbours.");
-    m.def("_compute_tile", &computeTile, "One tile's partial accumulation (muskeip.dask).");
+    m.def("_tile_field_window", &tileFieldWindow,
+          "The field nodes a tile's lines reach: (x0, y0, x1, y1).");
+    m.def("_compute_tile", &computeTile, py::arg("settings"), py::arg("field"), py::arg("texture"),
+          py::arg("tile"), py::arg("earlier"), py::arg("origin") = py::none(),
+          py::arg("field_size") = py::none(),
+          "One tile's partial accumulation (muskeip.dask), from the whole field or, with origin "
+          "and field_size, from a window of it.");
     m.def("_add_to_area", &addToArea, "Adds a partial's records of a rectangle, in place.");
     m.def("_normalize_records", &normalizeRecords, "Records to a uint8 picture.");
     m.def("_noise", &noiseTexture, "lic's noise texture.");

@@ -456,3 +456,114 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
     for (const std::string& text : MessageCapture::infos())
         EXPECT_EQ(text.find("tiled mode"), std::string::npos) << text;
 }
+
+// --- Tile tasks from field windows ------------------------------------------------------------
+
+namespace {
+
+// The nodes of columns [x0, x1) and rows [y0, y1) of a field.
+FlicVectorField cutWindow(FlicVectorField& field, int x0, int y0, int x1, int y1) {
+    FlicVectorField window(x1 - x0, y1 - y0);
+    for (int y = y0; y < y1; y++)
+        for (int x = x0; x < x1; x++)
+            window.vectors()[(y - y0) * (x1 - x0) + (x - x0)] = field.vectors()[y * field.width + x];
+    return window;
+}
+
+bool samePartial(const FlicCompute::TileWindow& a, const FlicCompute::TileWindow& b) {
+    return std::tie(a.records, a.overflow, a.numFieldLines, a.x0, a.y0, a.width, a.height) ==
+           std::tie(b.records, b.overflow, b.numFieldLines, b.x0, b.y0, b.width, b.height);
+}
+
+} // namespace
+
+// A tile computed from the window of the field its lines reach equals the tile computed from the
+// whole field, for step controls that reach far and settings that change the lines; the window
+// is smaller than the field where tiles are small against it.
+TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
+    FlicVectorField field = makeField(161, 121, [](float x, float y) {
+        return Vec2f{cosf(y * 0.07f) + 0.2f, sinf(x * 0.05f) - 0.1f * cosf(y * 0.03f)};
+    });
+    FlicImage texture = noise(200, 150, 1, 8);
+    struct Case {
+        const char* name;
+        void (*configure)(FlicCompute&);
+    } cases[] = {
+        {"defaults", [](FlicCompute&) {}},
+        {"long steps", [](FlicCompute& e) { e.useRK43(12.0f, 0.01f, 40.0f, 0.5f); }},
+        {"midpoint, h 1.5, closed",
+         [](FlicCompute& e) {
+             e.useEuler();
+             e.stepLength = 1.5f;
+             e.setBorders(FlicCompute::CLOSED, FlicCompute::PERIODIC);
+         }},
+        {"orientation, cubic, S 2",
+         [](FlicCompute& e) {
+             e.setOrientation(1);
+             e.setFilterKernel(FlicCompute::CUBIC);
+             e.setNumSubPixels(2);
+         }},
+    };
+    for (const Case& c : cases) {
+        FlicCompute engine;
+        engine.setTileSize(32);
+        engine.setFilterLength(6);
+        engine.extensionLength = 10;
+        c.configure(engine);
+        int tilesX, tilesY;
+        engine.tileGrid(texture.width, texture.height, tilesX, tilesY);
+        bool smaller = false;
+        for (int tile = 0; tile < tilesX * tilesY; tile++) {
+            int x0, y0, x1, y1;
+            ASSERT_EQ(engine.tileFieldWindow(field.width, field.height, texture.width,
+                                             texture.height, 1, tile, x0, y0, x1, y1),
+                      1);
+            smaller = smaller || (x1 - x0) * (y1 - y0) < field.width * field.height / 2;
+            FlicVectorField window = cutWindow(field, x0, y0, x1, y1);
+            FlicCompute::TileWindow whole, windowed;
+            ASSERT_EQ(engine.computeTile(&field, &texture, tile, whole), 1);
+            ASSERT_EQ(engine.computeTileFromWindow(&window, x0, y0, field.width, field.height,
+                                                   &texture, tile, windowed),
+                      1);
+            EXPECT_TRUE(samePartial(whole, windowed)) << c.name << ", tile " << tile;
+        }
+        // Steps of up to 40 cells reach across most of this field.
+        if (std::string(c.name) != "long steps") {
+            EXPECT_TRUE(smaller) << c.name;
+        }
+    }
+
+    // A window that misses nodes the lines reach, or does not fit the field, is refused.
+    FlicCompute engine;
+    engine.setTileSize(32);
+    int x0, y0, x1, y1;
+    ASSERT_EQ(engine.tileFieldWindow(field.width, field.height, 200, 150, 1, 7, x0, y0, x1, y1), 1);
+    FlicVectorField narrow = cutWindow(field, x0 + 1, y0, x1, y1);
+    FlicCompute::TileWindow partial;
+    {
+        MessageCapture capture;
+        EXPECT_EQ(engine.computeTileFromWindow(&narrow, x0 + 1, y0, field.width, field.height,
+                                               &texture, 7, partial),
+                  0);
+        EXPECT_NE(MessageCapture::onlyError().find("but its lines reach columns " +
+                                                   std::to_string(x0) + " .. "),
+                  std::string::npos)
+            << MessageCapture::onlyError();
+    }
+    {
+        MessageCapture capture;
+        EXPECT_EQ(engine.computeTileFromWindow(&narrow, field.width - 2, 0, field.width,
+                                               field.height, &texture, 7, partial),
+                  0);
+        EXPECT_NE(MessageCapture::onlyError().find("does not fit a 161 x 121 field"),
+                  std::string::npos)
+            << MessageCapture::onlyError();
+    }
+    {
+        MessageCapture capture;
+        EXPECT_EQ(engine.tileFieldWindow(field.width, field.height, 200, 150, 1, 99, x0, y0, x1,
+                                         y1),
+                  0);
+        EXPECT_EQ(MessageCapture::onlyError(), "FLIC error: LIC: tile 99 outside 0 .. 34");
+    }
+}

@@ -13,8 +13,10 @@ in-process engine does, so the bytes equal muskeip.lic's with the same tile size
 chunks of the inputs and the number of workers. Each block of the result (one per tile) sums
 the partials that reach it and normalises them.
 
-Every tile task reads the whole field and texture (made once per worker from the input
-chunks); the partials and the blocks are what travel between tasks.
+A tile task reads only the window of the field that its lines can reach (the tile, grown by
+the lines' reach and clipped to the field; the library says which nodes), taken from the
+input chunks that overlap it, and the whole texture (made once); the partials and the blocks
+are what travel between tasks.
 """
 import numpy as np
 
@@ -45,8 +47,8 @@ def _earlier(rect, stride, partials):
     return records
 
 
-def _compute(settings, field, texture, tile, earlier):
-    return _muskeip._compute_tile(settings, field, texture, tile, earlier)
+def _compute(settings, field, texture, tile, earlier, origin, field_size):
+    return _muskeip._compute_tile(settings, field, texture, tile, earlier, origin, field_size)
 
 
 def _window(partial):
@@ -132,8 +134,14 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
         x0, y0 = (t % tiles_x) * size_x, (t // tiles_x) * size_y
         return x0, y0, min(x0 + size_x, width) - x0, min(y0 + size_y, height) - y0
 
-    field = dask.delayed(_field, pure=True)(u, v)
     texture_task = dask.delayed(_texture, pure=True)(texture, width, height, binary, seed)
+
+    def field_window(t):  # the nodes tile t's lines reach, from the chunks that hold them
+        x0, y0, x1, y1 = _muskeip._tile_field_window(settings, field_width, field_height,
+                                                     width, height, channels, t)
+        window = dask.delayed(_field, pure=True)(u[y0:y1, x0:x1], v[y0:y1, x0:x1])
+        return window, (x0, y0)
+
     partials = {}
     for phase in sorted(set(phases)):
         for t, phase_of_t in enumerate(phases):
@@ -142,8 +150,9 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
             rect = rect_of(t)
             before = [partials[o] for o in neighbours[t] if phases[o] < phase]
             earlier = dask.delayed(_earlier, pure=True)(rect, stride, before) if before else None
-            partials[t] = dask.delayed(_compute, pure=True)(settings, field, texture_task, t,
-                                                            earlier)
+            window, origin = field_window(t)
+            partials[t] = dask.delayed(_compute, pure=True)(
+                settings, window, texture_task, t, earlier, origin, (field_width, field_height))
     windows = {t: dask.delayed(_window, pure=True)(p) for t, p in partials.items()}
     overflows = [dask.delayed(_overflow_of, pure=True)(partials[t]) for t in sorted(partials)]
     overflow = dask.delayed(_overflow, pure=True)(overflows)

@@ -69,3 +69,24 @@ def test_bad_input_is_refused_before_any_task():
     holed[3, 3] = np.nan
     with pytest.raises(ValueError, match="NaN"):
         muskeip.dask.lic(holed, v).compute(scheduler="sync")
+
+
+def test_each_tile_task_reads_only_the_field_window_its_lines_reach(monkeypatch):
+    import muskeip.dask as mdask
+    u, v = spiral(400, 500)
+    seen = []
+    original = mdask._compute
+
+    def recording(settings, field, texture, tile, earlier, origin, field_size):
+        seen.append((tile, field.shape, origin))
+        return original(settings, field, texture, tile, earlier, origin, field_size)
+
+    monkeypatch.setattr(mdask, "_compute", recording)
+    got = muskeip.dask.lic(u, v, chunks=100, tile=64, length=8).compute(scheduler="sync")
+    np.testing.assert_array_equal(got, muskeip.lic(u, v, tile=64, length=8))
+    assert len(seen) == 8 * 7
+    for tile, shape, (x0, y0) in seen:
+        # the tile grown by the lines' reach on each side, well short of the whole field
+        assert shape[0] * shape[1] < 400 * 500 / 2, (tile, shape)
+        tx, ty = tile % 8 * 64, tile // 8 * 64
+        assert x0 <= tx and y0 <= ty and x0 + shape[1] >= min(tx + 64, 500)
