@@ -287,6 +287,26 @@ class MUSKEIP_API FlicCompute {
                               int fieldHeight, FlicImage* texture, int tile, TileWindow& partial,
                               FlicImage* mask = nullptr, FlicImage* seedMap = nullptr,
                               const int* earlier = nullptr);
+    // Where the lines of tile `tile` read the texture (sizes as for tileFieldWindow): the
+    // pixels of columns x0 .. x0 + w - 1 and rows y0 .. y0 + h - 1, each taken modulo the
+    // texture's width and height (the window may wrap around its edges, as the lookups do).
+    // Returns 1, or 0 after a report.
+    int tileTextureWindow(int fieldWidth, int fieldHeight, int width, int height, int channels,
+                          int tile, int& x0, int& y0, int& w, int& h);
+    // computeTileFromWindow with the texture from a window too, for tasks that hold neither
+    // whole: `textureWindow` holds the pixels tileTextureWindow names for a texture of width x
+    // height pixels (its channels the texture's), at least those, starting at column x0 and row
+    // y0 and wrapping as there; `textureMeans` are the whole texture's means per channel
+    // (textureMeans gives them), which closed borders use. The partial equals computeTile's
+    // on the whole inputs. Returns 1, or 0 after a report through flic_error.
+    int computeTileFromWindows(FlicVectorField* fieldWindow, int fieldX0, int fieldY0,
+                               int fieldWidth, int fieldHeight, FlicImage* textureWindow,
+                               int textureX0, int textureY0, int width, int height,
+                               const double* textureMeans, int tile, TileWindow& partial,
+                               const int* earlier = nullptr);
+    // The mean of each channel of a texture (sum over the pixels divided by their count, in
+    // double) into `means`, one per channel.
+    static void textureMeans(const FlicImage& texture, double* means);
     // Adds what a partial holds for the pixels of the rectangle [x0, x0 + width) x
     // [y0, y0 + height) of the picture into `records`, that rectangle's records row by row:
     // its window, and with `withOverflow` its overflow too.
@@ -367,6 +387,7 @@ class MUSKEIP_API FlicCompute {
     int becomeTracerOf(const FlicCompute& parent);
     int haloPixels() const;
     double lineReach() const; // field cells a line's points and trials reach from its seed
+    const double* givenTextureMean = nullptr; // the texture's means when only a window is held
     int phasesOfTiles(std::vector<int>& phaseOfTile) const;
     void tileNeighbours(const std::vector<int>& phaseOfTile, std::vector<std::vector<int>>& later,
                         std::vector<int>& waitingFor) const;

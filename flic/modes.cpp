@@ -66,6 +66,20 @@ int FlicCompute::checkModes(FlicVectorField* field) const {
     return 1;
 }
 
+void FlicCompute::textureMeans(const FlicImage& texture, double* means) {
+    for (int ch = 0; ch < texture.nChannels; ch++) {
+        long long sum = 0;
+        for (int y = 0; y < texture.height; y++) {
+            const unsigned char* row =
+                texture.data + static_cast<std::ptrdiff_t>(y) * texture.bytesPerLine + ch;
+            for (int x = 0; x < texture.width; x++)
+                sum += row[static_cast<std::ptrdiff_t>(x) * texture.nChannels];
+        }
+        means[ch] =
+            static_cast<double>(sum) / (static_cast<double>(texture.width) * texture.height);
+    }
+}
+
 // Derives the tables of the modes from the field and the kernel. Returns 0 without memory.
 int FlicCompute::prepareModes() {
     endsEarly = borderX == CLOSED || borderY == CLOSED || noData != 0;
@@ -85,17 +99,10 @@ int FlicCompute::prepareModes() {
                 squarePrefixStore[t] + static_cast<double>(weights[t]) * weights[t];
         squarePrefix = squarePrefixStore.data();
         textureMeanStore.assign(texChannels, 0.0);
-        for (int ch = 0; ch < texChannels; ch++) {
-            long long sum = 0;
-            for (int y = 0; y < texHeight; y++) {
-                const unsigned char* row =
-                    texture->data + static_cast<std::ptrdiff_t>(y) * texture->bytesPerLine + ch;
-                for (int x = 0; x < texWidth; x++)
-                    sum += row[static_cast<std::ptrdiff_t>(x) * texChannels];
-            }
-            textureMeanStore[ch] =
-                static_cast<double>(sum) / (static_cast<double>(texWidth) * texHeight);
-        }
+        if (givenTextureMean)
+            textureMeanStore.assign(givenTextureMean, givenTextureMean + texChannels);
+        else
+            textureMeans(*texture, textureMeanStore.data());
         textureMean = textureMeanStore.data();
         if (noData) {
             int w = field->width, h = field->height;

@@ -51,7 +51,8 @@ int FlicCompute::tileFieldWindow(int fieldWidth, int fieldHeight, int width, int
     int halo;
     if (!tileLayout(fieldWidth, fieldHeight, width, height, channels, phases, halo)) return 0;
     if (tile < 0 || tile >= static_cast<int>(phases.size()))
-        return flic_error("LIC: tile %d outside 0 .. %d", tile, static_cast<int>(phases.size()) - 1);
+        return flic_error("LIC: tile %d outside 0 .. %d", tile,
+                          static_cast<int>(phases.size()) - 1);
     // The tile's pixels, as setUpWindow places them (tileLayout left the sizes derived).
     int tilesX, tilesY;
     tileGrid(width, height, tilesX, tilesY);
@@ -81,8 +82,7 @@ int FlicCompute::computeTileFromWindow(FlicVectorField* window, int x0, int y0, 
                                        const int* earlier) {
     if (!window || !window->data || window->width < 1 || window->height < 1)
         return flic_error("LIC: the field window of tile %d is empty", tile);
-    if (!texture || !texture->data)
-        return flic_error("LIC: the texture of tile %d is empty", tile);
+    if (!texture || !texture->data) return flic_error("LIC: the texture of tile %d is empty", tile);
     if (x0 < 0 || y0 < 0 || window->width > fieldWidth - x0 || window->height > fieldHeight - y0)
         return flic_error("LIC: a %d x %d field window at (%d, %d) does not fit a %d x %d field",
                           window->width, window->height, x0, y0, fieldWidth, fieldHeight);
@@ -90,8 +90,7 @@ int FlicCompute::computeTileFromWindow(FlicVectorField* window, int x0, int y0, 
     if (!tileFieldWindow(fieldWidth, fieldHeight, texture->width, texture->height,
                          texture->nChannels, tile, needX0, needY0, needX1, needY1))
         return 0;
-    if (needX0 < x0 || needY0 < y0 || needX1 > x0 + window->width ||
-        needY1 > y0 + window->height)
+    if (needX0 < x0 || needY0 < y0 || needX1 > x0 + window->width || needY1 > y0 + window->height)
         return flic_error("LIC: the field window of tile %d holds columns %d .. %d and rows %d .. "
                           "%d, but its lines reach columns %d .. %d and rows %d .. %d",
                           tile, x0, x0 + window->width - 1, y0, y0 + window->height - 1, needX0,
@@ -108,6 +107,97 @@ int FlicCompute::computeTileFromWindow(FlicVectorField* window, int x0, int y0, 
     FlicVectorField field(fieldWidth, fieldHeight, whole);
     int done = computeTile(&field, texture, tile, partial, mask, seedMap, earlier);
     field.data = nullptr;
+    free(whole);
+    return done;
+}
+
+// The texture is read at the lines' points in pixels, wrapped with the period width - 1 (the
+// last column is a neighbour only) and read at the wrapped column and the next one; rows alike.
+// Along one axis: the first data column and the count of columns that hold every column read
+// for positions in [low, high], wrapping modulo `size`; the whole axis when they would not be
+// fewer.
+static void cyclicSpan(double low, double high, int size, int& first, int& count) {
+    first = 0;
+    count = size;
+    int period = size - 1;
+    if (period < 1 || !(high - low + 4.0 < period)) return;
+    double start = std::floor(low) - 1.0;
+    double wrapped = std::fmod(start, static_cast<double>(period));
+    if (wrapped < 0.0) wrapped += period;
+    first = static_cast<int>(wrapped);
+    count = static_cast<int>(std::ceil(high) - start) + 5; // the next column and a margin
+    if (count >= size) {
+        first = 0;
+        count = size;
+    }
+}
+
+int FlicCompute::tileTextureWindow(int fieldWidth, int fieldHeight, int width, int height,
+                                   int channels, int tile, int& x0, int& y0, int& w, int& h) {
+    int fx0, fy0, fx1, fy1; // also derives the settings and checks the tile
+    if (!tileFieldWindow(fieldWidth, fieldHeight, width, height, channels, tile, fx0, fy0, fx1,
+                         fy1))
+        return 0;
+    x0 = y0 = 0;
+    w = width;
+    h = height;
+    double reach = lineReach();
+    if (reach < 0.0) return 1;
+    int tilesX, tilesY;
+    tileGrid(width, height, tilesX, tilesY);
+    int sizeX = tilesX == 1 ? width : tileSize, sizeY = tilesY == 1 ? height : tileSize;
+    int px0 = tile % tilesX * sizeX, py0 = tile / tilesX * sizeY;
+    int px1 = std::min(px0 + sizeX, width), py1 = std::min(py0 + sizeY, height);
+    double rx = reach * scaleX, ry = reach * scaleY;
+    cyclicSpan(px0 - rx, px1 + rx, width, x0, w);
+    cyclicSpan(py0 - ry, py1 + ry, height, y0, h);
+    return 1;
+}
+
+int FlicCompute::computeTileFromWindows(FlicVectorField* fieldWindow, int fieldX0, int fieldY0,
+                                        int fieldWidth, int fieldHeight, FlicImage* textureWindow,
+                                        int textureX0, int textureY0, int width, int height,
+                                        const double* textureMeans, int tile, TileWindow& partial,
+                                        const int* earlier) {
+    if (!textureWindow || !textureWindow->data || !textureMeans || width < 1 || height < 1)
+        return flic_error("LIC: the texture window of tile %d is empty", tile);
+    int channels = textureWindow->nChannels;
+    int needX0, needY0, needW, needH;
+    if (!tileTextureWindow(fieldWidth, fieldHeight, width, height, channels, tile, needX0, needY0,
+                           needW, needH))
+        return 0;
+    // Every column and row named must lie in the given window (both taken cyclically).
+    auto holds = [](int given0, int givenCount, int need0, int needCount, int size) {
+        if (givenCount >= size) return true;
+        int offset = ((need0 - given0) % size + size) % size;
+        return offset + needCount <= givenCount;
+    };
+    if (textureX0 < 0 || textureY0 < 0 || textureX0 >= width || textureY0 >= height ||
+        textureWindow->width > width || textureWindow->height > height ||
+        !holds(textureX0, textureWindow->width, needX0, needW, width) ||
+        !holds(textureY0, textureWindow->height, needY0, needH, height))
+        return flic_error("LIC: the texture window of tile %d (%d x %d pixels from (%d, %d)) does "
+                          "not hold the %d x %d pixels from (%d, %d) its lines read",
+                          tile, textureWindow->width, textureWindow->height, textureX0, textureY0,
+                          needW, needH, needX0, needY0);
+    // As for the field: storage of the whole texture, written only where the window lies.
+    size_t rowBytes = static_cast<size_t>(width) * channels;
+    unsigned char* whole = static_cast<unsigned char*>(calloc(rowBytes * height, 1));
+    if (!whole) return flic_error("LIC: no memory for the texture of tile %d", tile);
+    for (int r = 0; r < textureWindow->height; r++) {
+        const unsigned char* from =
+            textureWindow->data + static_cast<std::ptrdiff_t>(r) * textureWindow->bytesPerLine;
+        unsigned char* row = whole + static_cast<size_t>((textureY0 + r) % height) * rowBytes;
+        for (int c = 0; c < textureWindow->width; c++)
+            memcpy(row + static_cast<size_t>((textureX0 + c) % width) * channels,
+                   from + static_cast<size_t>(c) * channels, channels);
+    }
+    FlicImage texture(width, height, channels, static_cast<int>(rowBytes), whole);
+    givenTextureMean = textureMeans;
+    int done = computeTileFromWindow(fieldWindow, fieldX0, fieldY0, fieldWidth, fieldHeight,
+                                     &texture, tile, partial, nullptr, nullptr, earlier);
+    givenTextureMean = nullptr;
+    texture.data = nullptr;
     free(whole);
     return done;
 }

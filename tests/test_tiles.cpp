@@ -466,7 +466,21 @@ FlicVectorField cutWindow(FlicVectorField& field, int x0, int y0, int x1, int y1
     FlicVectorField window(x1 - x0, y1 - y0);
     for (int y = y0; y < y1; y++)
         for (int x = x0; x < x1; x++)
-            window.vectors()[(y - y0) * (x1 - x0) + (x - x0)] = field.vectors()[y * field.width + x];
+            window.vectors()[(y - y0) * (x1 - x0) + (x - x0)] =
+                field.vectors()[y * field.width + x];
+    return window;
+}
+
+// The pixels of columns x0 .. x0 + w - 1 and rows y0 .. y0 + h - 1 of an image, each taken
+// modulo its size.
+FlicImage cutCyclic(const FlicImage& image, int x0, int y0, int w, int h) {
+    FlicImage window(w, h, image.nChannels);
+    for (int r = 0; r < h; r++)
+        for (int c = 0; c < w; c++)
+            for (int ch = 0; ch < image.nChannels; ch++)
+                window.data[r * window.bytesPerLine + c * image.nChannels + ch] =
+                    image.data[(y0 + r) % image.height * image.bytesPerLine +
+                               (x0 + c) % image.width * image.nChannels + ch];
     return window;
 }
 
@@ -484,7 +498,7 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
     FlicVectorField field = makeField(161, 121, [](float x, float y) {
         return Vec2f{cosf(y * 0.07f) + 0.2f, sinf(x * 0.05f) - 0.1f * cosf(y * 0.03f)};
     });
-    FlicImage texture = noise(200, 150, 1, 8);
+    FlicImage grey = noise(200, 150, 1, 8), colour = noise(200, 150, 3, 9);
     struct Case {
         const char* name;
         void (*configure)(FlicCompute&);
@@ -505,6 +519,9 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
          }},
     };
     for (const Case& c : cases) {
+        FlicImage& texture = c.configure == cases[2].configure ? colour : grey;
+        double means[3];
+        FlicCompute::textureMeans(texture, means);
         FlicCompute engine;
         engine.setTileSize(32);
         engine.setFilterLength(6);
@@ -512,7 +529,7 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
         c.configure(engine);
         int tilesX, tilesY;
         engine.tileGrid(texture.width, texture.height, tilesX, tilesY);
-        bool smaller = false;
+        bool smaller = false, smallerTexture = false;
         for (int tile = 0; tile < tilesX * tilesY; tile++) {
             int x0, y0, x1, y1;
             ASSERT_EQ(engine.tileFieldWindow(field.width, field.height, texture.width,
@@ -526,10 +543,25 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
                                                    &texture, tile, windowed),
                       1);
             EXPECT_TRUE(samePartial(whole, windowed)) << c.name << ", tile " << tile;
+            // The texture from its window too (wrapping around the texture's edges).
+            int tx0, ty0, tw, th;
+            ASSERT_EQ(engine.tileTextureWindow(field.width, field.height, texture.width,
+                                               texture.height, texture.nChannels, tile, tx0, ty0,
+                                               tw, th),
+                      1);
+            smallerTexture = smallerTexture || tw * th < texture.width * texture.height;
+            FlicImage textureWindow = cutCyclic(texture, tx0, ty0, tw, th);
+            FlicCompute::TileWindow both;
+            ASSERT_EQ(engine.computeTileFromWindows(&window, x0, y0, field.width, field.height,
+                                                    &textureWindow, tx0, ty0, texture.width,
+                                                    texture.height, means, tile, both),
+                      1);
+            EXPECT_TRUE(samePartial(whole, both)) << c.name << ", tile " << tile;
         }
         // Steps of up to 40 cells reach across most of this field.
         if (std::string(c.name) != "long steps") {
             EXPECT_TRUE(smaller) << c.name;
+            EXPECT_TRUE(smallerTexture) << c.name;
         }
     }
 
@@ -540,6 +572,7 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
     ASSERT_EQ(engine.tileFieldWindow(field.width, field.height, 200, 150, 1, 7, x0, y0, x1, y1), 1);
     FlicVectorField narrow = cutWindow(field, x0 + 1, y0, x1, y1);
     FlicCompute::TileWindow partial;
+    FlicImage& texture = grey;
     {
         MessageCapture capture;
         EXPECT_EQ(engine.computeTileFromWindow(&narrow, x0 + 1, y0, field.width, field.height,
@@ -561,9 +594,8 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
     }
     {
         MessageCapture capture;
-        EXPECT_EQ(engine.tileFieldWindow(field.width, field.height, 200, 150, 1, 99, x0, y0, x1,
-                                         y1),
-                  0);
+        EXPECT_EQ(
+            engine.tileFieldWindow(field.width, field.height, 200, 150, 1, 99, x0, y0, x1, y1), 0);
         EXPECT_EQ(MessageCapture::onlyError(), "FLIC error: LIC: tile 99 outside 0 .. 34");
     }
 }

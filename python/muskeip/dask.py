@@ -23,20 +23,36 @@ import numpy as np
 from . import _muskeip
 
 
-def _field(u, v):
-    field = np.empty(u.shape + (2,), np.float32)
-    field[..., 0] = u
-    field[..., 1] = v
+def _field(rect, pieces):
+    """The window [x0, x1) x [y0, y1) of the field from the input chunks that overlap it:
+    pieces of (column, row of the chunk's first node, u chunk, v chunk)."""
+    x0, y0, x1, y1 = rect
+    field = np.empty((y1 - y0, x1 - x0, 2), np.float32)
+    for cx, cy, u, v in pieces:
+        h, w = u.shape
+        ax, ay = max(x0, cx), max(y0, cy)
+        bx, by = min(x1, cx + w), min(y1, cy + h)
+        field[ay - y0:by - y0, ax - x0:bx - x0, 0] = u[ay - cy:by - cy, ax - cx:bx - cx]
+        field[ay - y0:by - y0, ax - x0:bx - x0, 1] = v[ay - cy:by - cy, ax - cx:bx - cx]
     if np.isnan(field).any():
         raise ValueError("muskeip.dask does not take fields with NaN (no-data) nodes yet; "
                          "use muskeip.lic")
     return field
 
 
-def _texture(texture, width, height, binary, seed):
-    if texture is not None:
+_noise_of_this_process = {}
+
+
+def _texture(texture):
+    """A caller's texture as it travelled, or a noise texture described by (width, height,
+    binary, seed): made in the process that runs the task, once (the last one is kept), so
+    that noise never travels between workers."""
+    if not isinstance(texture, tuple):
         return np.ascontiguousarray(texture)
-    return _muskeip._noise(width, height, binary, seed)
+    if texture not in _noise_of_this_process:
+        _noise_of_this_process.clear()
+        _noise_of_this_process[texture] = _muskeip._noise(*texture)
+    return _noise_of_this_process[texture]
 
 
 def _earlier(rect, stride, partials):
@@ -49,6 +65,12 @@ def _earlier(rect, stride, partials):
 
 def _compute(settings, field, texture, tile, earlier, origin, field_size):
     return _muskeip._compute_tile(settings, field, texture, tile, earlier, origin, field_size)
+
+
+def _compute_window(settings, rect, pieces, texture, tile, earlier, field_size):
+    """A tile task: its field window assembled from the chunks, then the tile."""
+    return _compute(settings, _field(rect, pieces), _texture(texture), tile, earlier, rect[:2],
+                    field_size)
 
 
 def _window(partial):
@@ -72,14 +94,22 @@ def _overflow(parts):
     return geometry, records, np.concatenate([p[2] for p in parts])
 
 
-def _block(rect, sub_cells, channels, windows, overflow):
+def _block_records(rect, stride, windows):
+    """A block's records summed from the windows that reach it. A task of its own, so that
+    the windows (larger than the block) are freed once their blocks have them, while the
+    overflow of every tile is still being gathered."""
     x0, y0, w, h = rect
-    records = np.zeros((h, w, sub_cells + channels), np.int32)
+    records = np.zeros((h, w, stride), np.int32)
     for partial in windows:
         _muskeip._add_to_area(partial, x0, y0, w, h, records, False)
+    return records
+
+
+def _block(rect, sub_cells, channels, records, overflow):
+    x0, y0, w, h = rect
+    records = np.array(records)  # another task's result (read-only when it travelled)
     _muskeip._add_to_area(overflow, x0, y0, w, h, records, True)
-    picture = _muskeip._normalize_records(records, sub_cells, channels)
-    return picture
+    return _muskeip._normalize_records(records, sub_cells, channels)
 
 
 def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, length=20.0,
@@ -109,6 +139,7 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
     v = da.asarray(v, chunks=chunks or "auto")
     if u.ndim != 2 or u.shape != v.shape:
         raise ValueError("u and v must be 2-D arrays of one shape")
+    v = v.rechunk(u.chunks)
     field_height, field_width = u.shape
     channels = 1
     if texture is not None:
@@ -134,13 +165,26 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
         x0, y0 = (t % tiles_x) * size_x, (t // tiles_x) * size_y
         return x0, y0, min(x0 + size_x, width) - x0, min(y0 + size_y, height) - y0
 
-    texture_task = dask.delayed(_texture, pure=True)(texture, width, height, binary, seed)
+    if texture is None:
+        texture_task = (width, height, binary, seed)  # made by each worker, see _texture
+    else:
+        texture_task = dask.delayed(np.ascontiguousarray, pure=True)(texture)
 
-    def field_window(t):  # the nodes tile t's lines reach, from the chunks that hold them
-        x0, y0, x1, y1 = _muskeip._tile_field_window(settings, field_width, field_height,
-                                                     width, height, channels, t)
-        window = dask.delayed(_field, pure=True)(u[y0:y1, x0:x1], v[y0:y1, x0:x1])
-        return window, (x0, y0)
+    # The input chunks as tasks, with the column and row of each one's first node: a tile
+    # task takes the chunks that overlap its field window, and nothing else.
+    u_blocks, v_blocks = u.to_delayed(), v.to_delayed()
+    row_starts = np.concatenate([[0], np.cumsum(u.chunks[0])])
+    column_starts = np.concatenate([[0], np.cumsum(u.chunks[1])])
+
+    def field_window(t):  # the nodes tile t's lines reach, and the chunks that hold them
+        rect = _muskeip._tile_field_window(settings, field_width, field_height, width, height,
+                                           channels, t)
+        x0, y0, x1, y1 = rect
+        pieces = [(int(column_starts[bx]), int(row_starts[by]), u_blocks[by, bx], v_blocks[by, bx])
+                  for by in range(len(u.chunks[0])) if row_starts[by] < y1 and row_starts[by + 1] > y0
+                  for bx in range(len(u.chunks[1]))
+                  if column_starts[bx] < x1 and column_starts[bx + 1] > x0]
+        return tuple(rect), pieces
 
     partials = {}
     for phase in sorted(set(phases)):
@@ -150,9 +194,10 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
             rect = rect_of(t)
             before = [partials[o] for o in neighbours[t] if phases[o] < phase]
             earlier = dask.delayed(_earlier, pure=True)(rect, stride, before) if before else None
-            window, origin = field_window(t)
-            partials[t] = dask.delayed(_compute, pure=True)(
-                settings, window, texture_task, t, earlier, origin, (field_width, field_height))
+            window_rect, pieces = field_window(t)
+            partials[t] = dask.delayed(_compute_window, pure=True)(
+                settings, window_rect, pieces, texture_task, t, earlier,
+                (field_width, field_height))
     windows = {t: dask.delayed(_window, pure=True)(p) for t, p in partials.items()}
     overflows = [dask.delayed(_overflow_of, pure=True)(partials[t]) for t in sorted(partials)]
     overflow = dask.delayed(_overflow, pure=True)(overflows)
@@ -163,7 +208,8 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
             t = ty * tiles_x + tx
             rect = rect_of(t)
             reaching = [windows[t]] + [windows[o] for o in neighbours[t]]
-            block = dask.delayed(_block, pure=True)(rect, sub_cells, channels, reaching, overflow)
+            records = dask.delayed(_block_records, pure=True)(rect, stride, reaching)
+            block = dask.delayed(_block, pure=True)(rect, sub_cells, channels, records, overflow)
             shape = (rect[3], rect[2]) + ((channels,) if channels > 1 else ())
             block = da.from_delayed(block, shape=shape, dtype=np.uint8)
             row.append([block] if channels > 1 else block)  # one list level per axis
