@@ -435,11 +435,44 @@ FlicCompute::TileWindow partialFromTuple(const py::tuple& t) {
     return p;
 }
 
+// The texture pixels tile `tile`'s lines read: (x0, y0, w, h), wrapping around the texture.
+py::tuple tileTextureWindow(const py::tuple& settingsValues, int fieldWidth, int fieldHeight,
+                            int width, int height, int channels, int tile) {
+    FlicCompute engine;
+    configureEngine(settingsFromTuple(settingsValues), engine);
+    int x0, y0, w, h;
+    MessageScope scope;
+    if (!engine.tileTextureWindow(fieldWidth, fieldHeight, width, height, channels, tile, x0, y0, w,
+                                  h))
+        raiseValueError(scope.errors(), "no texture window for this tile");
+    return py::make_tuple(x0, y0, w, h);
+}
+
+// The texture's mean per channel, as the engine takes it.
+py::tuple textureMeans(py::object textureArray) {
+    ImageInput texture;
+    readImageInput(textureArray, "texture", texture);
+    std::vector<double> means(texture.image->nChannels);
+    FlicCompute::textureMeans(*texture.image, means.data());
+    return py::cast(means);
+}
+
+// Reads a pair of ints (x, y) or (width, height).
+void readPair(py::object pair, const char* name, int& a, int& b) {
+    py::tuple t = pair.cast<py::tuple>();
+    if (t.size() != 2) throw py::value_error(std::string(name) + " must be a pair");
+    a = t[0].cast<int>();
+    b = t[1].cast<int>();
+}
+
 // With `origin` (x0, y0) and `fieldSize` (width, height), `fieldArray` is the window of the
-// field from (x0, y0) on (computeTileFromWindow); without them, the whole field.
+// field from (x0, y0) on (computeTileFromWindow); without them, the whole field. With
+// `textureOrigin`, `textureSize` and `textureMeans` as well, `textureArray` is the window of
+// the texture from that origin on, wrapping (computeTileFromWindows).
 py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
                       py::object textureArray, int tile, py::object earlier, py::object origin,
-                      py::object fieldSize) {
+                      py::object fieldSize, py::object textureOrigin, py::object textureSize,
+                      py::object textureMeansGiven) {
     FieldInput field;
     readFieldInput(fieldArray, py::none(), field);
     ImageInput texture;
@@ -450,16 +483,21 @@ py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
         if (!values) throw py::error_already_set();
         earlierRecords.assign(values.data(), values.data() + values.size());
     }
-    bool windowed = !origin.is_none();
+    bool windowed = !origin.is_none(), textureWindowed = !textureOrigin.is_none();
     int x0 = 0, y0 = 0, fieldWidth = 0, fieldHeight = 0;
+    int tx0 = 0, ty0 = 0, textureWidth = 0, textureHeight = 0;
+    std::vector<double> means;
     if (windowed) {
-        py::tuple at = origin.cast<py::tuple>(), size = fieldSize.cast<py::tuple>();
-        if (at.size() != 2 || size.size() != 2)
-            throw py::value_error("origin and field_size must be pairs (x, y), (width, height)");
-        x0 = at[0].cast<int>();
-        y0 = at[1].cast<int>();
-        fieldWidth = size[0].cast<int>();
-        fieldHeight = size[1].cast<int>();
+        readPair(origin, "origin", x0, y0);
+        readPair(fieldSize, "field_size", fieldWidth, fieldHeight);
+    }
+    if (textureWindowed) {
+        if (!windowed) throw py::value_error("a texture window needs a field window");
+        readPair(textureOrigin, "texture_origin", tx0, ty0);
+        readPair(textureSize, "texture_size", textureWidth, textureHeight);
+        means = textureMeansGiven.cast<std::vector<double>>();
+        if (static_cast<int>(means.size()) != texture.image->nChannels)
+            throw py::value_error("texture_means must give one mean per channel");
     }
     FlicCompute engine;
     configureEngine(settingsFromTuple(settingsValues), engine);
@@ -467,6 +505,11 @@ py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
     MessageScope scope;
     int ok = withoutGil([&] {
         const int* before = earlierRecords.empty() ? nullptr : earlierRecords.data();
+        if (textureWindowed)
+            return engine.computeTileFromWindows(field.field, x0, y0, fieldWidth, fieldHeight,
+                                                 texture.image.get(), tx0, ty0, textureWidth,
+                                                 textureHeight, means.data(), tile, partial,
+                                                 before);
         if (windowed)
             return engine.computeTileFromWindow(field.field, x0, y0, fieldWidth, fieldHeight,
                                                 texture.image.get(), tile, partial, nullptr,
@@ -571,9 +614,13 @@ animate and render.))doc");
     m.def("_tile_layout", &tileLayout, "Tiles across and down, phases, halo, neighbours.");
     m.def("_tile_field_window", &tileFieldWindow,
           "The field nodes a tile's lines reach: (x0, y0, x1, y1).");
+    m.def("_tile_texture_window", &tileTextureWindow,
+          "The texture pixels a tile's lines read: (x0, y0, w, h), wrapping.");
+    m.def("_texture_means", &textureMeans, "The texture's mean per channel.");
     m.def("_compute_tile", &computeTile, py::arg("settings"), py::arg("field"), py::arg("texture"),
           py::arg("tile"), py::arg("earlier"), py::arg("origin") = py::none(),
-          py::arg("field_size") = py::none(),
+          py::arg("field_size") = py::none(), py::arg("texture_origin") = py::none(),
+          py::arg("texture_size") = py::none(), py::arg("texture_means") = py::none(),
           "One tile's partial accumulation (muskeip.dask), from the whole field or, with origin "
           "and field_size, from a window of it.");
     m.def("_add_to_area", &addToArea, "Adds a partial's records of a rectangle, in place.");

@@ -15,8 +15,9 @@ the partials that reach it and normalises them.
 
 A tile task reads only the window of the field that its lines can reach (the tile, grown by
 the lines' reach and clipped to the field; the library says which nodes), taken from the
-input chunks that overlap it, and the whole texture (made once); the partials and the blocks
-are what travel between tasks.
+input chunks that overlap it, and likewise the window of the texture its lines read (the
+texture, or the noise, is made once and cut into pieces); the partials and the blocks are
+what travel between tasks.
 """
 import numpy as np
 
@@ -40,19 +41,34 @@ def _field(rect, pieces):
     return field
 
 
-_noise_of_this_process = {}
-
-
-def _texture(texture):
-    """A caller's texture as it travelled, or a noise texture described by (width, height,
-    binary, seed): made in the process that runs the task, once (the last one is kept), so
-    that noise never travels between workers."""
-    if not isinstance(texture, tuple):
+def _texture(texture, width, height, binary, seed):
+    if texture is not None:
         return np.ascontiguousarray(texture)
-    if texture not in _noise_of_this_process:
-        _noise_of_this_process.clear()
-        _noise_of_this_process[texture] = _muskeip._noise(*texture)
-    return _noise_of_this_process[texture]
+    return _muskeip._noise(width, height, binary, seed)
+
+
+def _means(texture):
+    return _muskeip._texture_means(texture)
+
+
+def _piece(texture, y0, y1, x0, x1):
+    """A piece of the texture, copied, so that the whole texture is freed once it is cut."""
+    return np.array(texture[y0:y1, x0:x1])
+
+
+def _texture_window(rect, size, pieces):
+    """The texture's pixels of columns x0 .. x0 + w - 1 and rows y0 .. y0 + h - 1, each modulo
+    the texture's size, from the pieces that hold them: (column, row of the piece's first
+    pixel, piece)."""
+    x0, y0, w, h = rect
+    width, height = size
+    rows, columns = (y0 + np.arange(h)) % height, (x0 + np.arange(w)) % width
+    window = np.empty((h, w) + pieces[0][2].shape[2:], np.uint8)
+    for px, py, piece in pieces:
+        r = (rows >= py) & (rows < py + piece.shape[0])
+        c = (columns >= px) & (columns < px + piece.shape[1])
+        window[np.ix_(r, c)] = piece[np.ix_(rows[r] - py, columns[c] - px)]
+    return window
 
 
 def _earlier(rect, stride, partials):
@@ -63,14 +79,18 @@ def _earlier(rect, stride, partials):
     return records
 
 
-def _compute(settings, field, texture, tile, earlier, origin, field_size):
-    return _muskeip._compute_tile(settings, field, texture, tile, earlier, origin, field_size)
+def _compute(settings, field, texture, tile, earlier, origin, field_size, texture_origin,
+             texture_size, texture_means):
+    return _muskeip._compute_tile(settings, field, texture, tile, earlier, origin, field_size,
+                                  texture_origin, texture_size, texture_means)
 
 
-def _compute_window(settings, rect, pieces, texture, tile, earlier, field_size):
-    """A tile task: its field window assembled from the chunks, then the tile."""
-    return _compute(settings, _field(rect, pieces), _texture(texture), tile, earlier, rect[:2],
-                    field_size)
+def _compute_window(settings, field_rect, field_pieces, texture_rect, texture_size,
+                    texture_pieces, texture_means, tile, earlier, field_size):
+    """A tile task: its field and texture windows assembled from the pieces, then the tile."""
+    texture = _texture_window(texture_rect, texture_size, texture_pieces)
+    return _compute(settings, _field(field_rect, field_pieces), texture, tile, earlier,
+                    field_rect[:2], field_size, texture_rect[:2], texture_size, texture_means)
 
 
 def _window(partial):
@@ -165,10 +185,23 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
         x0, y0 = (t % tiles_x) * size_x, (t // tiles_x) * size_y
         return x0, y0, min(x0 + size_x, width) - x0, min(y0 + size_y, height) - y0
 
-    if texture is None:
-        texture_task = (width, height, binary, seed)  # made by each worker, see _texture
-    else:
-        texture_task = dask.delayed(np.ascontiguousarray, pure=True)(texture)
+    # The texture (or the noise) is made once, its means taken, and cut into pieces of
+    # `piece` pixels; a tile task takes the pieces that overlap its texture window.
+    whole = dask.delayed(_texture, pure=True)(texture, width, height, binary, seed)
+    means = dask.delayed(_means, pure=True)(whole)
+    piece = 1024
+    pieces_across, pieces_down = -(-width // piece), -(-height // piece)
+    texture_pieces = [[dask.delayed(_piece, pure=True)(whole, by * piece, min(height, by * piece + piece),
+                                                       bx * piece, min(width, bx * piece + piece))
+                       for bx in range(pieces_across)] for by in range(pieces_down)]
+
+    def texture_window(t):  # the pixels tile t's lines read, and the pieces that hold them
+        x0, y0, w, h = _muskeip._tile_texture_window(settings, field_width, field_height, width,
+                                                     height, channels, t)
+        down = np.unique((y0 + np.arange(h)) % height // piece)
+        across = np.unique((x0 + np.arange(w)) % width // piece)
+        return (x0, y0, w, h), [(int(bx) * piece, int(by) * piece, texture_pieces[by][bx])
+                                for by in down for bx in across]
 
     # The input chunks as tasks, with the column and row of each one's first node: a tile
     # task takes the chunks that overlap its field window, and nothing else.
@@ -195,9 +228,10 @@ def lic(u, v, texture=None, *, size=None, chunks=None, noise="uniform", seed=1, 
             before = [partials[o] for o in neighbours[t] if phases[o] < phase]
             earlier = dask.delayed(_earlier, pure=True)(rect, stride, before) if before else None
             window_rect, pieces = field_window(t)
+            texture_rect, texture_parts = texture_window(t)
             partials[t] = dask.delayed(_compute_window, pure=True)(
-                settings, window_rect, pieces, texture_task, t, earlier,
-                (field_width, field_height))
+                settings, window_rect, pieces, texture_rect, (width, height), texture_parts,
+                means, t, earlier, (field_width, field_height))
     windows = {t: dask.delayed(_window, pure=True)(p) for t, p in partials.items()}
     overflows = [dask.delayed(_overflow_of, pure=True)(partials[t]) for t in sorted(partials)]
     overflow = dask.delayed(_overflow, pure=True)(overflows)

@@ -77,15 +77,17 @@ def test_each_tile_task_reads_only_the_field_window_its_lines_reach(monkeypatch)
     seen = []
     original = mdask._compute
 
-    def recording(settings, field, texture, tile, earlier, origin, field_size):
-        seen.append((tile, field.shape, origin))
-        return original(settings, field, texture, tile, earlier, origin, field_size)
+    def recording(settings, field, texture, tile, earlier, origin, field_size, *texture_window):
+        seen.append((tile, field.shape, origin, texture.shape))
+        return original(settings, field, texture, tile, earlier, origin, field_size,
+                        *texture_window)
 
     monkeypatch.setattr(mdask, "_compute", recording)
     got = muskeip.dask.lic(u, v, chunks=100, tile=64, length=8).compute(scheduler="sync")
     np.testing.assert_array_equal(got, muskeip.lic(u, v, tile=64, length=8))
     assert len(seen) == 8 * 7
-    for tile, shape, (x0, y0) in seen:
+    for tile, shape, (x0, y0), texture_shape in seen:
+        assert texture_shape[0] * texture_shape[1] < 400 * 500 / 2, (tile, texture_shape)
         # the tile grown by the lines' reach on each side, well short of the whole field
         assert shape[0] * shape[1] < 400 * 500 / 2, (tile, shape)
         tx, ty = tile % 8 * 64, tile // 8 * 64
