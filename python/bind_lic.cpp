@@ -506,10 +506,9 @@ py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
     int ok = withoutGil([&] {
         const int* before = earlierRecords.empty() ? nullptr : earlierRecords.data();
         if (textureWindowed)
-            return engine.computeTileFromWindows(field.field, x0, y0, fieldWidth, fieldHeight,
-                                                 texture.image.get(), tx0, ty0, textureWidth,
-                                                 textureHeight, means.data(), tile, partial,
-                                                 before);
+            return engine.computeTileFromWindows(
+                field.field, x0, y0, fieldWidth, fieldHeight, texture.image.get(), tx0, ty0,
+                textureWidth, textureHeight, means.data(), tile, partial, before);
         if (windowed)
             return engine.computeTileFromWindow(field.field, x0, y0, fieldWidth, fieldHeight,
                                                 texture.image.get(), tile, partial, nullptr,
