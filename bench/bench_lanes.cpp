@@ -1,7 +1,7 @@
 // SIMD lane benchmark: the tiled engine on one thread with the scalar tracer (simdLanes 1)
 // against the lane tracer at each width this processor offers (4, 8, 16 lanes), and on two
 // threads with the widest lanes against the serial engine; 1024^2 and 2048^2 output pixels,
-// L = 20 and 80, tiles of 64 pixels, the field of bench_lic. Each figure is a median of runs
+// L = 20 and 80, tiles of 256 pixels, the field of bench_lic. Each figure is a median of runs
 // interleaved round by round, so that ratios compare runs made under the same load; "ns/pt" is
 // the time per traced line point (tracedPoints), and "equal" says whether every variant gave
 // the bytes of the scalar tracer.
@@ -35,18 +35,9 @@ struct Variant {
 } // namespace
 
 int main(int argc, char** argv) {
-    int repeats = 5, tile = 64;
-    bool quick = false;
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--quick")) {
-            quick = true;
-            repeats = 1;
-        } else if (!strcmp(argv[i], "--repeats") && i + 1 < argc) {
-            repeats = std::max(1, atoi(argv[++i]));
-        } else if (!strcmp(argv[i], "--tile") && i + 1 < argc) {
-            tile = atoi(argv[++i]);
-        }
-    }
+    BenchOptions options = benchOptions(argc, argv, 5, 256);
+    const int repeats = options.repeats, tile = options.tile;
+    const bool quick = options.quick;
     flic_verbosity = 1;
     flic_info_handler = keepPlan;
     const Variant variants[] = {{"serial", 0, 1, 1},        {"scalar-1", tile, 1, 1},

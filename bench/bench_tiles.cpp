@@ -16,18 +16,9 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    int repeats = 5, tile = 256;
-    bool quick = false;
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--quick")) {
-            quick = true;
-            repeats = 1;
-        } else if (!strcmp(argv[i], "--repeats") && i + 1 < argc) {
-            repeats = std::max(1, atoi(argv[++i]));
-        } else if (!strcmp(argv[i], "--tile") && i + 1 < argc) {
-            tile = atoi(argv[++i]);
-        }
-    }
+    BenchOptions options = benchOptions(argc, argv, 5, 256);
+    const int repeats = options.repeats, tile = options.tile;
+    const bool quick = options.quick;
     const int sizes[] = {1024, 2048};
     const int lengths[] = {10, 20, 80};
     // Engine variants: tile size and threads (tile 0: the serial engine).

@@ -1,8 +1,10 @@
-// The benchmarks' field, noise and medians.
+// The benchmarks' field, noise, medians and options.
 #include "measure.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 
 FlicVectorField vortexSaddle(int size, bool hole) {
@@ -34,4 +36,19 @@ FlicImage whiteNoise(int size) {
 double median(std::vector<double> times) {
     std::sort(times.begin(), times.end());
     return times[times.size() / 2];
+}
+
+BenchOptions benchOptions(int argc, char** argv, int repeats, int tile) {
+    BenchOptions options{false, repeats, tile};
+    for (int i = 1; i < argc; i++) {
+        if (!strcmp(argv[i], "--quick")) {
+            options.quick = true;
+            options.repeats = 1;
+        } else if (!strcmp(argv[i], "--repeats") && i + 1 < argc) {
+            options.repeats = std::max(1, atoi(argv[++i]));
+        } else if (!strcmp(argv[i], "--tile") && i + 1 < argc) {
+            options.tile = atoi(argv[++i]);
+        }
+    }
+    return options;
 }

@@ -15,6 +15,15 @@ FlicVectorField vortexSaddle(int size, bool hole = false);
 // A size x size grey white-noise image from a fixed linear congruential sequence.
 FlicImage whiteNoise(int size);
 
+// The options of the engine benchmarks: --quick (one run each, the small sizes only),
+// --repeats N (at least 1) and --tile T, with the benchmark's defaults.
+struct BenchOptions {
+    bool quick;
+    int repeats;
+    int tile;
+};
+BenchOptions benchOptions(int argc, char** argv, int repeats, int tile);
+
 // The median of the times (the upper one of an even count).
 double median(std::vector<double> times);
 

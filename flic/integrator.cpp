@@ -413,40 +413,13 @@ const Vec2f& AdaptiveIntegrator::next(int& statusOut) {
 
 // next(int&) for every case but a point on the current cubic.
 const Vec2f& AdaptiveIntegrator::nextOutOfLine(int& statusOut) {
-    if (status != 0) {
-        endStraight();
-        statusOut = 1;
-        return position;
-    }
-    if (fallback != 0) {
-        eulerStep();
-        statusOut = status;
-        return position;
-    }
-    t = t + stepLength;
-    if (t > t1) {
-        int outcome = newInterval(false);
-        statusOut = outcome == INTERVAL_FALLBACK ? status : outcome == INTERVAL_ENDED ? 1 : 0;
-        return position;
-    }
-    forwardDifferenceStep(position, diff1, diff2, diff3);
-    statusOut = 0;
+    if (pointOffCubic(statusOut)) return position;
+    int outcome = newInterval(false);
+    statusOut = outcome == INTERVAL_FALLBACK ? status : outcome == INTERVAL_ENDED ? 1 : 0;
     return position;
 }
 
-// --- Driven from outside --------------------------------------------------------------------
-
-// next(int&) up to its first trial step (see newInterval and integrateTo for the same steps).
-int AdaptiveIntegrator::beginPoint(int& statusOut) {
-    if (status == 0 && fallback == 0) {
-        float ahead = t + stepLength;
-        if (!(ahead > t1)) {
-            t = ahead;
-            forwardDifferenceStep(position, diff1, diff2, diff3);
-            statusOut = 0;
-            return 1;
-        }
-    }
+int AdaptiveIntegrator::pointOffCubic(int& statusOut) {
     if (status != 0) {
         endStraight();
         statusOut = 1;
@@ -467,6 +440,14 @@ int AdaptiveIntegrator::beginPoint(int& statusOut) {
     forwardDifferenceStep(position, diff1, diff2, diff3);
     statusOut = 0;
     return 1;
+}
+
+// --- Driven from outside --------------------------------------------------------------------
+
+// next(int&) up to its first trial step (see newInterval and integrateTo for the same steps).
+int AdaptiveIntegrator::beginPoint(int& statusOut) {
+    if (pointOnCubic(statusOut)) return 1;
+    return pointOffCubic(statusOut);
 }
 
 // The rest of newInterval after one trial step: fallback, step control, the next trial or the

@@ -140,15 +140,7 @@ class MUSKEIP_API AdaptiveIntegrator : public FlicIntegrator {
     // The body of next(int&), inline for callers that know the dynamic type: points on the
     // current cubic cost six additions; everything else goes out of line.
     const Vec2f& nextPoint(int& statusOut) {
-        if (status == 0 && fallback == 0) {
-            float ahead = t + stepLength;
-            if (!(ahead > t1)) {
-                t = ahead;
-                forwardDifferenceStep(position, diff1, diff2, diff3);
-                statusOut = 0;
-                return position;
-            }
-        }
+        if (pointOnCubic(statusOut)) return position;
         return nextOutOfLine(statusOut);
     }
     // Up to `count` further points of a running line that lie on the current cubic, written to
@@ -225,6 +217,21 @@ class MUSKEIP_API AdaptiveIntegrator : public FlicIntegrator {
         d2.y = d2.y + d3.y;
     }
     const Vec2f& nextOutOfLine(int& statusOut);
+    // The next point of a running line when it lies on the current cubic (status 0); false,
+    // with nothing changed, when it does not.
+    bool pointOnCubic(int& statusOut) {
+        if (status != 0 || fallback != 0) return false;
+        float ahead = t + stepLength;
+        if (ahead > t1) return false;
+        t = ahead;
+        forwardDifferenceStep(position, diff1, diff2, diff3);
+        statusOut = 0;
+        return true;
+    }
+    // The rest of next(int&) up to the integration: an ended line goes straight on, a line in
+    // fallback takes an Euler step, a point still on the cubic is taken (1, status in
+    // statusOut); otherwise t is advanced and the next step starts from p1 (0).
+    int pointOffCubic(int& statusOut);
 };
 
 // Classical fourth-order Runge-Kutta with an embedded third-order error estimate.

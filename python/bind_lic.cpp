@@ -382,18 +382,20 @@ py::tuple tileLayout(const py::tuple& settingsValues, int fieldWidth, int fieldH
     return py::make_tuple(tilesX, tilesY, phases, halo, neighbours);
 }
 
-// The field nodes tile `tile`'s lines can reach: (x0, y0, x1, y1), columns x0 .. x1 - 1 and rows
-// y0 .. y1 - 1.
-py::tuple tileFieldWindow(const py::tuple& settingsValues, int fieldWidth, int fieldHeight,
-                          int width, int height, int channels, int tile) {
+// One of the engine's tile windows (tileFieldWindow: x0, y0, x1, y1 of the field's nodes;
+// tileTextureWindow: x0, y0, w, h of the texture's pixels, wrapping) as a tuple.
+typedef int (FlicCompute::*TileWindowPlan)(int, int, int, int, int, int, int&, int&, int&, int&);
+
+template <TileWindowPlan PLAN>
+py::tuple tileWindowOf(const py::tuple& settingsValues, int fieldWidth, int fieldHeight, int width,
+                       int height, int channels, int tile) {
     FlicCompute engine;
     configureEngine(settingsFromTuple(settingsValues), engine);
-    int x0, y0, x1, y1;
+    int a, b, c, d;
     MessageScope scope;
-    if (!engine.tileFieldWindow(fieldWidth, fieldHeight, width, height, channels, tile, x0, y0, x1,
-                                y1))
-        raiseValueError(scope.errors(), "no field window for this tile");
-    return py::make_tuple(x0, y0, x1, y1);
+    if (!(engine.*PLAN)(fieldWidth, fieldHeight, width, height, channels, tile, a, b, c, d))
+        raiseValueError(scope.errors(), "no window for this tile");
+    return py::make_tuple(a, b, c, d);
 }
 
 // A partial accumulation as (geometry, records (h, w, stride) int32, overflow (n, 1 + stride)
@@ -433,19 +435,6 @@ FlicCompute::TileWindow partialFromTuple(const py::tuple& t) {
     p.records.assign(records.data(), records.data() + records.size());
     p.overflow.assign(overflow.data(), overflow.data() + overflow.size());
     return p;
-}
-
-// The texture pixels tile `tile`'s lines read: (x0, y0, w, h), wrapping around the texture.
-py::tuple tileTextureWindow(const py::tuple& settingsValues, int fieldWidth, int fieldHeight,
-                            int width, int height, int channels, int tile) {
-    FlicCompute engine;
-    configureEngine(settingsFromTuple(settingsValues), engine);
-    int x0, y0, w, h;
-    MessageScope scope;
-    if (!engine.tileTextureWindow(fieldWidth, fieldHeight, width, height, channels, tile, x0, y0, w,
-                                  h))
-        raiseValueError(scope.errors(), "no texture window for this tile");
-    return py::make_tuple(x0, y0, w, h);
 }
 
 // The texture's mean per channel, as the engine takes it.
@@ -611,9 +600,9 @@ animate and render.))doc");
         py::arg("tile") = 256, py::arg("border") = "periodic", py::arg("orientation") = false,
         "lic's engine keywords, checked, as a tuple for the tile tasks of muskeip.dask.");
     m.def("_tile_layout", &tileLayout, "Tiles across and down, phases, halo, neighbours.");
-    m.def("_tile_field_window", &tileFieldWindow,
+    m.def("_tile_field_window", &tileWindowOf<&FlicCompute::tileFieldWindow>,
           "The field nodes a tile's lines reach: (x0, y0, x1, y1).");
-    m.def("_tile_texture_window", &tileTextureWindow,
+    m.def("_tile_texture_window", &tileWindowOf<&FlicCompute::tileTextureWindow>,
           "The texture pixels a tile's lines read: (x0, y0, w, h), wrapping.");
     m.def("_texture_means", &textureMeans, "The texture's mean per channel.");
     m.def("_compute_tile", &computeTile, py::arg("settings"), py::arg("field"), py::arg("texture"),
