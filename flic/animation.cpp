@@ -14,6 +14,7 @@
 #include "compute.h"
 
 #include "engine_common.h"
+#include "frame_values_common.h"
 #include "messages.h"
 
 #include <climits>
@@ -29,6 +30,11 @@ const int maxFrames = 1024;
 const int maxRipples = 64;
 // Kernels longer than this are refused: the tables and sums of a line would grow absurdly.
 const int maxAnimatedSteps = 1 << 14;
+
+// The ripple's phase index of sample j: (j - c) mod period, never negative.
+int ripplePhaseIndex(int j, int c, int period) {
+    return static_cast<int>(((static_cast<long long>(j) - c) % period + period) % period);
+}
 
 // Where a line's frame values go (the picture's records, or a tile's window).
 struct FrameSinkPicture {
@@ -57,12 +63,12 @@ template <class SINK>
 void accumulateFrameLine(const FlicCompute& e, const LineSums& sums, const SINK& sink, int lo,
                          int hi, int first, int last, const double* phaseCos,
                          const double* phaseSin, const double* rippleCos, const double* rippleSin,
-                         int period, bool box) {
+                         int period, bool box, FrameBatch& batch) {
     const int N = e.kernelSteps, C = e.texChannels, cells = e.numSubCells;
     const unsigned pixels = static_cast<unsigned>(e.texWidth) * static_cast<unsigned>(e.texHeight);
-    const int frames = (e.recordStride - cells) / C, c = e.maxSteps;
-    const double inverse = 1.0 / (2.0 * N);
-    for (int k = first; k <= last; k++) {
+    const int frames = (e.recordStride - cells) / C;
+    int m = ripplePhaseIndex(first, e.maxSteps, period);
+    for (int k = first; k <= last; k++, m = m + 1 < period ? m + 1 : 0) {
         const FlicCompute::PointRecord& point = e.points[k];
         if (static_cast<unsigned>(point.pixel) >= pixels ||
             static_cast<unsigned>(point.cell) >= static_cast<unsigned>(cells))
@@ -71,7 +77,6 @@ void accumulateFrameLine(const FlicCompute& e, const LineSums& sums, const SINK&
         int ia = a - lo, ib = b - lo;
         double count = b - a;
         double kc = sums.cosOnly[ib] - sums.cosOnly[ia], ks = sums.sinOnly[ib] - sums.sinOnly[ia];
-        int m = static_cast<int>(((static_cast<long long>(k - c) % period) + period) % period);
         double ck = rippleCos[m], sk = rippleSin[m];
         int* record = sink.record(k, point.pixel);
         record[point.cell] = wrapAdd(record[point.cell], 1);
@@ -90,16 +95,15 @@ void accumulateFrameLine(const FlicCompute& e, const LineSums& sums, const SINK&
                 int value = static_cast<int>(static_cast<long long>(plain) / (b - a));
                 for (int f = 0; f < frames; f++)
                     channelSums[f * C] = wrapAdd(channelSums[f * C], value);
-            } else if (whole && C == 1) { // the common case, in a loop the compiler vectorises
-                unsigned* to = reinterpret_cast<unsigned*>(channelSums);
-                for (int f = 0; f < frames; f++) {
-                    double v = (plain + phaseCos[f] * along + phaseSin[f] * across) * inverse;
-                    v = v < 0.0 ? 0.0 : v > 255.0 ? 255.0 : v;
-                    to[f] += static_cast<unsigned>(static_cast<int>(v));
-                }
+            } else if (whole && C == 1) { // the common case: left to the frame kernel
+                int i = batch.count++;
+                batch.targets[i] = reinterpret_cast<unsigned*>(channelSums);
+                batch.plain[i] = plain;
+                batch.along[i] = along;
+                batch.across[i] = across;
             } else if (whole) {
                 for (int f = 0; f < frames; f++) {
-                    double v = (plain + phaseCos[f] * along + phaseSin[f] * across) * inverse;
+                    double v = (plain + phaseCos[f] * along + phaseSin[f] * across) * batch.inverse;
                     int value = v <= 0.0 ? 0 : v >= 255.0 ? 255 : static_cast<int>(v);
                     channelSums[f * C] = wrapAdd(channelSums[f * C], value);
                 }
@@ -137,9 +141,9 @@ void FlicCompute::accumulateFrames(int lo, int hi, bool cutLo, bool cutHi) {
     line.cosOnly[0] = line.sinOnly[0] = 0.0;
     for (int ch = 0; ch < C; ch++)
         line.plain[ch * length] = line.cosine[ch * length] = line.sine[ch * length] = 0.0;
-    for (int j = lo; j <= hi; j++) {
+    int m = ripplePhaseIndex(lo, c, period);
+    for (int j = lo; j <= hi; j++, m = m + 1 < period ? m + 1 : 0) {
         int i = j - lo;
-        int m = static_cast<int>(((static_cast<long long>(j - c) % period) + period) % period);
         line.cosOnly[i + 1] = line.cosOnly[i] + rippleCos[m];
         line.sinOnly[i + 1] = line.sinOnly[i] + rippleSin[m];
         for (int ch = 0; ch < C; ch++) {
@@ -150,16 +154,54 @@ void FlicCompute::accumulateFrames(int lo, int hi, bool cutLo, bool cutHi) {
             line.sine[at + 1] = line.sine[at] + x * rippleSin[m];
         }
     }
+    // The points' own values go to the frame kernel in one batch per line.
+    FrameBatch batch;
+    batch.frames = frames;
+    batch.phaseCos = phaseCos;
+    batch.phaseSin = phaseSin;
+    batch.inverse = 1.0 / (2.0 * N);
+    batch.targets = frameTargets;
+    batch.plain = line.sinOnly + length;
+    batch.along = batch.plain + length;
+    batch.across = batch.along + length;
     int first = cutLo ? lo : lo + N, last = cutHi ? hi : hi - N;
+    bool box = animationRipples == 0;
     if (window)
         accumulateFrameLine(
             *this, line, FrameSinkWindow{window, windowSlots, window->records.data()}, lo, hi,
-            first, last, phaseCos, phaseSin, rippleCos, rippleSin, period, animationRipples == 0);
+            first, last, phaseCos, phaseSin, rippleCos, rippleSin, period, box, batch);
     else
         accumulateFrameLine(*this, line, FrameSinkPicture{accum, recordStride}, lo, hi, first, last,
-                            phaseCos, phaseSin, rippleCos, rippleSin, period,
-                            animationRipples == 0);
+                            phaseCos, phaseSin, rippleCos, rippleSin, period, box, batch);
+    if (batch.count > 0) frameKernel()(batch);
 }
+
+namespace {
+
+// One row of frame f: the pixels' sums divided by their hits. `exact` tells that every pixel
+// of the row has fewer hits than kReciprocalHitsLimit (and none negative): as frame values are
+// 0 .. 255 for each hit, its sums are then 0 .. 255 x hits and the reciprocals serve.
+void divideFrameRow(unsigned char* out, const int* sums, std::ptrdiff_t stride, int width,
+                    int channels, const int* hits, const double* reciprocals, bool exact,
+                    const FixedDivisor* divisors) {
+    if (exact && channels == 1) {
+        for (int x = 0; x < width; x++)
+            out[x] =
+                static_cast<unsigned char>(divideByReciprocal(sums[x * stride], reciprocals[x]));
+    } else if (exact) {
+        for (int x = 0; x < width; x++)
+            for (int ch = 0; ch < channels; ch++)
+                out[x * channels + ch] = static_cast<unsigned char>(
+                    divideByReciprocal(sums[x * stride + ch], reciprocals[x]));
+    } else {
+        for (int x = 0; x < width; x++)
+            for (int ch = 0; ch < channels; ch++)
+                out[x * channels + ch] = static_cast<unsigned char>(
+                    divideByHits(sums[x * stride + ch], hits[x], divisors));
+    }
+}
+
+} // namespace
 
 // Divides each frame's sums by the pixel's hits into its picture, as the still engine does;
 // row by row and frame by frame, so that each picture is written in order while the row's
@@ -175,30 +217,42 @@ void FlicCompute::normalizeFrames(FlicImage* outputs) {
     for (int d = 1; d < kDivisorTableSize; d++)
         divisors[d] = FixedDivisor(d);
     std::vector<int> hits(W);
+    std::vector<double> reciprocals(W);
     int total = 0;
     bool covering = coverage && coverage->setSize(W, H, 1);
     for (int y = 0; y < H; y++) {
         const int* row = accum + static_cast<std::ptrdiff_t>(y) * W * stride;
+        bool exact = true;
         for (int x = 0; x < W; x++) {
             int sum = 0;
             for (int s = 0; s < cells; s++)
                 sum = wrapAdd(sum, row[x * stride + s]);
             hits[x] = sum;
             total = wrapAdd(total, sum);
+            exact = exact && sum >= 0 && sum < kReciprocalHitsLimit;
+            reciprocals[x] = sum > 0 ? 1.0 / sum : 0.0;
         }
-        for (int f = 0; f < frames; f++) {
-            unsigned char* out = outputs[f].data + static_cast<std::ptrdiff_t>(y) * W * C;
-            const int* sums = row + cells + f * C;
-            for (int x = 0; x < W; x++)
-                for (int ch = 0; ch < C; ch++)
-                    out[x * C + ch] = static_cast<unsigned char>(
-                        divideByHits(sums[x * stride + ch], hits[x], divisors));
-        }
+        for (int f = 0; f < frames; f++)
+            divideFrameRow(outputs[f].data + static_cast<std::ptrdiff_t>(y) * W * C,
+                           row + cells + f * C, stride, W, C, hits.data(), reciprocals.data(),
+                           exact, divisors);
         if (covering)
             for (int x = 0; x < W; x++)
                 coverage->data[static_cast<std::ptrdiff_t>(y) * W + x] = hits[x] ? 255 : 0;
     }
     totalHits = wrapAdd(totalHits, total);
+}
+
+FrameKernel muskeip::detail::frameKernel() {
+    static const FrameKernel chosen = [] {
+        FrameKernel kernel = addFrameValues;
+#if defined(__x86_64__) || defined(__i386__)
+        if (__builtin_cpu_supports("avx2") && frameKernelAVX2()) kernel = frameKernelAVX2();
+        if (__builtin_cpu_supports("avx512f") && frameKernelAVX512()) kernel = frameKernelAVX512();
+#endif
+        return kernel;
+    }();
+    return chosen;
 }
 
 int FlicCompute::computeFrames(FlicVectorField* field, FlicImage* texture, int frames,

@@ -7,7 +7,11 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <cstdint>
 #include <new>
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 using namespace muskeip::detail;
 
@@ -89,6 +93,22 @@ void FlicCompute::useRK43(float initialStep, float minStep, float maxStep, float
                        new (std::nothrow) RK43(tolerance, initialStep, minStep, maxStep, -1));
 }
 
+// Asks the system to back the records with large pages where it offers them: a picture's
+// records are written all over and, untouched until then, each first write of a small page
+// costs a fault; large pages cut the faults by a factor of 512. Only the whole large pages
+// inside the block are advised; a hint, without effect where the system has none.
+static void adviseLargePages(void* block, size_t bytes) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    const uintptr_t large = 2u << 20;
+    uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + large - 1) & ~(large - 1);
+    uintptr_t end = (reinterpret_cast<uintptr_t>(block) + bytes) & ~(large - 1);
+    if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#else
+    (void)block;
+    (void)bytes;
+#endif
+}
+
 // --- start / stop -----------------------------------------------------------------------------
 
 void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
@@ -107,7 +127,9 @@ void FlicCompute::start(FlicVectorField* field, FlicImage* texture) {
     freeBuffers();
     long long records = static_cast<long long>(texWidth) * texHeight;
     if (kernelSteps >= 0 && extensionSteps >= 0 && records > 0 && recordStride > 0) {
-        accum = static_cast<int*>(calloc(static_cast<size_t>(records) * recordStride, sizeof(int)));
+        size_t bytes = static_cast<size_t>(records) * recordStride * sizeof(int);
+        accum = static_cast<int*>(calloc(bytes, 1));
+        if (accum) adviseLargePages(accum, bytes);
         allocateLineBuffers();
     }
     totalHits = 0;
@@ -163,10 +185,13 @@ int FlicCompute::allocateLineBuffers() {
     sums = sumsBase ? sumsBase + room * texChannels : nullptr;
     positions = static_cast<Vec2f*>(malloc(sizeof(Vec2f) * lineLength));
     windowSlots = static_cast<int*>(malloc(sizeof(int) * lineLength));
-    if (frameCount > 0)
+    if (frameCount > 0) { // the running sums, then the frame kernel's batch
         frameSums =
-            static_cast<double*>(malloc(sizeof(double) * (lineLength + 1) * (3 * texChannels + 2)));
-    return points && samples && sums && positions && windowSlots && (frameCount == 0 || frameSums);
+            static_cast<double*>(malloc(sizeof(double) * (lineLength + 1) * (3 * texChannels + 5)));
+        frameTargets = static_cast<unsigned**>(malloc(sizeof(unsigned*) * lineLength));
+    }
+    return points && samples && sums && positions && windowSlots &&
+           (frameCount == 0 || (frameSums && frameTargets));
 }
 
 void FlicCompute::freeBuffers() {
@@ -180,6 +205,8 @@ void FlicCompute::freeBuffers() {
     windowSlots = nullptr;
     free(frameSums);
     frameSums = nullptr;
+    free(frameTargets);
+    frameTargets = nullptr;
     points = nullptr;
     accum = samples = sums = nullptr;
     positions = nullptr;

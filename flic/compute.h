@@ -365,6 +365,7 @@ class MUSKEIP_API FlicCompute {
     // samples, of the samples times cos and sin of the ripple phase, and of cos and sin alone.
     int frameCount = 0;
     double* frameSums = nullptr;
+    unsigned** frameTargets = nullptr; // per point of a line: its frame sums, for the kernel
     // cos and sin of the ripple's phase over its period (2N each), then of the frames' phases
     // (frameCount each); made once per computation, shared by the tiles' tracers.
     std::vector<double> frameTableStore;

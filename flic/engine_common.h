@@ -72,6 +72,16 @@ struct FixedDivisor {
     }
 };
 
+// Truncating quotient sum / hits through the reciprocal fl(1 / hits) in double (0 for hits 0),
+// exact for sums in 0 .. 255 x hits and hits below kReciprocalHitsLimit: sum x reciprocal
+// lies within 2^-44 of the quotient (at most 255, relative error 2^-52); adding 2^-40 lifts a
+// whole quotient above its integer, and a quotient that is no integer lies at least
+// 1 / hits > 2^-23 below the next one, so truncation gives the integer quotient.
+constexpr int kReciprocalHitsLimit = 1 << 23;
+FLIC_ALWAYS_INLINE int divideByReciprocal(int sum, double reciprocal) {
+    return static_cast<int>(sum * reciprocal + 1.0 / (1LL << 40));
+}
+
 // Fixed divisors for the usual small hit counts of a pixel.
 constexpr int kDivisorTableSize = 256;
 

@@ -1,5 +1,6 @@
 // Animated LIC: frames from one trace, a ripple that moves downstream, a seamless loop.
 #include "compute.h"
+#include "engine_common.h"
 #include "testutil.h"
 
 #include <gtest/gtest.h>
@@ -131,5 +132,31 @@ TEST(Animation, BadSettingsAreRefused) {
         EXPECT_EQ(engine.computeFrames(&field, &texture, b.frames, frames.data()), 0);
         EXPECT_EQ(MessageCapture::onlyError(), b.message);
         EXPECT_EQ(frames[0].data[0], 7);
+    }
+}
+
+// The frames divide their sums by the hits through reciprocals; the quotient must be the
+// integer division's for every sum a pixel can hold (0 .. 255 x hits), up to the hit limit.
+TEST(Animation, FrameSumsDivideExactlyThroughReciprocals) {
+    using muskeip::detail::divideByReciprocal;
+    using muskeip::detail::kReciprocalHitsLimit;
+    EXPECT_EQ(divideByReciprocal(0, 0.0), 0); // a pixel without hits
+    long long wrong = 0;
+    for (int hits = 1; hits <= 600; hits++) {
+        double reciprocal = 1.0 / hits;
+        for (int sum = 0; sum <= 255 * hits; sum++)
+            wrong += divideByReciprocal(sum, reciprocal) != sum / hits;
+    }
+    EXPECT_EQ(wrong, 0);
+    // Large counts: sums at, just after and just before each multiple of the hits.
+    for (int hits : {kReciprocalHitsLimit - 1, kReciprocalHitsLimit - 3, 3 << 21 | 1, 1000003,
+                     999983, 49 << 10}) {
+        double reciprocal = 1.0 / hits;
+        for (long long q = 0; q <= 255; q++)
+            for (long long sum : {q * hits, q * hits + 1, q * hits + hits - 1, q * hits + hits / 2})
+                if (sum <= 255LL * hits) {
+                    EXPECT_EQ(divideByReciprocal(static_cast<int>(sum), reciprocal), sum / hits)
+                        << sum << " / " << hits;
+                }
     }
 }
