@@ -407,6 +407,7 @@ static int bucketSobolCells(const FlicCompute& engine, std::vector<unsigned>& ce
 // --- The threaded driver ----------------------------------------------------------------------
 
 int TileSchedule::take(bool wait, int held) {
+    if (!wait && readyCount.load(std::memory_order_relaxed) == 0) return -1;
     std::unique_lock<std::mutex> lock(state);
     if (wait) {
         waitingThreads++;
@@ -422,6 +423,7 @@ int TileSchedule::take(bool wait, int held) {
     inFlight++;
     int tile = ready.back();
     ready.pop_back();
+    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
     return tile;
 }
 
@@ -433,6 +435,7 @@ int TileSchedule::finish(int tile, int tileLines, bool ok) {
     int done = ++tilesDone;
     for (int next : later[tile])
         if (--waitingFor[next] == 0) ready.push_back(next);
+    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
     changed.notify_all();
     return done;
 }
@@ -513,6 +516,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     }
     for (int tile = tiles - 1; tile >= 0; tile--)
         if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
+    schedule.readyCount.store(static_cast<int>(schedule.ready.size()));
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
     // Per tracer: its window, kept zeroed between tiles; per thread: the overflow of its

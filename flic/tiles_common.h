@@ -6,6 +6,7 @@
 #include "compute.h"
 #include "lane_trials_common.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -55,6 +56,9 @@ struct TileSchedule {
     int threads = 1;        // threads that take tiles
     int inFlight = 0;       // tiles taken and not yet done
     int waitingThreads = 0; // threads asleep in take
+    // The ready tiles' count, also read without the lock: a lane tracer asks for a tile after
+    // every trial step while one of its lanes is empty, and should not take the lock in vain.
+    std::atomic<int> readyCount{0};
     bool failed = false;
 
     // A ready tile, or -1 when none: after a failure, when every tile is taken, or (without
