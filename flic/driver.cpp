@@ -149,9 +149,9 @@ void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImag
 }
 
 int FlicCompute::seedOfCell(int x, int y, int i, int j, Vec2f& seed) const {
-    int pixel = y * texWidth + x;
-    const int* record = window ? window->records.data() + windowSlot(*window, pixel)
-                               : accum + static_cast<std::ptrdiff_t>(pixel) * recordStride;
+    const int* record =
+        window ? window->records.data() + windowSlotAt(*window, x, y)
+               : accum + (static_cast<std::ptrdiff_t>(y) * texWidth + x) * recordStride;
     if (record[j * numSubPixels + i] != 0) return 0;
     if (coveredRecords &&
         coveredRecords[(static_cast<std::ptrdiff_t>(y - coveredY0) * coveredWidth +

@@ -39,33 +39,28 @@ void TileSeeds::startOffset() {
     }
 }
 
-bool TileSeeds::next(int& outX, int& outY, int& outI, int& outJ) {
-    if (done) return false;
-    if (method == 2) {
-        if (k >= end) {
-            done = true;
-            return false;
-        }
-        unsigned cell = cells[k++];
-        unsigned cellsAcross = static_cast<unsigned>(x1 - x0) * s;
-        int X = static_cast<int>(cell % cellsAcross) + x0 * s;
-        int Y = static_cast<int>(cell / cellsAcross) + y0 * s;
-        outX = X / s;
-        outY = Y / s;
-        outI = X % s;
-        outJ = Y % s;
-        return true;
+bool TileSeeds::nextQuasiRandom(int& outX, int& outY, int& outI, int& outJ) {
+    if (k >= end) {
+        done = true;
+        return false;
     }
-    outX = x;
-    outY = y;
-    outI = i;
-    outJ = j;
+    unsigned cell = cells[k++];
+    unsigned cellsAcross = static_cast<unsigned>(x1 - x0) * s;
+    int X = static_cast<int>(cell % cellsAcross) + x0 * s;
+    int Y = static_cast<int>(cell / cellsAcross) + y0 * s;
+    outX = X / s;
+    outY = Y / s;
+    outI = X % s;
+    outJ = Y % s;
+    return true;
+}
+
+// Past the end of a row: the next row, past the last row the next offset (pattern) or cell.
+void TileSeeds::nextRow() {
     int step = method == 1 ? 4 : 1;
-    x += step;
-    if (x < x1) return true;
     x = method == 1 ? firstX(o) : x0;
     y += step;
-    if (y < y1) return true;
+    if (y < y1) return;
     if (method == 1) {
         o++;
         if (o == 16) {
@@ -76,12 +71,11 @@ bool TileSeeds::next(int& outX, int& outY, int& outI, int& outJ) {
             }
         }
         if (!done) startOffset();
-        return true;
+        return;
     }
     y = y0;
     if (++i == s) {
         i = 0;
         if (++j == s) done = true;
     }
-    return true;
 }

@@ -24,8 +24,18 @@ class TileSeeds {
   public:
     TileSeeds(int method, int subPixels, int x0, int y0, int x1, int y1,
               const unsigned* cells = nullptr, int first = 0, int end = 0);
-    // The next seed cell; false when the tile has none left.
-    bool next(int& x, int& y, int& i, int& j);
+    // The next seed cell; false when the tile has none left. Inline: it runs once per cell.
+    bool next(int& outX, int& outY, int& outI, int& outJ) {
+        if (done) return false;
+        if (method == 2) return nextQuasiRandom(outX, outY, outI, outJ);
+        outX = x;
+        outY = y;
+        outI = i;
+        outJ = j;
+        x += method == 1 ? 4 : 1;
+        if (x >= x1) nextRow();
+        return true;
+    }
 
   private:
     int method, s, x0, y0, x1, y1;
@@ -36,6 +46,8 @@ class TileSeeds {
     int firstX(int o) const; // the pattern's first column and row of offset o in the tile
     int firstY(int o) const;
     void startOffset(); // pattern: the first cell of offset o or of the next offsets
+    void nextRow();
+    bool nextQuasiRandom(int& outX, int& outY, int& outI, int& outJ);
 };
 
 // The seeds of tile `tile`, whose window `partial` has been set up; the quasi-random buckets

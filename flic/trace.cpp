@@ -247,11 +247,15 @@ struct PointRecorder {
             point.cell = 0;
             return;
         }
-        point.pixel = wrapAdd(static_cast<int>(px), wrapMul(static_cast<int>(py), texWidth));
+        int ix = static_cast<int>(px), iy = static_cast<int>(py);
+        point.pixel = wrapAdd(ix, wrapMul(iy, texWidth));
         // The record will be updated once the line's sums are done: ask for it now.
         if (static_cast<unsigned>(point.pixel) < pixels) {
             if (WINDOWED) {
-                int slot = windowSlot(*window, point.pixel);
+                // The point's column and row are the pixel's unless the index wrapped.
+                bool plain = static_cast<unsigned>(ix) < static_cast<unsigned>(texWidth) &&
+                             static_cast<unsigned>(iy) < static_cast<unsigned>(window->imageHeight);
+                int slot = plain ? windowSlotAt(*window, ix, iy) : windowSlot(*window, point.pixel);
                 slots[index] = slot;
                 if (slot >= 0) prefetchRecord<LONG>(window->records.data() + slot);
             } else {
