@@ -142,11 +142,15 @@ class MUSKEIP_API FlicCompute {
         // Row of a pixel index by one multiplication: (pixel * rowMultiplier) >> rowShift.
         unsigned long long rowMultiplier = 0;
         int rowShift = 0;
+        // Per picture column and row: its offset in the window's records (column x stride,
+        // row x width x stride), or INT_MIN where the window does not cover it; made when a
+        // tile starts.
+        std::vector<int> columnSlots, rowSlots;
 
         // The record of picture pixel `pixel` (x + y * imageWidth): inside the window, or a
         // new zeroed overflow entry.
         int* record(int pixel);
-        // The record of a pixel inside the window, or null.
+        // The record of a pixel inside the window, or null (also before a tile has started).
         int* windowRecord(int pixel);
     };
 

@@ -102,11 +102,8 @@ inline int cellInGrid(int index, int cells) {
 // Offset of the record of picture pixel (px, py), or of pixel index `pixel` (its row found by
 // one multiplication), in a tile's window, or -1 when the pixel lies outside the window.
 FLIC_ALWAYS_INLINE int windowSlotAt(const FlicCompute::TileWindow& w, int px, int py) {
-    int dx = px - w.x0, dy = py - w.y0;
-    if (dx < 0) dx += w.imageWidth;
-    if (dy < 0) dy += w.imageHeight;
-    if (dx >= w.width || dy >= w.height) return -1;
-    return (dy * w.width + dx) * w.stride;
+    int column = w.columnSlots[px], row = w.rowSlots[py];
+    return (column | row) < 0 ? -1 : column + row;
 }
 FLIC_ALWAYS_INLINE int windowSlot(const FlicCompute::TileWindow& w, int pixel) {
     int py =

@@ -142,6 +142,11 @@ void drawSobolCells(int width, int height, int s, VISIT visit) {
 // --- Tile windows -----------------------------------------------------------------------------
 
 int* FlicCompute::TileWindow::windowRecord(int pixel) {
+    // A window whose tables were not made for this picture (not set up by a tile's start)
+    // keeps every record in its overflow.
+    if (pixel < 0 || imageWidth <= 0 || columnSlots.size() != static_cast<size_t>(imageWidth) ||
+        rowSlots.size() != static_cast<size_t>(imageHeight) || pixel / imageWidth >= imageHeight)
+        return nullptr;
     int slot = windowSlot(*this, pixel);
     return slot < 0 ? nullptr : records.data() + slot;
 }
@@ -184,6 +189,14 @@ int FlicCompute::haloPixels() const {
     double reach = std::ceil(extensionSteps * step) + 2.0;
     if (!(reach >= 0.0)) return 0;
     return reach > INT_MAX / 4 ? INT_MAX / 4 : static_cast<int>(reach);
+}
+
+// The offsets of an axis's pixels in a window that covers `count` of them from `first` on,
+// wrapping: `unit` ints per pixel, INT_MIN for pixels outside.
+static void fillSlots(std::vector<int>& slots, int total, int first, int count, long long unit) {
+    slots.assign(static_cast<size_t>(total), INT_MIN);
+    for (int k = 0; k < count; k++)
+        slots[static_cast<size_t>((first + k) % total)] = static_cast<int>(k * unit);
 }
 
 // Places the tile and its window; the window wraps around the picture and covers a whole axis
@@ -346,6 +359,9 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
 int FlicCompute::beginTile(int tile, TileWindow& partial, bool zeroed) {
     setUpWindow(tile, partial);
     try {
+        fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride);
+        fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
+                  static_cast<long long>(partial.width) * recordStride);
         size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
         if (!zeroed)
             partial.records.assign(size, 0);

@@ -249,6 +249,17 @@ TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
     EXPECT_EQ(engine.computeTile(&field, &texture, 999, partial), 0);
     EXPECT_NE(MessageCapture::onlyError().find("LIC: tile 999 outside 0 .. 341"), std::string::npos)
         << MessageCapture::onlyError();
+    // A window that no tile has started has no lookup tables: its records go to the overflow.
+    FlicCompute::TileWindow bare;
+    bare.imageWidth = bare.width = 30;
+    bare.imageHeight = bare.height = 20;
+    bare.stride = 2;
+    bare.records.assign(30 * 20 * 2, 0);
+    EXPECT_EQ(bare.windowRecord(45), nullptr);
+    int* entry = bare.record(45);
+    ASSERT_EQ(bare.overflow.size(), 3u);
+    EXPECT_EQ(bare.overflow[0], 45);
+    EXPECT_EQ(entry, bare.overflow.data() + 1);
 }
 
 // Planning from sizes gives the phases of the real inputs; neighbours are mutual and of other
