@@ -19,6 +19,7 @@
 
 #include <climits>
 #include <cmath>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -203,25 +204,51 @@ void divideFrameRow(unsigned char* out, const int* sums, std::ptrdiff_t stride, 
 
 } // namespace
 
-// Divides each frame's sums by the pixel's hits into its picture, as the still engine does;
-// row by row and frame by frame, so that each picture is written in order while the row's
-// records stay in the cache.
+// Divides each frame's sums by the pixel's hits into its picture, as the still engine does.
 void FlicCompute::normalizeFrames(FlicImage* outputs) {
+    bool covering = sizeFrames(outputs);
+    totalHits = wrapAdd(totalHits, normalizeFrameRows(outputs, 0, texHeight, covering));
+}
+
+bool FlicCompute::sizeFrames(FlicImage* outputs) {
+    for (int f = 0; f < frameCount; f++)
+        outputs[f].setSize(texWidth, texHeight, texChannels);
+    return coverage && coverage->setSize(texWidth, texHeight, 1);
+}
+
+// Row by row and frame by frame, so that each picture is written in order while the row's
+// records stay in the cache.
+int FlicCompute::normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd,
+                                    bool covering) const {
     // Locals, so that the stores into the pictures need not reload the engine's members.
-    const int W = texWidth, H = texHeight, C = texChannels, cells = numSubCells;
+    const int W = texWidth, C = texChannels, cells = numSubCells;
     const int frames = frameCount;
     const std::ptrdiff_t stride = recordStride;
-    for (int f = 0; f < frames; f++)
-        outputs[f].setSize(W, H, C);
     FixedDivisor divisors[kDivisorTableSize];
     for (int d = 1; d < kDivisorTableSize; d++)
         divisors[d] = FixedDivisor(d);
-    std::vector<int> hits(W);
-    std::vector<double> reciprocals(W);
+    std::unique_ptr<int[]> hits(new (std::nothrow) int[W]);
+    std::unique_ptr<double[]> reciprocals(new (std::nothrow) double[W]);
     int total = 0;
-    bool covering = coverage && coverage->setSize(W, H, 1);
-    for (int y = 0; y < H; y++) {
+    for (int y = rowBegin; y < rowEnd; y++) {
         const int* row = accum + static_cast<std::ptrdiff_t>(y) * W * stride;
+        int rowHits = 0;
+        if (!hits || !reciprocals) { // no room for the row's divisors: pixel by pixel
+            for (int x = 0; x < W; x++) {
+                int pixelHits = 0;
+                for (int s = 0; s < cells; s++)
+                    pixelHits = wrapAdd(pixelHits, row[x * stride + s]);
+                rowHits = wrapAdd(rowHits, pixelHits);
+                for (int f = 0; f < frames; f++)
+                    divideFrameRow(outputs[f].data + (static_cast<std::ptrdiff_t>(y) * W + x) * C,
+                                   row + x * stride + cells + f * C, stride, 1, C, &pixelHits,
+                                   nullptr, false, divisors);
+                if (covering)
+                    coverage->data[static_cast<std::ptrdiff_t>(y) * W + x] = pixelHits ? 255 : 0;
+            }
+            total = wrapAdd(total, rowHits);
+            continue;
+        }
         bool exact = true;
         for (int x = 0; x < W; x++) {
             int sum = 0;
@@ -234,13 +261,13 @@ void FlicCompute::normalizeFrames(FlicImage* outputs) {
         }
         for (int f = 0; f < frames; f++)
             divideFrameRow(outputs[f].data + static_cast<std::ptrdiff_t>(y) * W * C,
-                           row + cells + f * C, stride, W, C, hits.data(), reciprocals.data(),
-                           exact, divisors);
+                           row + cells + f * C, stride, W, C, hits.get(), reciprocals.get(), exact,
+                           divisors);
         if (covering)
             for (int x = 0; x < W; x++)
                 coverage->data[static_cast<std::ptrdiff_t>(y) * W + x] = hits[x] ? 255 : 0;
     }
-    totalHits = wrapAdd(totalHits, total);
+    return total;
 }
 
 FrameKernel muskeip::detail::frameKernel() {

@@ -376,6 +376,11 @@ class MUSKEIP_API FlicCompute {
     const double* frameTable = nullptr;
     void accumulateFrames(int lo, int hi, bool cutLo, bool cutHi);
     void normalizeFrames(FlicImage* outputs);
+    // Sizes the frames and the coverage image; true when there is a coverage image to make.
+    bool sizeFrames(FlicImage* outputs);
+    // Rows rowBegin .. rowEnd - 1 of normalizeFrames, whose images are sized already; returns
+    // the rows' hits (wrapping).
+    int normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd, bool covering) const;
     int checkModes(FlicVectorField* field) const;
     int computeOnce(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap);
@@ -421,6 +426,7 @@ class MUSKEIP_API FlicCompute {
     void seedRaster(FlicImage* mask, FlicImage* seedMap);
     void seedQuasiRandom(FlicImage* mask, FlicImage* seedMap);
     void normalize(FlicImage* output);
+    void normalizeInBands(FlicImage* output, int threads);
     Vec2f seedVector(const Vec2f& seed) const;
     // A line in three parts, so that tracers may take its points in their own way: the seed's
     // checks and direction (1 when a line is to be traced), then, once the integrators have

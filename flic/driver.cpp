@@ -239,20 +239,32 @@ int FlicCompute::normalizeRecords(const int* records, int width, int height, int
                                   int channels, FlicImage* output, int* totalHitsOut,
                                   FlicImage* coverageOut) {
     if (!output->setSize(width, height, channels)) return 0;
+    bool covering = coverageOut && coverageOut->setSize(width, height, 1);
+    int total = normalizeRows(records, width, 0, height, subCells, channels, output,
+                              covering ? coverageOut : nullptr);
+    if (totalHitsOut) *totalHitsOut = wrapAdd(*totalHitsOut, total);
+    return 1;
+}
+
+int muskeip::detail::normalizeRows(const int* records, int width, int rowBegin, int rowEnd,
+                                   int subCells, int channels, FlicImage* output,
+                                   FlicImage* coverage) {
     FixedDivisor divisors[kDivisorTableSize];
     for (int d = 1; d < kDivisorTableSize; d++)
         divisors[d] = FixedDivisor(d);
-    int pixels = width * height, total = 0;
-    const int* record = records;
-    unsigned char* out = output->data;
+    const int stride = subCells + channels;
+    const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(rowBegin) * width;
+    const std::ptrdiff_t end = static_cast<std::ptrdiff_t>(rowEnd) * width;
+    int total = 0;
+    const int* record = records + first * stride;
+    unsigned char* out = output->data + first * channels;
     if (subCells == 1 && channels == 1) { // the common case: records of hits and one sum
-        for (int p = 0; p < pixels; p++, record += 2) {
+        for (std::ptrdiff_t p = first; p < end; p++, record += 2, out++) {
             total = wrapAdd(total, record[0]);
-            out[p] = static_cast<unsigned char>(divideByHits(record[1], record[0], divisors));
+            *out = static_cast<unsigned char>(divideByHits(record[1], record[0], divisors));
         }
     } else {
-        int stride = subCells + channels;
-        for (int p = 0; p < pixels; p++, record += stride, out += channels) {
+        for (std::ptrdiff_t p = first; p < end; p++, record += stride, out += channels) {
             int hits = 0;
             for (int s = 0; s < subCells; s++)
                 hits = wrapAdd(hits, record[s]);
@@ -262,16 +274,12 @@ int FlicCompute::normalizeRecords(const int* records, int width, int height, int
                 out[ch] = static_cast<unsigned char>(divideByHits(channelSums[ch], hits, divisors));
         }
     }
-    if (totalHitsOut) *totalHitsOut = wrapAdd(*totalHitsOut, total);
-    if (coverageOut && coverageOut->setSize(width, height, 1)) {
-        const int stride = subCells + channels;
-        for (int p = 0; p < pixels; p++) {
+    if (coverage)
+        for (std::ptrdiff_t p = first; p < end; p++) {
             int hits = 0;
             for (int s = 0; s < subCells; s++)
-                hits |= records[static_cast<std::ptrdiff_t>(p) * stride + s];
-            coverageOut->data[static_cast<std::ptrdiff_t>(p / width) * coverageOut->bytesPerLine +
-                              p % width] = hits ? 255 : 0;
+                hits |= records[p * stride + s];
+            coverage->data[(p / width) * coverage->bytesPerLine + p % width] = hits ? 255 : 0;
         }
-    }
-    return 1;
+    return total;
 }

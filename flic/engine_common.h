@@ -72,6 +72,12 @@ struct FixedDivisor {
     }
 };
 
+// Rows rowBegin .. rowEnd - 1 of normalizeRecords: the picture's pixels (and the coverage's,
+// when given) from the records of a width-pixel-wide picture, whose images are sized already.
+// Returns the rows' hits (wrapping).
+int normalizeRows(const int* records, int width, int rowBegin, int rowEnd, int subCells,
+                  int channels, FlicImage* output, FlicImage* coverage);
+
 // Truncating quotient sum / hits through the reciprocal fl(1 / hits) in double (0 for hits 0),
 // exact for sums in 0 .. 255 x hits and hits below kReciprocalHitsLimit: sum x reciprocal
 // lies within 2^-44 of the quotient (at most 255, relative error 2^-52); adding 2^-40 lifts a

@@ -621,8 +621,57 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     numFieldLines = schedule.lines;
     for (auto& tracer : tracers)
         tracedPoints += tracer->tracedPoints;
-    normalize(output);
+    normalizeInBands(output, threads);
     return 1;
+}
+
+// Runs rows(begin, end) over bands of the picture's rows on up to `threads` threads, the
+// calling thread taking the first band (and any band whose thread could not start); returns
+// the wrapping sum of the bands' results, which does not depend on the bands.
+template <class ROWS>
+static int inBands(int height, int threads, ROWS rows) {
+    int bands = std::max(1, std::min(threads, height / 16));
+    std::vector<int> totals(bands, 0);
+    std::vector<char> started(bands, 0);
+    std::vector<std::thread> pool;
+    auto band = [&](int k) { totals[k] = rows(height * k / bands, height * (k + 1) / bands); };
+    for (int k = 1; k < bands; k++) {
+        try {
+            pool.emplace_back(band, k);
+            started[k] = 1;
+        } catch (const std::system_error&) {
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    band(0);
+    for (std::thread& thread : pool)
+        thread.join();
+    int total = 0;
+    for (int k = 0; k < bands; k++) {
+        if (!started[k] && k > 0) band(k);
+        total = wrapAdd(total, totals[k]);
+    }
+    return total;
+}
+
+// normalize on the computation's threads, each dividing a band of rows.
+void FlicCompute::normalizeInBands(FlicImage* output, int threads) {
+    int total;
+    if (frameCount > 0) {
+        bool covering = sizeFrames(output);
+        total = inBands(texHeight, threads, [&](int begin, int end) {
+            return normalizeFrameRows(output, begin, end, covering);
+        });
+    } else {
+        if (!output->setSize(texWidth, texHeight, texChannels)) return;
+        FlicImage* covered =
+            coverage && coverage->setSize(texWidth, texHeight, 1) ? coverage : nullptr;
+        total = inBands(texHeight, threads, [&](int begin, int end) {
+            return normalizeRows(accum, texWidth, begin, end, numSubCells, texChannels, output,
+                                 covered);
+        });
+    }
+    totalHits = wrapAdd(totalHits, total);
 }
 
 // --- Tiles as tasks ---------------------------------------------------------------------------

@@ -43,6 +43,7 @@ struct Outcome {
     Bytes image;
     Bytes seeds;
     int lines, hits;
+    Bytes coverage;
 };
 
 Outcome run(FlicVectorField& field, FlicImage& texture, int tile, int threads, int seeding, int S,
@@ -54,10 +55,11 @@ Outcome run(FlicVectorField& field, FlicImage& texture, int tile, int threads, i
     engine.setNumSubPixels(S);
     engine.setFilterLength(8);
     engine.extensionLength = 24;
-    FlicImage output, seedMap;
+    FlicImage output, seedMap, coverage;
+    engine.setCoverageImage(&coverage);
     EXPECT_EQ(engine.compute(&field, &texture, &output, mask, mask ? &seedMap : nullptr), 1);
     return Outcome{bytes(output), mask ? bytes(seedMap) : Bytes(), engine.numFieldLines,
-                   engine.totalHits};
+                   engine.totalHits, bytes(coverage)};
 }
 
 // The hit counters (entries first .. end - 1) of records of `stride` ints.
@@ -70,8 +72,8 @@ long long hitsIn(const std::vector<int>& records, int stride, int end, int first
 }
 
 bool same(const Outcome& a, const Outcome& b) {
-    return std::tie(a.image, a.seeds, a.lines, a.hits) ==
-           std::tie(b.image, b.seeds, b.lines, b.hits);
+    return std::tie(a.image, a.seeds, a.lines, a.hits, a.coverage) ==
+           std::tie(b.image, b.seeds, b.lines, b.hits, b.coverage);
 }
 
 } // namespace
