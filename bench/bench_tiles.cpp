@@ -2,8 +2,10 @@
 // 2 and 8 threads, at 1024^2 and 2048^2 output pixels and L = 10, 20, 80 (default settings
 // otherwise), with the hits per pixel of each. All runs of one size are interleaved round by
 // round, so that the ratios compare runs made under the same load; each figure is a median.
+// With --warm every timed run follows an untimed run of the same engine, so that its threads
+// find the cores awake (an idle virtual core can take milliseconds to wake).
 //
-// Usage: bench_tiles [--quick] [--repeats N] [--tile T]
+// Usage: bench_tiles [--quick] [--repeats N] [--tile T] [--warm]
 #include "measure.h"
 #include "compute.h"
 
@@ -19,13 +21,16 @@ int main(int argc, char** argv) {
     BenchOptions options = benchOptions(argc, argv, 5, 256);
     const int repeats = options.repeats, tile = options.tile;
     const bool quick = options.quick;
+    bool warm = false;
+    for (int i = 1; i < argc; i++)
+        warm = warm || !strcmp(argv[i], "--warm");
     const int sizes[] = {1024, 2048};
     const int lengths[] = {10, 20, 80};
     // Engine variants: tile size and threads (tile 0: the serial engine).
     const int variants[][2] = {{0, 1}, {tile, 1}, {tile, 2}, {tile, 8}};
     const int nv = 4, nl = 3;
-    printf("serial engine vs tiles of %d pixels (threads 1, 2, 8); medians of %d runs\n", tile,
-           repeats);
+    printf("serial engine vs tiles of %d pixels (threads 1, 2, 8); medians of %d runs%s\n", tile,
+           repeats, warm ? ", each after an untimed run" : "");
     printf("%5s %3s | %8s %5s | %8s %5s %6s | %8s %6s | %8s %6s | %s\n", "size", "L", "serial",
            "hits", "tiled-1", "hits", "cost", "tiled-2", "gain", "tiled-8", "gain", "equal");
     for (int size : sizes) {
@@ -44,6 +49,7 @@ int main(int argc, char** argv) {
                     engine.setTileSize(variants[v][0]);
                     engine.setNumThreads(variants[v][1]);
                     FlicImage output;
+                    if (warm) engine.compute(&field, &noise, &output);
                     auto begin = std::chrono::steady_clock::now();
                     engine.compute(&field, &noise, &output);
                     auto end = std::chrono::steady_clock::now();

@@ -626,35 +626,40 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
 }
 
 // Runs rows(begin, end) over bands of the picture's rows on up to `threads` threads, the
-// calling thread taking the first band (and any band whose thread could not start); returns
+// calling thread taking the first band (and the bands whose threads could not start); returns
 // the wrapping sum of the bands' results, which does not depend on the bands.
 template <class ROWS>
 static int inBands(int height, int threads, ROWS rows) {
     int bands = std::max(1, std::min(threads, height / 16));
-    std::vector<int> totals(bands, 0);
-    std::vector<char> started(bands, 0);
+    std::vector<int> totals;
     std::vector<std::thread> pool;
+    try {
+        totals.assign(bands, 0);
+        pool.reserve(bands - 1);
+    } catch (const std::bad_alloc&) {
+        return rows(0, height);
+    }
     auto band = [&](int k) { totals[k] = rows(height * k / bands, height * (k + 1) / bands); };
-    for (int k = 1; k < bands; k++) {
+    int started = 1;
+    for (; started < bands; started++) {
         try {
-            pool.emplace_back(band, k);
-            started[k] = 1;
+            pool.emplace_back(band, started);
         } catch (const std::system_error&) {
-        } catch (const std::bad_alloc&) {
+            break;
         }
     }
+    for (int k = started; k < bands; k++)
+        band(k);
     band(0);
     for (std::thread& thread : pool)
         thread.join();
     int total = 0;
-    for (int k = 0; k < bands; k++) {
-        if (!started[k] && k > 0) band(k);
+    for (int k = 0; k < bands; k++)
         total = wrapAdd(total, totals[k]);
-    }
     return total;
 }
 
-// normalize on the computation's threads, each dividing a band of rows.
+// normalize on the computation's threads, each dividing a band of the rows.
 void FlicCompute::normalizeInBands(FlicImage* output, int threads) {
     int total;
     if (frameCount > 0) {
