@@ -37,11 +37,14 @@ int ripplePhaseIndex(int j, int c, int period) {
     return static_cast<int>(((static_cast<long long>(j) - c) % period + period) % period);
 }
 
-// Where a line's frame values go (the picture's records, or a tile's window).
+// Where a line's frame values go (the picture's records, or a tile's window). `lasts` says
+// whether the point's record stays where it is until the line is done, so that the frame
+// kernel may fill it later: a window's overflow entries move as the overflow grows.
 struct FrameSinkPicture {
     int* accum;
     std::ptrdiff_t stride;
     int* record(int, int pixel) const { return accum + pixel * stride; }
+    bool lasts(int) const { return true; }
 };
 
 struct FrameSinkWindow {
@@ -52,6 +55,7 @@ struct FrameSinkWindow {
         int slot = slots[index];
         return slot >= 0 ? records + slot : window->record(pixel);
     }
+    bool lasts(int index) const { return slots[index] >= 0; }
 };
 
 // The running sums over the line lo .. hi (index i holds the sums over lo .. i - 1): per channel
@@ -96,7 +100,7 @@ void accumulateFrameLine(const FlicCompute& e, const LineSums& sums, const SINK&
                 int value = static_cast<int>(static_cast<long long>(plain) / (b - a));
                 for (int f = 0; f < frames; f++)
                     channelSums[f * C] = wrapAdd(channelSums[f * C], value);
-            } else if (whole && C == 1) { // the common case: left to the frame kernel
+            } else if (whole && C == 1 && sink.lasts(k)) { // the common case: the kernel's
                 int i = batch.count++;
                 batch.targets[i] = reinterpret_cast<unsigned*>(channelSums);
                 batch.plain[i] = plain;
