@@ -426,6 +426,7 @@ class MUSKEIP_API FlicCompute {
     void seedRaster(FlicImage* mask, FlicImage* seedMap);
     void seedQuasiRandom(FlicImage* mask, FlicImage* seedMap);
     void normalize(FlicImage* output);
+    // normalize with the rows in bands on up to `threads` threads (tiled mode).
     void normalizeInBands(FlicImage* output, int threads);
     Vec2f seedVector(const Vec2f& seed) const;
     // A line in three parts, so that tracers may take its points in their own way: the seed's
