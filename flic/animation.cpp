@@ -19,7 +19,6 @@
 
 #include <climits>
 #include <cmath>
-#include <memory>
 #include <new>
 #include <vector>
 
@@ -183,10 +182,10 @@ void FlicCompute::accumulateFrames(int lo, int hi, bool cutLo, bool cutHi) {
 
 namespace {
 
-// One row of frame f: the pixels' sums divided by their hits. `exact` tells that every pixel
-// of the row has fewer hits than kReciprocalHitsLimit (and none negative): as frame values are
-// 0 .. 255 for each hit, its sums are then 0 .. 255 x hits and the reciprocals serve.
-void divideFrameRow(unsigned char* out, const int* sums, std::ptrdiff_t stride, int width,
+// A run of `width` pixels of frame f: the sums divided by the hits. `exact` tells that every
+// pixel of the run has fewer hits than kReciprocalHitsLimit (and none negative): as frame values
+// are 0 .. 255 for each hit, its sums are then 0 .. 255 x hits and the reciprocals serve.
+void divideFrameRun(unsigned char* out, const int* sums, std::ptrdiff_t stride, int width,
                     int channels, const int* hits, const double* reciprocals, bool exact,
                     const FixedDivisor* divisors) {
     if (exact && channels == 1) {
@@ -231,46 +230,33 @@ int FlicCompute::normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd
     FixedDivisor divisors[kDivisorTableSize];
     for (int d = 1; d < kDivisorTableSize; d++)
         divisors[d] = FixedDivisor(d);
-    std::unique_ptr<int[]> hits(new (std::nothrow) int[W]);
-    std::unique_ptr<double[]> reciprocals(new (std::nothrow) double[W]);
+    // A row in runs of up to `run` pixels, whose hits and reciprocals stay on the stack.
+    const int run = 256;
+    int hits[run];
+    double reciprocals[run];
     int total = 0;
-    for (int y = rowBegin; y < rowEnd; y++) {
-        const int* row = accum + static_cast<std::ptrdiff_t>(y) * W * stride;
-        int rowHits = 0;
-        if (!hits || !reciprocals) { // no room for the row's divisors: pixel by pixel
-            for (int x = 0; x < W; x++) {
-                int pixelHits = 0;
+    for (int y = rowBegin; y < rowEnd; y++)
+        for (int x0 = 0; x0 < W; x0 += run) {
+            const int n = W - x0 < run ? W - x0 : run;
+            const std::ptrdiff_t pixel = static_cast<std::ptrdiff_t>(y) * W + x0;
+            const int* records = accum + pixel * stride;
+            bool exact = true;
+            for (int x = 0; x < n; x++) {
+                int sum = 0;
                 for (int s = 0; s < cells; s++)
-                    pixelHits = wrapAdd(pixelHits, row[x * stride + s]);
-                rowHits = wrapAdd(rowHits, pixelHits);
-                for (int f = 0; f < frames; f++)
-                    divideFrameRow(outputs[f].data + (static_cast<std::ptrdiff_t>(y) * W + x) * C,
-                                   row + x * stride + cells + f * C, stride, 1, C, &pixelHits,
-                                   nullptr, false, divisors);
-                if (covering)
-                    coverage->data[static_cast<std::ptrdiff_t>(y) * W + x] = pixelHits ? 255 : 0;
+                    sum = wrapAdd(sum, records[x * stride + s]);
+                hits[x] = sum;
+                total = wrapAdd(total, sum);
+                exact = exact && sum >= 0 && sum < kReciprocalHitsLimit;
+                reciprocals[x] = sum > 0 ? 1.0 / sum : 0.0;
             }
-            total = wrapAdd(total, rowHits);
-            continue;
+            for (int f = 0; f < frames; f++)
+                divideFrameRun(outputs[f].data + pixel * C, records + cells + f * C, stride, n, C,
+                               hits, reciprocals, exact, divisors);
+            if (covering)
+                for (int x = 0; x < n; x++)
+                    coverage->data[pixel + x] = hits[x] ? 255 : 0;
         }
-        bool exact = true;
-        for (int x = 0; x < W; x++) {
-            int sum = 0;
-            for (int s = 0; s < cells; s++)
-                sum = wrapAdd(sum, row[x * stride + s]);
-            hits[x] = sum;
-            total = wrapAdd(total, sum);
-            exact = exact && sum >= 0 && sum < kReciprocalHitsLimit;
-            reciprocals[x] = sum > 0 ? 1.0 / sum : 0.0;
-        }
-        for (int f = 0; f < frames; f++)
-            divideFrameRow(outputs[f].data + static_cast<std::ptrdiff_t>(y) * W * C,
-                           row + cells + f * C, stride, W, C, hits.get(), reciprocals.get(), exact,
-                           divisors);
-        if (covering)
-            for (int x = 0; x < W; x++)
-                coverage->data[static_cast<std::ptrdiff_t>(y) * W + x] = hits[x] ? 255 : 0;
-    }
     return total;
 }
 
