@@ -128,8 +128,8 @@ class MUSKEIP_API FlicCompute {
 
     // The partial accumulation of one tile: the records (S^2 hit counters, then one sum per
     // channel) of a window of output pixels around the tile, wide enough for the lines seeded
-    // in the tile, and the contributions that fell outside the window. The window may wrap
-    // around the picture's edges, as the lines' pixels do.
+    // in the tile, and the contributions that fell outside the window. The window stops at the
+    // picture's edges; what a line puts across an edge (at wrapped pixels) is overflow.
     struct TileWindow {
         int tileX0 = 0, tileY0 = 0, tileX1 = 0, tileY1 = 0; // the tile: [x0, x1) x [y0, y1)
         int x0 = 0, y0 = 0;                                 // first column and row of the window
@@ -256,7 +256,7 @@ class MUSKEIP_API FlicCompute {
     // The same plan from sizes alone (a field of fieldWidth x fieldHeight nodes, a texture of
     // width x height x channels), for planning tile tasks before any data exists: the phase
     // of every tile, and `halo`, how far a tile's lines reach beyond it (its window is the
-    // tile grown by the halo on every side, wrapped around the picture). Returns the number
+    // tile grown by the halo on every side, cut off at the picture's edges). Returns the number
     // of phases, or 0 after a report. With `neighbours`, also every tile's neighbours: the
     // tiles of other phases whose windows reach into it or into whose window it reaches (only
     // their records can meet its pixels; overflow aside).

@@ -79,33 +79,27 @@ void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLock
     }
 }
 
-// Whether the cyclic interval [start, end) of an axis of `total` pixels meets [a, b).
-bool meets(long long start, long long end, long long a, long long b, long long total) {
-    if (end - start >= total) return true;
-    for (long long shift = -total; shift <= total; shift += total)
-        if (start + shift < b && a < end + shift) return true;
-    return false;
+// Whether tiles i and j of an axis (tiles of `size` pixels over `total`) reach into each
+// other: one's window (the tile grown by `halo` on both sides) meets the other's pixels.
+// Windows stop at the picture's edges; what a line puts beyond them goes to the overflow.
+bool reachEachOther(long long i, long long j, int size, int total, long long halo) {
+    long long a = i * size, b = std::min<long long>(a + size, total);
+    long long c = j * size, d = std::min<long long>(c + size, total);
+    return a - halo < d && c - halo < b;
 }
 
 // Colours of the tiles along one axis (`count` tiles of `size` pixels over `total`, halo
-// `halo`): two tiles of one colour never reach into each other, that is neither's window
-// (the tile and its halo, cyclic) meets the other's pixels. Greedy, smallest colour first;
-// only tiles near enough to meet are compared.
+// `halo`): two tiles of one colour never reach into each other. Greedy, smallest colour
+// first, so two colours unless the halo is wider than a tile; only tiles near enough to
+// reach are compared.
 std::vector<int> axisColours(int count, int size, int total, long long halo, int& colours) {
     std::vector<int> colour(count, 0);
     long long near = halo / size + 2;
     colours = 1;
     for (int i = 0; i < count; i++) {
-        long long a = static_cast<long long>(i) * size, b = std::min<long long>(a + size, total);
         std::vector<bool> taken(colours + 1, false);
-        for (int j = 0; j < i; j++) {
-            long long distance = std::min<long long>(i - j, count - (i - j));
-            if (distance > near) continue;
-            long long c = static_cast<long long>(j) * size,
-                      d = std::min<long long>(c + size, total);
-            if (meets(a - halo, b + halo, c, d, total) || meets(c - halo, d + halo, a, b, total))
-                taken[colour[j]] = true;
-        }
+        for (int j = i - 1; j >= 0 && i - j <= near; j--)
+            if (reachEachOther(i, j, size, total, halo)) taken[colour[j]] = true;
         while (taken[colour[i]])
             colour[i]++;
         colours = std::max(colours, colour[i] + 1);
@@ -199,8 +193,9 @@ static void fillSlots(std::vector<int>& slots, int total, int first, int count, 
         slots[static_cast<size_t>((first + k) % total)] = static_cast<int>(k * unit);
 }
 
-// Places the tile and its window; the window wraps around the picture and covers a whole axis
-// when the tile and its halo would.
+// Places the tile and its window: the tile grown by the halo on every side, cut off at the
+// picture's edges (the few points a line puts across an edge, at wrapped pixels, go to the
+// overflow, so windows of tiles on opposite edges never meet).
 void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
     int tilesX, tilesY;
     tileGrid(texWidth, texHeight, tilesX, tilesY);
@@ -220,17 +215,14 @@ void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
     partial.imageHeight = texHeight;
     partial.stride = recordStride;
     long long halo = haloPixels();
-    long long wide = partial.tileX1 - partial.tileX0 + 2 * halo;
-    long long high = partial.tileY1 - partial.tileY0 + 2 * halo;
-    partial.width = wide >= texWidth ? texWidth : static_cast<int>(wide);
-    partial.height = high >= texHeight ? texHeight : static_cast<int>(high);
-    partial.x0 = wide >= texWidth
-                     ? 0
-                     : static_cast<int>(((partial.tileX0 - halo) % texWidth + texWidth) % texWidth);
-    partial.y0 =
-        high >= texHeight
-            ? 0
-            : static_cast<int>(((partial.tileY0 - halo) % texHeight + texHeight) % texHeight);
+    long long left = std::max<long long>(0, partial.tileX0 - halo);
+    long long right = std::min<long long>(texWidth, partial.tileX1 + halo);
+    long long top = std::max<long long>(0, partial.tileY0 - halo);
+    long long bottom = std::min<long long>(texHeight, partial.tileY1 + halo);
+    partial.x0 = static_cast<int>(left);
+    partial.y0 = static_cast<int>(top);
+    partial.width = static_cast<int>(right - left);
+    partial.height = static_cast<int>(bottom - top);
 }
 
 // The phase of every tile: tiles of one phase never reach into each other, so they run at once
@@ -260,27 +252,18 @@ void FlicCompute::tileNeighbours(const std::vector<int>& phaseOfTile,
     tileGrid(texWidth, texHeight, tilesX, tilesY);
     int sizeX = tilesX == 1 ? texWidth : tileSize, sizeY = tilesY == 1 ? texHeight : tileSize;
     long long halo = haloPixels();
-    auto reach = [&](int i, int j, int size, int total) {
-        long long a = static_cast<long long>(i) * size, b = std::min<long long>(a + size, total);
-        long long c = static_cast<long long>(j) * size, d = std::min<long long>(c + size, total);
-        return meets(a - halo, b + halo, c, d, total) || meets(c - halo, d + halo, a, b, total);
-    };
     int nearX = static_cast<int>(std::min<long long>(tilesX, halo / sizeX + 2));
     int nearY = static_cast<int>(std::min<long long>(tilesY, halo / sizeY + 2));
     for (int ty = 0; ty < tilesY; ty++)
         for (int tx = 0; tx < tilesX; tx++) {
             int tile = ty * tilesX + tx;
-            // each other tile once, even where the neighbourhood wraps onto itself
-            std::vector<int> seen;
-            for (int dy = -nearY; dy <= nearY; dy++)
-                for (int dx = -nearX; dx <= nearX; dx++) {
-                    int ox = ((tx + dx) % tilesX + tilesX) % tilesX;
-                    int oy = ((ty + dy) % tilesY + tilesY) % tilesY;
+            for (int oy = std::max(0, ty - nearY); oy <= std::min(tilesY - 1, ty + nearY); oy++)
+                for (int ox = std::max(0, tx - nearX); ox <= std::min(tilesX - 1, tx + nearX);
+                     ox++) {
                     int other = oy * tilesX + ox;
-                    if (phaseOfTile[other] <= phaseOfTile[tile]) continue;
-                    if (std::find(seen.begin(), seen.end(), other) != seen.end()) continue;
-                    seen.push_back(other);
-                    if (!reach(tx, ox, sizeX, texWidth) || !reach(ty, oy, sizeY, texHeight))
+                    if (phaseOfTile[other] <= phaseOfTile[tile] ||
+                        !reachEachOther(tx, ox, sizeX, texWidth, halo) ||
+                        !reachEachOther(ty, oy, sizeY, texHeight, halo))
                         continue;
                     later[tile].push_back(other);
                     waitingFor[other]++;
@@ -437,10 +420,32 @@ int TileSchedule::take(bool wait, int held) {
         if (waitingThreads > 0 || held >= (atHand + threads - 1) / threads) return -1;
     }
     inFlight++;
-    int tile = ready.back();
+    size_t pick = 0; // the first tile of the highest priority
+    for (size_t k = 1; k < ready.size(); k++) {
+        int a = priority[ready[k]], b = priority[ready[pick]];
+        if (a > b || (a == b && ready[k] < ready[pick])) pick = k;
+    }
+    int tile = ready[pick];
+    ready[pick] = ready.back();
     ready.pop_back();
     readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
     return tile;
+}
+
+bool TileSchedule::awaitOpening() {
+    std::unique_lock<std::mutex> lock(state);
+    while (!opened)
+        changed.wait(lock);
+    return !failed;
+}
+
+void TileSchedule::open(bool ok) {
+    std::lock_guard<std::mutex> lock(state);
+    if (opened) return;
+    opened = true;
+    if (!ok) failed = true;
+    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
+    changed.notify_all();
 }
 
 int TileSchedule::finish(int tile, int tileLines, bool ok) {
@@ -468,7 +473,64 @@ bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, int* r
     return true;
 }
 
-// Runs every tile on numThreads threads (the calling thread alone for 1), each thread tracing
+// Tile priorities for the schedule: the number of tiles on the longest chain of waiting tiles
+// that starts at the tile, so that tiles which hold up many others are taken first and the
+// threads do not run out of ready tiles while a chain is still long.
+static void prioritiseTiles(TileSchedule& schedule, const std::vector<int>& phaseOf) {
+    const int tiles = static_cast<int>(phaseOf.size());
+    std::vector<int> order(tiles);
+    for (int t = 0; t < tiles; t++)
+        order[t] = t;
+    // tiles wait only for tiles of earlier phases: the later phases first
+    std::stable_sort(order.begin(), order.end(),
+                     [&](int a, int b) { return phaseOf[a] > phaseOf[b]; });
+    schedule.priority.assign(tiles, 1);
+    for (int t : order)
+        for (int next : schedule.later[t])
+            schedule.priority[t] = std::max(schedule.priority[t], schedule.priority[next] + 1);
+}
+
+namespace {
+
+// The threads of a tiled computation besides the calling one. They are started before the
+// computation sets up its tracers and schedule, so that a core woken from idle (which takes
+// milliseconds on some machines) is awake when the first tiles are ready; each waits for the
+// schedule to open and then runs work(k). Closing, also on every early return, opens the
+// schedule as failed if it was not opened yet and joins the threads.
+class TileThreads {
+  public:
+    explicit TileThreads(TileSchedule& schedule) : schedule(schedule) {}
+    ~TileThreads() { close(); }
+
+    // Starts threads 1 .. count - 1 (fewer when the system refuses more).
+    template <class WORK>
+    void start(int count, WORK& work) {
+        try {
+            pool.reserve(count > 1 ? count - 1 : 0);
+            for (int k = 1; k < count; k++)
+                pool.emplace_back([this, &work, k] {
+                    if (schedule.awaitOpening()) work(k, false);
+                });
+        } catch (const std::exception&) {
+            // fewer threads than asked: the ones that started share the tiles
+        }
+    }
+
+    void close() {
+        schedule.open(false);
+        for (std::thread& thread : pool)
+            if (thread.joinable()) thread.join();
+        pool.clear();
+    }
+
+  private:
+    TileSchedule& schedule;
+    std::vector<std::thread> pool;
+};
+
+} // namespace
+
+// Runs every tile on numThreads threads (the calling thread among them), each thread tracing
 // the lines of one tile at a time or, with SIMD lanes, of several tiles at once; adds the
 // windows into accum under per-band locks and normalises. The calling thread reports progress
 // by tiles.
@@ -476,11 +538,6 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     int tilesX, tilesY;
     tileGrid(texWidth, texHeight, tilesX, tilesY);
     const int tiles = tilesX * tilesY;
-    std::vector<unsigned> sobolCells;
-    std::vector<int> sobolStart;
-    if (seedingMethod == 2 && !bucketSobolCells(*this, sobolCells, sobolStart))
-        return flic_error("LIC: no memory for the quasi-random seeds of the tiles");
-
     int threads = numThreads;
     if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
     threads = std::max(1, std::min(threads, tiles));
@@ -489,57 +546,22 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles, threads,
               plan.note.c_str());
 
-    // One tracer and one window per lane of every thread: the tiles in flight.
-    std::vector<std::unique_ptr<FlicCompute>> tracers;
-    for (int k = 0; k < threads * lanes; k++) {
-        std::unique_ptr<FlicCompute> tracer(new (std::nothrow) FlicCompute);
-        if (!tracer || !tracer->becomeTracerOf(*this)) {
-            if (tracer) tracer->freeBuffers();
-            for (auto& made : tracers)
-                made->freeBuffers();
-            return flic_error("LIC: no memory for %d tile tracers", threads * lanes);
-        }
-        tracers.push_back(std::move(tracer));
-    }
-
-    std::unique_ptr<std::mutex[]> bands(new (std::nothrow) std::mutex[tilesY]);
-    if (!bands) return flic_error("LIC: no memory for the tile locks");
-    int bandRows = tilesY == 1 ? texHeight : tileSize;
-    std::mutex* locks = threads > 1 ? bands.get() : nullptr;
-
-    // The picture's records are touched here, page by page, so that the threads' merges do not
-    // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel).
-    if (threads > 1) {
-        size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
-        for (size_t k = 0; k < count; k += 1024)
-            accum[k] = 0;
-    }
-    // A tile may start once every tile of an earlier phase that reaches into it, or into which
-    // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
-    // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage
-    // from its own lines and exactly those of its earlier neighbours.
+    // What the threads share, filled in before the schedule opens.
     TileSchedule schedule;
     schedule.tiles = tiles;
     schedule.threads = threads;
-    std::vector<int> phaseOf;
-    phasesOfTiles(phaseOf);
-    schedule.later.assign(tiles, std::vector<int>());
-    schedule.waitingFor.assign(tiles, 0);
-    tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
-    for (auto& tracer : tracers) {
-        tracer->coveredRecords = accum; // read only inside a tile, see above
-        tracer->coveredWidth = texWidth;
-    }
-    for (int tile = tiles - 1; tile >= 0; tile--)
-        if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
-    schedule.readyCount.store(static_cast<int>(schedule.ready.size()));
+    std::vector<unsigned> sobolCells;
+    std::vector<int> sobolStart;
+    std::vector<std::unique_ptr<FlicCompute>> tracers; // one per lane of every thread
+    std::vector<TileWindow> windows;                   // per tracer, kept zeroed between its tiles
+    // Per thread: the overflow of its tiles, added when every tile is done: overflow may fall
+    // anywhere, and coverage is judged from the windows of the earlier neighbours only.
+    std::vector<std::vector<int>> overflows;
+    std::unique_ptr<std::mutex[]> bands;
+    std::mutex* locks = nullptr;
+    int bandRows = tilesY == 1 ? texHeight : tileSize;
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
-    // Per tracer: its window, kept zeroed between tiles; per thread: the overflow of its
-    // tiles, added when every tile is done: overflow may fall anywhere, and coverage is judged
-    // from the windows of the earlier neighbours only.
-    std::vector<TileWindow> windows(threads * lanes);
-    std::vector<std::vector<int>> overflows(threads);
 
     auto work = [&](int k, bool reports) {
         if (lanes > 1) {
@@ -567,46 +589,63 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
                 if (reports) reportProgress(done, tiles);
             }
         }
-        std::lock_guard<std::mutex> lock(schedule.state);
-        schedule.running--;
-        schedule.changed.notify_all();
     };
+    TileThreads pool(schedule);
+    pool.start(threads, work);
 
-    std::vector<std::thread> pool;
+    auto release = [&] {
+        pool.close();
+        for (auto& tracer : tracers)
+            tracer->freeBuffers();
+    };
+    if (seedingMethod == 2 && !bucketSobolCells(*this, sobolCells, sobolStart)) {
+        release();
+        return flic_error("LIC: no memory for the quasi-random seeds of the tiles");
+    }
+    for (int k = 0; k < threads * lanes; k++) {
+        std::unique_ptr<FlicCompute> tracer(new (std::nothrow) FlicCompute);
+        if (!tracer || !tracer->becomeTracerOf(*this)) {
+            if (tracer) tracer->freeBuffers();
+            release();
+            return flic_error("LIC: no memory for %d tile tracers", threads * lanes);
+        }
+        tracer->coveredRecords = accum; // read only inside a tile, see below
+        tracer->coveredWidth = texWidth;
+        tracers.push_back(std::move(tracer));
+    }
+    bands.reset(new (std::nothrow) std::mutex[tilesY]);
+    if (!bands) {
+        release();
+        return flic_error("LIC: no memory for the tile locks");
+    }
+    locks = threads > 1 ? bands.get() : nullptr;
+    windows.resize(static_cast<size_t>(threads) * lanes);
+    overflows.resize(threads);
+
+    // The picture's records are touched here, page by page, so that the threads' merges do not
+    // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel).
     if (threads > 1) {
-        for (int k = 0; k < threads; k++) {
-            {
-                std::lock_guard<std::mutex> guard(schedule.state);
-                schedule.running++;
-            }
-            try {
-                pool.emplace_back(work, k, false);
-            } catch (const std::system_error&) {
-                // fewer threads than asked: the ones that started share the tiles
-                std::lock_guard<std::mutex> guard(schedule.state);
-                schedule.running--;
-                break;
-            }
-        }
-        std::unique_lock<std::mutex> lock(schedule.state);
-        int reported = 0;
-        while (schedule.running > 0) {
-            schedule.changed.wait(lock);
-            if (schedule.tilesDone > reported) {
-                reported = schedule.tilesDone;
-                lock.unlock();
-                reportProgress(reported, tiles);
-                lock.lock();
-            }
-        }
-        lock.unlock();
-        for (std::thread& thread : pool)
-            thread.join();
+        size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
+        for (size_t k = 0; k < count; k += 1024)
+            accum[k] = 0;
     }
-    if (pool.empty()) {
-        schedule.running = 1;
-        work(0, true);
-    }
+    // A tile may start once every tile of an earlier phase that reaches into it, or into which
+    // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
+    // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage
+    // from its own lines and exactly those of its earlier neighbours.
+    std::vector<int> phaseOf;
+    phasesOfTiles(phaseOf);
+    schedule.later.assign(tiles, std::vector<int>());
+    schedule.waitingFor.assign(tiles, 0);
+    tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
+    prioritiseTiles(schedule, phaseOf);
+    for (int tile = 0; tile < tiles; tile++)
+        if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
+    schedule.open(true);
+
+    work(0, true);
+    pool.close();
+    reportProgress(tiles, tiles);
     for (std::vector<int>& overflow : overflows) {
         TileWindow entries;
         entries.imageWidth = texWidth;
@@ -615,8 +654,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         entries.overflow.swap(overflow);
         mergeWindow(entries, accum, MergeLocks{nullptr, 1}, false);
     }
-    for (auto& tracer : tracers)
-        tracer->freeBuffers();
+    release();
     if (schedule.failed) return flic_error("LIC: no memory for the tile windows");
     numFieldLines = schedule.lines;
     for (auto& tracer : tracers)

@@ -61,10 +61,11 @@ TileSeeds seedsOfTile(const FlicCompute& engine, int tile, const FlicCompute::Ti
 struct TileSchedule {
     std::mutex state;
     std::condition_variable changed;
-    std::vector<int> ready;              // tiles to take, the last first
+    std::vector<int> ready;              // tiles to take
+    std::vector<int> priority;           // per tile: the larger, the sooner it is taken
     std::vector<std::vector<int>> later; // per tile: the tiles that wait for it
     std::vector<int> waitingFor;         // per tile: tiles it still waits for
-    int tiles = 0, tilesDone = 0, running = 0, lines = 0;
+    int tiles = 0, tilesDone = 0, lines = 0;
     int threads = 1;        // threads that take tiles
     int inFlight = 0;       // tiles taken and not yet done
     int waitingThreads = 0; // threads asleep in take
@@ -72,12 +73,18 @@ struct TileSchedule {
     // every trial step while one of its lanes is empty, and should not take the lock in vain.
     std::atomic<int> readyCount{0};
     bool failed = false;
+    bool opened = false; // the tiles may be taken (set once by open)
 
     // A ready tile, or -1 when none: after a failure, when every tile is taken, or (without
     // `wait`) when none is ready yet. With `wait` it sleeps until one is ready or all are done.
     // A thread that already holds `held` tiles (the lane tracer) gets another only while no
     // thread waits for one and its tiles stay within a fair share of the tiles at hand.
     int take(bool wait, int held = 0);
+    // Waits until the schedule is opened; returns false when it was opened as failed.
+    bool awaitOpening();
+    // Opens the schedule (once; later calls do nothing): ok true once the ready tiles and the
+    // threads' work are in place, false to let waiting threads go without taking a tile.
+    void open(bool ok);
     // Records a tile as done with its line count (ok false: it failed) and readies the tiles
     // that waited for it. Returns the number of tiles done.
     int finish(int tile, int lines, bool ok);

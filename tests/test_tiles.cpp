@@ -288,6 +288,22 @@ TEST(Tiles, LayoutFromSizesMatchesThePhasesOfTheInputs) {
             const std::vector<int>& back = neighbours[other];
             EXPECT_NE(std::find(back.begin(), back.end(), static_cast<int>(t)), back.end());
         }
+
+    // Windows stop at the picture's edges: 3 x 2 tiles of 256 pixels (scales 3 and 2, so a halo
+    // of 80 steps of 1.2 pixels and 2 of margin) take two colours along each axis, and tiles on
+    // opposite edges are not neighbours.
+    engine.setTileSize(256);
+    ASSERT_EQ(4, engine.tileLayout(257, 257, 768, 512, 1, planned, halo, &neighbours));
+    EXPECT_EQ(98, halo);
+    EXPECT_EQ((std::vector<int>{0, 1, 0, 2, 3, 2}), planned);
+    auto sorted = [](std::vector<int> v) {
+        std::sort(v.begin(), v.end());
+        return v;
+    };
+    EXPECT_EQ((std::vector<int>{1, 3, 4}), sorted(neighbours[0]));
+    EXPECT_EQ((std::vector<int>{1, 4, 5}), sorted(neighbours[2]));
+    EXPECT_EQ((std::vector<int>{0, 2, 3, 4, 5}), sorted(neighbours[1]));
+
     MessageCapture capture;
     EXPECT_EQ(0, engine.tileLayout(1, 25, 300, 200, 1, planned, halo));
     EXPECT_EQ(0, engine.tileLayout(33, 25, 0, 200, 1, planned, halo));
