@@ -237,12 +237,14 @@ class MUSKEIP_API FlicCompute {
     //
     // With tileSize > 0 the picture is cut into tiles; each tile seeds only the sub-pixel
     // cells inside it, in the seeding order restricted to the tile, and judges coverage from
-    // its own lines only, so tiles are independent and run on numThreads threads. The bytes
-    // depend on the inputs and settings (tileSize included), never on the thread count or
-    // the order in which tiles finish; a tile as large as the picture gives the serial
-    // engine's bytes. numFieldLines then counts the lines of all tiles, totalHits the hits
-    // of all pixels (both higher than the serial engine's: lines near tile borders are traced
-    // again by the neighbouring tile). The progress callback is called from the calling thread.
+    // its own lines and those of its neighbours of earlier phases (tiles of one phase never
+    // reach into each other), so tiles run on numThreads threads as soon as their earlier
+    // neighbours are done. The bytes depend on the inputs and settings (tileSize included),
+    // never on the thread count or the order in which tiles finish; a tile as large as the
+    // picture gives the serial engine's bytes. numFieldLines then counts the lines of all
+    // tiles, totalHits the hits of all pixels (both a little higher than the serial engine's:
+    // a few lines near tile borders are traced again by the neighbouring tile). The calling
+    // thread traces tiles too and calls the progress callback as it finishes them.
     int compute(FlicVectorField* field, FlicImage* texture, FlicImage* output,
                 FlicImage* mask = nullptr, FlicImage* seedMap = nullptr);
 
