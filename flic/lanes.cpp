@@ -253,8 +253,7 @@ static bool startTile(Lane& lane, int tile, const LaneWork& work) {
 // Ends a lane's tile: merged when it succeeded, reported to the schedule either way.
 static void finishLaneTile(Lane& lane, bool ok, LaneWork& work) {
     FlicLaneTracer::endTile(*lane.engine, *lane.window);
-    ok = ok && mergeFinishedTile(*lane.window, work.parent->accum, work.bands, work.bandRows,
-                                 *work.overflow);
+    ok = ok && mergeFinishedTile(*lane.window, *work.picture, *work.overflow);
     int done = work.schedule->finish(lane.tile, lane.window->numFieldLines, ok);
     lane.tile = -1;
     if (work.reports) FlicLaneTracer::reportProgress(*work.parent, done, work.schedule->tiles);
@@ -275,60 +274,62 @@ void FlicLaneTracer::traceTiles(LaneWork& work) {
         return;
     }
     bindField(*batch, *lanes[0].engine->forward);
+    // The lanes that hold a tile, and the idle ones: each round costs in proportion to the
+    // tiles in hand, however wide the lanes.
+    int active[TrialBatch::maxLanes], idle[TrialBatch::maxLanes];
+    int activeCount = 0, idleCount = 0;
+    for (int l = K - 1; l >= 0; l--)
+        idle[idleCount++] = l;
     for (;;) {
-        // Every lane runs until it asks for a trial; a lane whose tile is done takes another
-        // ready tile at once. Only a thread with no tile at all waits for one.
-        int held = 0;
-        bool noneReady = false; // asked once this round in vain: not again before the next
-        for (int l = 0; l < K; l++)
-            held += lanes[l].tile >= 0;
-        for (int l = 0; l < K; l++) {
+        // Idle lanes take ready tiles; only a thread with no tile at all waits for one.
+        while (idleCount > 0) {
+            bool wait = activeCount == 0;
+            int tile = work.schedule->take(wait, activeCount);
+            if (tile < 0) {
+                if (wait) return; // every tile is done, or one failed
+                break;
+            }
+            int l = idle[--idleCount];
+            if (startTile(lanes[l], tile, work)) {
+                active[activeCount++] = l;
+            } else {
+                finishLaneTile(lanes[l], false, work);
+                idle[idleCount++] = l;
+            }
+        }
+        // Every lane runs until it asks for a trial; a lane whose tile is done becomes idle. The
+        // lanes that ask are packed into the first slots of the narrowest kernel that holds
+        // them.
+        int count = 0;
+        for (int a = 0; a < activeCount; a++) {
+            int l = active[a];
             Lane& lane = lanes[l];
-            while (!lane.waiting) {
-                if (lane.tile < 0) {
-                    bool wait = held == 0;
-                    int tile = noneReady && !wait ? -1 : work.schedule->take(wait, held);
-                    if (tile < 0) {
-                        if (wait) return; // every tile is done, or one failed
-                        noneReady = true;
-                        break;
-                    }
-                    held++;
-                    if (!startTile(lane, tile, work)) {
-                        finishLaneTile(lane, false, work);
-                        held--;
-                        continue;
-                    }
-                }
+            if (!lane.waiting) {
                 int outcome;
                 try {
                     outcome = runLane(lane, work.mask, work.seedMap);
                 } catch (const std::bad_alloc&) { // a window's overflow could not grow
-                    finishLaneTile(lane, false, work);
-                    held--;
+                    outcome = -1;
+                }
+                if (outcome != NEEDS_TRIAL) {
+                    finishLaneTile(lane, outcome == TILE_DONE, work);
+                    idle[idleCount++] = l;
                     continue;
                 }
-                if (outcome == TILE_DONE) {
-                    finishLaneTile(lane, true, work);
-                    held--;
-                } else
-                    lane.waiting = true;
+                lane.waiting = true;
             }
+            active[count++] = l;
         }
-        // The lanes that ask, packed into the first slots of the narrowest kernel that holds
-        // them (tiles not yet ready leave lanes idle).
-        int asking[TrialBatch::maxLanes], count = 0;
-        for (int l = 0; l < K; l++)
-            if (lanes[l].waiting) asking[count++] = l;
+        activeCount = count;
         if (count == 0) continue; // the lanes' tiles ended: take more, or wait for them
         int kernel = 0;
         while (plan.widths[kernel] < count)
             kernel++;
         for (int slot = 0; slot < plan.widths[kernel]; slot++)
-            fillTrial(*batch, slot, slot < count ? &lanes[asking[slot]] : nullptr);
+            fillTrial(*batch, slot, slot < count ? &lanes[active[slot]] : nullptr);
         plan.kernels[kernel](*batch);
         for (int slot = 0; slot < count; slot++) {
-            Lane& lane = lanes[asking[slot]];
+            Lane& lane = lanes[active[slot]];
             lane.waiting = resumeLane(lane, *batch, slot);
         }
     }

@@ -420,16 +420,23 @@ int TileSchedule::take(bool wait, int held) {
         if (waitingThreads > 0 || held >= (atHand + threads - 1) / threads) return -1;
     }
     inFlight++;
-    size_t pick = 0; // the first tile of the highest priority
-    for (size_t k = 1; k < ready.size(); k++) {
-        int a = priority[ready[k]], b = priority[ready[pick]];
-        if (a > b || (a == b && ready[k] < ready[pick])) pick = k;
-    }
+    size_t pick = 0;
+    for (size_t k = 1; k < ready.size(); k++)
+        if (takenBefore(ready[k], ready[pick])) pick = k;
     int tile = ready[pick];
+    startedAt[tile] = std::chrono::steady_clock::now();
     ready[pick] = ready.back();
     ready.pop_back();
     readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
     return tile;
+}
+
+bool TileSchedule::takenBefore(int a, int b) const {
+    if (priority[a] != priority[b]) return priority[a] > priority[b];
+    double costA = neighbourCount[a] ? neighbourSeconds[a] / neighbourCount[a] : 0.0;
+    double costB = neighbourCount[b] ? neighbourSeconds[b] / neighbourCount[b] : 0.0;
+    if (costA != costB) return costA > costB;
+    return a < b;
 }
 
 bool TileSchedule::awaitOpening() {
@@ -454,17 +461,44 @@ int TileSchedule::finish(int tile, int tileLines, bool ok) {
     inFlight--;
     lines += tileLines;
     int done = ++tilesDone;
-    for (int next : later[tile])
+    double took =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - startedAt[tile]).count();
+    for (int next : later[tile]) {
+        neighbourSeconds[next] += took;
+        neighbourCount[next]++;
         if (--waitingFor[next] == 0) ready.push_back(next);
+    }
     readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
     changed.notify_all();
     return done;
 }
 
-bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, int* records,
-                                        std::mutex* bands, int bandRows,
+PageToucher::PageToucher(int* block, size_t count)
+    : block(block), count(count), chunks((count + chunkInts - 1) / chunkInts) {}
+
+void PageToucher::help() {
+    for (size_t chunk; (chunk = next.fetch_add(1)) < chunks;) {
+        size_t end = std::min(count, (chunk + 1) * chunkInts);
+        for (size_t k = chunk * chunkInts; k < end; k += 1024)
+            block[k] = 0;
+        std::lock_guard<std::mutex> lock(state);
+        if (++done == chunks) finished.notify_all();
+    }
+}
+
+void PageToucher::ensureDone() {
+    if (complete.load(std::memory_order_acquire)) return;
+    help();
+    std::unique_lock<std::mutex> lock(state);
+    while (done < chunks)
+        finished.wait(lock);
+    complete.store(true, std::memory_order_release);
+}
+
+bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, PictureRecords& picture,
                                         std::vector<int>& overflow) {
-    mergeWindow(partial, records, MergeLocks{bands, bandRows}, true, false);
+    if (picture.toucher) picture.toucher->ensureDone();
+    mergeWindow(partial, picture.records, MergeLocks{picture.bands, picture.bandRows}, true, false);
     try {
         overflow.insert(overflow.end(), partial.overflow.begin(), partial.overflow.end());
     } catch (const std::bad_alloc&) {
@@ -485,6 +519,9 @@ static void prioritiseTiles(TileSchedule& schedule, const std::vector<int>& phas
     std::stable_sort(order.begin(), order.end(),
                      [&](int a, int b) { return phaseOf[a] > phaseOf[b]; });
     schedule.priority.assign(tiles, 1);
+    schedule.startedAt.resize(tiles);
+    schedule.neighbourSeconds.assign(tiles, 0.0);
+    schedule.neighbourCount.assign(tiles, 0);
     for (int t : order)
         for (int next : schedule.later[t])
             schedule.priority[t] = std::max(schedule.priority[t], schedule.priority[next] + 1);
@@ -494,9 +531,10 @@ namespace {
 
 // The threads of a tiled computation besides the calling one. They are started before the
 // computation sets up its tracers and schedule, so that a core woken from idle (which takes
-// milliseconds on some machines) is awake when the first tiles are ready; each waits for the
-// schedule to open and then runs work(k). Closing, also on every early return, opens the
-// schedule as failed if it was not opened yet and joins the threads.
+// milliseconds on some machines) is awake when the first tiles are ready; each touches the
+// picture's pages (PageToucher), waits for the schedule to open and then runs work(k). Closing,
+// also on every early return, opens the schedule as failed if it was not opened yet and joins the
+// threads.
 class TileThreads {
   public:
     explicit TileThreads(TileSchedule& schedule) : schedule(schedule) {}
@@ -504,11 +542,12 @@ class TileThreads {
 
     // Starts threads 1 .. count - 1 (fewer when the system refuses more).
     template <class WORK>
-    void start(int count, WORK& work) {
+    void start(int count, WORK& work, PageToucher& toucher) {
         try {
             pool.reserve(count > 1 ? count - 1 : 0);
             for (int k = 1; k < count; k++)
-                pool.emplace_back([this, &work, k] {
+                pool.emplace_back([this, &work, &toucher, k] {
+                    toucher.help();
                     if (schedule.awaitOpening()) work(k, false);
                 });
         } catch (const std::exception&) {
@@ -558,8 +597,14 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     // anywhere, and coverage is judged from the windows of the earlier neighbours only.
     std::vector<std::vector<int>> overflows;
     std::unique_ptr<std::mutex[]> bands;
-    std::mutex* locks = nullptr;
-    int bandRows = tilesY == 1 ? texHeight : tileSize;
+    // The picture's pages are touched by the other threads while the calling thread starts on
+    // the tiles: with more than one thread, each merge waits until they are all touched.
+    PageToucher toucher(accum,
+                        threads > 1 ? static_cast<size_t>(texWidth) * texHeight * recordStride : 0);
+    PictureRecords picture;
+    picture.records = accum;
+    picture.bandRows = tilesY == 1 ? texHeight : tileSize;
+    picture.toucher = &toucher;
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
 
@@ -574,8 +619,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
                          seedMap,
                          cells,
                          starts,
-                         locks,
-                         bandRows,
+                         &picture,
                          &overflows[k],
                          reports};
             FlicLaneTracer::traceTiles(job);
@@ -584,14 +628,14 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
             TileWindow& partial = windows[k];
             for (int tile; (tile = schedule.take(true)) >= 0;) {
                 bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true) &&
-                          mergeFinishedTile(partial, accum, locks, bandRows, overflows[k]);
+                          mergeFinishedTile(partial, picture, overflows[k]);
                 int done = schedule.finish(tile, partial.numFieldLines, ok);
                 if (reports) reportProgress(done, tiles);
             }
         }
     };
     TileThreads pool(schedule);
-    pool.start(threads, work);
+    pool.start(threads, work, toucher);
 
     auto release = [&] {
         pool.close();
@@ -618,17 +662,10 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         release();
         return flic_error("LIC: no memory for the tile locks");
     }
-    locks = threads > 1 ? bands.get() : nullptr;
+    if (threads > 1) picture.bands = bands.get();
     windows.resize(static_cast<size_t>(threads) * lanes);
     overflows.resize(threads);
 
-    // The picture's records are touched here, page by page, so that the threads' merges do not
-    // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel).
-    if (threads > 1) {
-        size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
-        for (size_t k = 0; k < count; k += 1024)
-            accum[k] = 0;
-    }
     // A tile may start once every tile of an earlier phase that reaches into it, or into which
     // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
     // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage

@@ -7,6 +7,7 @@
 #include "lane_trials_common.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -61,8 +62,14 @@ TileSeeds seedsOfTile(const FlicCompute& engine, int tile, const FlicCompute::Ti
 struct TileSchedule {
     std::mutex state;
     std::condition_variable changed;
-    std::vector<int> ready;              // tiles to take
-    std::vector<int> priority;           // per tile: the larger, the sooner it is taken
+    std::vector<int> ready; // tiles to take, in the order takenBefore gives
+    // Per tile: the longest chain of tiles waiting on it, counted in tiles (the larger, the
+    // sooner it is taken); when it was taken; the seconds its earlier neighbours took, summed,
+    // and their count. Timing steers only the order of the tiles, never the picture.
+    std::vector<int> priority;
+    std::vector<std::chrono::steady_clock::time_point> startedAt;
+    std::vector<double> neighbourSeconds;
+    std::vector<int> neighbourCount;
     std::vector<std::vector<int>> later; // per tile: the tiles that wait for it
     std::vector<int> waitingFor;         // per tile: tiles it still waits for
     int tiles = 0, tilesDone = 0, lines = 0;
@@ -80,6 +87,11 @@ struct TileSchedule {
     // A thread that already holds `held` tiles (the lane tracer) gets another only while no
     // thread waits for one and its tiles stay within a fair share of the tiles at hand.
     int take(bool wait, int held = 0);
+    // Whether ready tile a goes before ready tile b: the longer chain first; between equal
+    // chains the tile whose earlier neighbours took longer on average (a field's costly
+    // regions are wide, so costly tiles start early and the last tiles to finish, while other
+    // threads may have nothing left to do, are cheap ones); then the lower number.
+    bool takenBefore(int a, int b) const;
     // Waits until the schedule is opened; returns false when it was opened as failed.
     bool awaitOpening();
     // Opens the schedule (once; later calls do nothing): ok true once the ready tiles and the
@@ -90,11 +102,41 @@ struct TileSchedule {
     int finish(int tile, int lines, bool ok);
 };
 
-// Adds a finished tile's window into the picture's records (under the band locks when there
-// are any) and keeps its overflow for the end; zeroes the window for the next tile. Returns
-// false without memory.
-bool mergeFinishedTile(FlicCompute::TileWindow& partial, int* records, std::mutex* bands,
-                       int bandRows, std::vector<int>& overflow);
+// Touches every page of a block of ints once, so that the threads' merges do not all stop at
+// once to have fresh zero pages mapped (page faults serialise in the kernel). A thread with
+// time to spare calls help(), which touches chunks of 2 MB (a large page) until none is left;
+// whatever writes into the block calls ensureDone() first, which helps with what is left and
+// waits for the chunks under way in other threads.
+class PageToucher {
+  public:
+    PageToucher(int* block, size_t count);
+    void help();
+    void ensureDone();
+
+  private:
+    static const size_t chunkInts = (2u << 20) / sizeof(int);
+    int* block;
+    size_t count, chunks;
+    std::atomic<size_t> next{0};
+    std::atomic<bool> complete{false};
+    std::mutex state;
+    std::condition_variable finished;
+    size_t done = 0; // chunks touched
+};
+
+// The picture's records as the threads add finished tiles into them: under a lock per band of
+// bandRows rows (no locks with one thread), their pages touched before the first addition.
+struct PictureRecords {
+    int* records = nullptr;
+    std::mutex* bands = nullptr;
+    int bandRows = 1;
+    PageToucher* toucher = nullptr;
+};
+
+// Adds a finished tile's window into the picture's records and keeps its overflow for the
+// end; zeroes the window for the next tile. Returns false without memory.
+bool mergeFinishedTile(FlicCompute::TileWindow& partial, PictureRecords& picture,
+                       std::vector<int>& overflow);
 
 // How a tiled computation traces its tiles: `lanes` tiles at once per thread, or one at a
 // time with the scalar tracer (lanes 1); `note` says which and why, for the verbose report.
@@ -122,8 +164,7 @@ struct LaneWork {
     FlicImage* seedMap;
     const std::vector<unsigned>* sobolCells;
     const std::vector<int>* sobolStart;
-    std::mutex* bands;
-    int bandRows;
+    PictureRecords* picture;
     std::vector<int>* overflow;
     bool reports; // this thread reports progress
 };
