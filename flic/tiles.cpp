@@ -473,31 +473,8 @@ int TileSchedule::finish(int tile, int tileLines, bool ok) {
     return done;
 }
 
-PageToucher::PageToucher(int* block, size_t count)
-    : block(block), count(count), chunks((count + chunkInts - 1) / chunkInts) {}
-
-void PageToucher::help() {
-    for (size_t chunk; (chunk = next.fetch_add(1)) < chunks;) {
-        size_t end = std::min(count, (chunk + 1) * chunkInts);
-        for (size_t k = chunk * chunkInts; k < end; k += 1024)
-            block[k] = 0;
-        std::lock_guard<std::mutex> lock(state);
-        if (++done == chunks) finished.notify_all();
-    }
-}
-
-void PageToucher::ensureDone() {
-    if (complete.load(std::memory_order_acquire)) return;
-    help();
-    std::unique_lock<std::mutex> lock(state);
-    while (done < chunks)
-        finished.wait(lock);
-    complete.store(true, std::memory_order_release);
-}
-
 bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, PictureRecords& picture,
                                         std::vector<int>& overflow) {
-    if (picture.toucher) picture.toucher->ensureDone();
     mergeWindow(partial, picture.records, MergeLocks{picture.bands, picture.bandRows}, true, false);
     try {
         overflow.insert(overflow.end(), partial.overflow.begin(), partial.overflow.end());
@@ -531,10 +508,9 @@ namespace {
 
 // The threads of a tiled computation besides the calling one. They are started before the
 // computation sets up its tracers and schedule, so that a core woken from idle (which takes
-// milliseconds on some machines) is awake when the first tiles are ready; each touches the
-// picture's pages (PageToucher), waits for the schedule to open and then runs work(k). Closing,
-// also on every early return, opens the schedule as failed if it was not opened yet and joins the
-// threads.
+// milliseconds on some machines) is awake when the first tiles are ready; each waits for the
+// schedule to open and then runs work(k). Closing, also on every early return, opens the
+// schedule as failed if it was not opened yet and joins the threads.
 class TileThreads {
   public:
     explicit TileThreads(TileSchedule& schedule) : schedule(schedule) {}
@@ -542,12 +518,11 @@ class TileThreads {
 
     // Starts threads 1 .. count - 1 (fewer when the system refuses more).
     template <class WORK>
-    void start(int count, WORK& work, PageToucher& toucher) {
+    void start(int count, WORK& work) {
         try {
             pool.reserve(count > 1 ? count - 1 : 0);
             for (int k = 1; k < count; k++)
-                pool.emplace_back([this, &work, &toucher, k] {
-                    toucher.help();
+                pool.emplace_back([this, &work, k] {
                     if (schedule.awaitOpening()) work(k, false);
                 });
         } catch (const std::exception&) {
@@ -597,14 +572,9 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     // anywhere, and coverage is judged from the windows of the earlier neighbours only.
     std::vector<std::vector<int>> overflows;
     std::unique_ptr<std::mutex[]> bands;
-    // The picture's pages are touched by the other threads while the calling thread starts on
-    // the tiles: with more than one thread, each merge waits until they are all touched.
-    PageToucher toucher(accum,
-                        threads > 1 ? static_cast<size_t>(texWidth) * texHeight * recordStride : 0);
     PictureRecords picture;
     picture.records = accum;
     picture.bandRows = tilesY == 1 ? texHeight : tileSize;
-    picture.toucher = &toucher;
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
 
@@ -635,7 +605,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         }
     };
     TileThreads pool(schedule);
-    pool.start(threads, work, toucher);
+    pool.start(threads, work);
 
     auto release = [&] {
         pool.close();
@@ -666,6 +636,15 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     windows.resize(static_cast<size_t>(threads) * lanes);
     overflows.resize(threads);
 
+    // The picture's records are touched here, page by page, so that the threads' merges do not
+    // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel;
+    // touching them from two threads at once, or by the other threads while this one starts on
+    // the tiles, was slower, with stalls of up to tens of milliseconds).
+    if (threads > 1) {
+        size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
+        for (size_t k = 0; k < count; k += 1024)
+            accum[k] = 0;
+    }
     // A tile may start once every tile of an earlier phase that reaches into it, or into which
     // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
     // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage

@@ -102,35 +102,12 @@ struct TileSchedule {
     int finish(int tile, int lines, bool ok);
 };
 
-// Touches every page of a block of ints once, so that the threads' merges do not all stop at
-// once to have fresh zero pages mapped (page faults serialise in the kernel). A thread with
-// time to spare calls help(), which touches chunks of 2 MB (a large page) until none is left;
-// whatever writes into the block calls ensureDone() first, which helps with what is left and
-// waits for the chunks under way in other threads.
-class PageToucher {
-  public:
-    PageToucher(int* block, size_t count);
-    void help();
-    void ensureDone();
-
-  private:
-    static const size_t chunkInts = (2u << 20) / sizeof(int);
-    int* block;
-    size_t count, chunks;
-    std::atomic<size_t> next{0};
-    std::atomic<bool> complete{false};
-    std::mutex state;
-    std::condition_variable finished;
-    size_t done = 0; // chunks touched
-};
-
-// The picture's records as the threads add finished tiles into them: under a lock per band of
-// bandRows rows (no locks with one thread), their pages touched before the first addition.
+// The picture's records as the threads add finished tiles into them, under a lock per band of
+// bandRows rows (no locks with one thread).
 struct PictureRecords {
     int* records = nullptr;
     std::mutex* bands = nullptr;
     int bandRows = 1;
-    PageToucher* toucher = nullptr;
 };
 
 // Adds a finished tile's window into the picture's records and keeps its overflow for the
