@@ -31,7 +31,7 @@ enum LaneStage {
 };
 
 // What a lane's run ends with.
-enum RunOutcome { NEEDS_TRIAL, TILE_DONE };
+enum RunOutcome { NEEDS_TRIAL, TILE_DONE, TILE_READY };
 
 const int noFailure = INT_MAX;
 
@@ -132,7 +132,11 @@ struct LaneSteps {
 } // namespace muskeip
 
 // Runs a lane until its integrator needs a trial step or its tile has no seeds left.
-static int runLane(Lane& lane, FlicImage* mask, FlicImage* seedMap) {
+// A lane `alone` in its thread traces its next lines with the scalar tracer, which is faster
+// for a single line than a trial kernel run for one lane, until its tile is done or another
+// tile is ready for the thread (TILE_READY).
+static int runLane(Lane& lane, FlicImage* mask, FlicImage* seedMap,
+                   const TileSchedule* alone = nullptr) {
     FlicCompute& e = *lane.engine;
     const int n = e.kernelSteps, m = e.extensionSteps;
     for (;;) {
@@ -140,6 +144,11 @@ static int runLane(Lane& lane, FlicImage* mask, FlicImage* seedMap) {
         case NEXT_SEED: {
             int x, y, i, j;
             if (!lane.seeds.next(x, y, i, j)) return TILE_DONE;
+            if (alone) {
+                FlicLaneTracer::seedCell(e, x, y, i, j, mask, seedMap);
+                if (alone->readyCount.load(std::memory_order_relaxed) > 0) return TILE_READY;
+                break;
+            }
             Vec2f seed, v;
             if (!FlicLaneTracer::seedOfCell(e, x, y, i, j, seed)) break;
             lane.x = x;
@@ -300,16 +309,21 @@ void FlicLaneTracer::traceTiles(LaneWork& work) {
         // Every lane runs until it asks for a trial; a lane whose tile is done becomes idle. The
         // lanes that ask are packed into the first slots of the narrowest kernel that holds
         // them.
-        int count = 0;
+        int asking[TrialBatch::maxLanes], count = 0, kept = 0;
         for (int a = 0; a < activeCount; a++) {
             int l = active[a];
             Lane& lane = lanes[l];
             if (!lane.waiting) {
                 int outcome;
                 try {
-                    outcome = runLane(lane, work.mask, work.seedMap);
+                    outcome = runLane(lane, work.mask, work.seedMap,
+                                      activeCount == 1 ? work.schedule : nullptr);
                 } catch (const std::bad_alloc&) { // a window's overflow could not grow
                     outcome = -1;
+                }
+                if (outcome == TILE_READY) { // its next lines wait for the next round
+                    active[kept++] = l;
+                    continue;
                 }
                 if (outcome != NEEDS_TRIAL) {
                     finishLaneTile(lane, outcome == TILE_DONE, work);
@@ -318,18 +332,19 @@ void FlicLaneTracer::traceTiles(LaneWork& work) {
                 }
                 lane.waiting = true;
             }
-            active[count++] = l;
+            active[kept++] = l;
+            asking[count++] = l;
         }
-        activeCount = count;
-        if (count == 0) continue; // the lanes' tiles ended: take more, or wait for them
+        activeCount = kept;
+        if (count == 0) continue; // take more tiles, or wait for them
         int kernel = 0;
         while (plan.widths[kernel] < count)
             kernel++;
         for (int slot = 0; slot < plan.widths[kernel]; slot++)
-            fillTrial(*batch, slot, slot < count ? &lanes[active[slot]] : nullptr);
+            fillTrial(*batch, slot, slot < count ? &lanes[asking[slot]] : nullptr);
         plan.kernels[kernel](*batch);
         for (int slot = 0; slot < count; slot++) {
-            Lane& lane = lanes[active[slot]];
+            Lane& lane = lanes[asking[slot]];
             lane.waiting = resumeLane(lane, *batch, slot);
         }
     }

@@ -157,6 +157,10 @@ struct FlicLaneTracer {
     static void traceTiles(muskeip::detail::LaneWork& work);
 
     // The engine's own steps that a lane takes (see FlicCompute).
+    static void seedCell(FlicCompute& e, int x, int y, int i, int j, FlicImage* mask,
+                         FlicImage* seedMap) {
+        e.seedCell(x, y, i, j, mask, seedMap);
+    }
     static int seedOfCell(const FlicCompute& e, int x, int y, int i, int j, Vec2f& seed) {
         return e.seedOfCell(x, y, i, j, seed);
     }
