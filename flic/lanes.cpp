@@ -146,7 +146,7 @@ static int runLane(Lane& lane, FlicImage* mask, FlicImage* seedMap,
             if (!lane.seeds.next(x, y, i, j)) return TILE_DONE;
             if (alone) {
                 FlicLaneTracer::seedCell(e, x, y, i, j, mask, seedMap);
-                if (alone->readyCount.load(std::memory_order_relaxed) > 0) return TILE_READY;
+                if (alone->mayTake(1)) return TILE_READY;
                 break;
             }
             Vec2f seed, v;

@@ -406,29 +406,45 @@ static int bucketSobolCells(const FlicCompute& engine, std::vector<unsigned>& ce
 // --- The threaded driver ----------------------------------------------------------------------
 
 int TileSchedule::take(bool wait, int held) {
-    if (!wait && readyCount.load(std::memory_order_relaxed) == 0) return -1;
+    if (!wait && !mayTake(held)) return -1;
     std::unique_lock<std::mutex> lock(state);
     if (wait) {
         waitingThreads++;
+        publish();
         while (ready.empty() && !failed && tilesDone < tiles)
             changed.wait(lock);
         waitingThreads--;
     }
-    if (ready.empty() || failed) return -1;
-    if (held > 0) {
-        long long atHand = static_cast<long long>(ready.size()) + inFlight;
-        if (waitingThreads > 0 || held >= (atHand + threads - 1) / threads) return -1;
+    int tile = -1;
+    if (!ready.empty() && !failed &&
+        (held == 0 ||
+         (waitingThreads == 0 &&
+          held < (static_cast<long long>(ready.size()) + inFlight + threads - 1) / threads))) {
+        inFlight++;
+        size_t pick = 0;
+        for (size_t k = 1; k < ready.size(); k++)
+            if (takenBefore(ready[k], ready[pick])) pick = k;
+        tile = ready[pick];
+        startedAt[tile] = std::chrono::steady_clock::now();
+        ready[pick] = ready.back();
+        ready.pop_back();
     }
-    inFlight++;
-    size_t pick = 0;
-    for (size_t k = 1; k < ready.size(); k++)
-        if (takenBefore(ready[k], ready[pick])) pick = k;
-    int tile = ready[pick];
-    startedAt[tile] = std::chrono::steady_clock::now();
-    ready[pick] = ready.back();
-    ready.pop_back();
-    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
+    publish();
     return tile;
+}
+
+bool TileSchedule::mayTake(int held) const {
+    if (readyCount.load(std::memory_order_relaxed) == 0) return false;
+    return held == 0 || (threadsWaiting.load(std::memory_order_relaxed) == 0 &&
+                         held < fairShare.load(std::memory_order_relaxed));
+}
+
+void TileSchedule::publish() {
+    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
+    long long share = (static_cast<long long>(ready.size()) + inFlight + threads - 1) / threads;
+    fairShare.store(static_cast<int>(std::min<long long>(share, INT_MAX)),
+                    std::memory_order_relaxed);
+    threadsWaiting.store(waitingThreads, std::memory_order_relaxed);
 }
 
 bool TileSchedule::takenBefore(int a, int b) const {
@@ -451,7 +467,7 @@ void TileSchedule::open(bool ok) {
     if (opened) return;
     opened = true;
     if (!ok) failed = true;
-    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
+    publish();
     changed.notify_all();
 }
 
@@ -468,7 +484,7 @@ int TileSchedule::finish(int tile, int tileLines, bool ok) {
         neighbourCount[next]++;
         if (--waitingFor[next] == 0) ready.push_back(next);
     }
-    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
+    publish();
     changed.notify_all();
     return done;
 }

@@ -76,9 +76,9 @@ struct TileSchedule {
     int threads = 1;        // threads that take tiles
     int inFlight = 0;       // tiles taken and not yet done
     int waitingThreads = 0; // threads asleep in take
-    // The ready tiles' count, also read without the lock: a lane tracer asks for a tile after
-    // every trial step while one of its lanes is empty, and should not take the lock in vain.
-    std::atomic<int> readyCount{0};
+    // What take(false, held) decides on, also read without the lock (see mayTake): the ready
+    // tiles' count, the fair share of the tiles at hand per thread, and whether a thread waits.
+    std::atomic<int> readyCount{0}, fairShare{0}, threadsWaiting{0};
     bool failed = false;
     bool opened = false; // the tiles may be taken (set once by open)
 
@@ -87,6 +87,10 @@ struct TileSchedule {
     // A thread that already holds `held` tiles (the lane tracer) gets another only while no
     // thread waits for one and its tiles stay within a fair share of the tiles at hand.
     int take(bool wait, int held = 0);
+    // Whether take(false, held) would likely give a tile, judged without the lock: a lane
+    // tracer asks after every trial step while one of its lanes is empty, and a lane alone in
+    // its thread after every line, and they should not take the lock in vain.
+    bool mayTake(int held) const;
     // Whether ready tile a goes before ready tile b: the longer chain first; between equal
     // chains the tile whose earlier neighbours took longer on average (a field's costly
     // regions are wide, so costly tiles start early and the last tiles to finish, while other
@@ -97,6 +101,8 @@ struct TileSchedule {
     // Opens the schedule (once; later calls do nothing): ok true once the ready tiles and the
     // threads' work are in place, false to let waiting threads go without taking a tile.
     void open(bool ok);
+    // Stores the figures mayTake reads (under the lock).
+    void publish();
     // Records a tile as done with its line count (ok false: it failed) and readies the tiles
     // that waited for it. Returns the number of tiles done.
     int finish(int tile, int lines, bool ok);
