@@ -417,9 +417,7 @@ int TileSchedule::take(bool wait, int held) {
     }
     int tile = -1;
     if (!ready.empty() && !failed &&
-        (held == 0 ||
-         (waitingThreads == 0 &&
-          held < (static_cast<long long>(ready.size()) + inFlight + threads - 1) / threads))) {
+        (held == 0 || (waitingThreads == 0 && held < tilesPerThread()))) {
         inFlight++;
         size_t pick = 0;
         for (size_t k = 1; k < ready.size(); k++)
@@ -433,6 +431,12 @@ int TileSchedule::take(bool wait, int held) {
     return tile;
 }
 
+long long TileSchedule::tilesPerThread() const {
+    long long readyTiles = static_cast<long long>(ready.size());
+    if (readyTiles < threads) return 1; // leave the ready tiles to threads that hold fewer
+    return (readyTiles + inFlight + threads - 1) / threads;
+}
+
 bool TileSchedule::mayTake(int held) const {
     if (readyCount.load(std::memory_order_relaxed) == 0) return false;
     return held == 0 || (threadsWaiting.load(std::memory_order_relaxed) == 0 &&
@@ -441,8 +445,7 @@ bool TileSchedule::mayTake(int held) const {
 
 void TileSchedule::publish() {
     readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
-    long long share = (static_cast<long long>(ready.size()) + inFlight + threads - 1) / threads;
-    fairShare.store(static_cast<int>(std::min<long long>(share, INT_MAX)),
+    fairShare.store(static_cast<int>(std::min<long long>(tilesPerThread(), INT_MAX)),
                     std::memory_order_relaxed);
     threadsWaiting.store(waitingThreads, std::memory_order_relaxed);
 }

@@ -77,7 +77,7 @@ struct TileSchedule {
     int inFlight = 0;       // tiles taken and not yet done
     int waitingThreads = 0; // threads asleep in take
     // What take(false, held) decides on, also read without the lock (see mayTake): the ready
-    // tiles' count, the fair share of the tiles at hand per thread, and whether a thread waits.
+    // tiles' count, tilesPerThread, and whether a thread waits.
     std::atomic<int> readyCount{0}, fairShare{0}, threadsWaiting{0};
     bool failed = false;
     bool opened = false; // the tiles may be taken (set once by open)
@@ -85,8 +85,12 @@ struct TileSchedule {
     // A ready tile, or -1 when none: after a failure, when every tile is taken, or (without
     // `wait`) when none is ready yet. With `wait` it sleeps until one is ready or all are done.
     // A thread that already holds `held` tiles (the lane tracer) gets another only while no
-    // thread waits for one and its tiles stay within a fair share of the tiles at hand.
+    // thread waits for one and its tiles stay within tilesPerThread.
     int take(bool wait, int held = 0);
+    // How many tiles a thread may hold at once: one while fewer tiles are ready than there are
+    // threads (a second tile in a lane thread runs at a fraction of the thread's speed, and a
+    // tile that others wait for should not), else a fair share of the tiles at hand.
+    long long tilesPerThread() const;
     // Whether take(false, held) would likely give a tile, judged without the lock: a lane
     // tracer asks after every trial step while one of its lanes is empty, and a lane alone in
     // its thread after every line, and they should not take the lock in vain.
