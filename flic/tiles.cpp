@@ -652,8 +652,6 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         return flic_error("LIC: no memory for the tile locks");
     }
     if (threads > 1) picture.bands = bands.get();
-    windows.resize(static_cast<size_t>(threads) * lanes);
-    overflows.resize(threads);
 
     // The picture's records are touched here, page by page, so that the threads' merges do not
     // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel;
@@ -668,14 +666,21 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
     // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage
     // from its own lines and exactly those of its earlier neighbours.
-    std::vector<int> phaseOf;
-    phasesOfTiles(phaseOf);
-    schedule.later.assign(tiles, std::vector<int>());
-    schedule.waitingFor.assign(tiles, 0);
-    tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
-    prioritiseTiles(schedule, phaseOf);
-    for (int tile = 0; tile < tiles; tile++)
-        if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
+    try {
+        windows.resize(static_cast<size_t>(threads) * lanes);
+        overflows.resize(threads);
+        std::vector<int> phaseOf;
+        phasesOfTiles(phaseOf);
+        schedule.later.assign(tiles, std::vector<int>());
+        schedule.waitingFor.assign(tiles, 0);
+        tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
+        prioritiseTiles(schedule, phaseOf);
+        for (int tile = 0; tile < tiles; tile++)
+            if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
+    } catch (const std::bad_alloc&) {
+        release();
+        return flic_error("LIC: no memory for the tile schedule");
+    }
     schedule.open(true);
 
     work(0, true);
