@@ -1,11 +1,10 @@
-// FlicCompute's tiled mode: the picture is cut into square tiles that are traced independently
-// (each judges coverage from its own lines only), each into a private window of accumulation
-// records around the tile; the windows are added into the picture's records, whose integer
-// sums do not depend on the order in which tiles finish, and the picture is normalised once.
-//
-// Judging coverage from the tile's own lines, rather than also from tiles of earlier phases,
-// keeps every tile a task of its own (one thread, or one process elsewhere) at the price of
-// lines traced again near tile borders.
+// FlicCompute's tiled mode: the picture is cut into square tiles, each traced into a private
+// window of accumulation records around it (the tile grown by the reach of its lines). Tiles
+// run in phases: a tile judges coverage from its own lines and those of its neighbours of
+// earlier phases, which are merged before it starts, so the picture depends on the settings
+// and never on the threads or their timing. The windows' integer sums are added into the
+// picture's records in any order. Each tile (with the sums of its earlier neighbours) is also
+// a task of its own, for hosts that run tiles elsewhere.
 #include "compute.h"
 
 #include "engine_common.h"
@@ -405,93 +404,6 @@ static int bucketSobolCells(const FlicCompute& engine, std::vector<unsigned>& ce
 
 // --- The threaded driver ----------------------------------------------------------------------
 
-int TileSchedule::take(bool wait, int held) {
-    if (!wait && !mayTake(held)) return -1;
-    std::unique_lock<std::mutex> lock(state);
-    if (wait) {
-        waitingThreads++;
-        publish();
-        while (ready.empty() && !failed && tilesDone < tiles)
-            changed.wait(lock);
-        waitingThreads--;
-    }
-    int tile = -1;
-    if (!ready.empty() && !failed &&
-        (held == 0 || (waitingThreads == 0 && held < tilesPerThread()))) {
-        inFlight++;
-        size_t pick = 0;
-        for (size_t k = 1; k < ready.size(); k++)
-            if (takenBefore(ready[k], ready[pick])) pick = k;
-        tile = ready[pick];
-        startedAt[tile] = std::chrono::steady_clock::now();
-        ready[pick] = ready.back();
-        ready.pop_back();
-    }
-    publish();
-    return tile;
-}
-
-long long TileSchedule::tilesPerThread() const {
-    long long readyTiles = static_cast<long long>(ready.size());
-    if (readyTiles < threads) return 1; // leave the ready tiles to threads that hold fewer
-    return (readyTiles + inFlight + threads - 1) / threads;
-}
-
-bool TileSchedule::mayTake(int held) const {
-    if (readyCount.load(std::memory_order_relaxed) == 0) return false;
-    return held == 0 || (threadsWaiting.load(std::memory_order_relaxed) == 0 &&
-                         held < fairShare.load(std::memory_order_relaxed));
-}
-
-void TileSchedule::publish() {
-    readyCount.store(static_cast<int>(ready.size()), std::memory_order_relaxed);
-    fairShare.store(static_cast<int>(std::min<long long>(tilesPerThread(), INT_MAX)),
-                    std::memory_order_relaxed);
-    threadsWaiting.store(waitingThreads, std::memory_order_relaxed);
-}
-
-bool TileSchedule::takenBefore(int a, int b) const {
-    if (priority[a] != priority[b]) return priority[a] > priority[b];
-    double costA = neighbourCount[a] ? neighbourSeconds[a] / neighbourCount[a] : 0.0;
-    double costB = neighbourCount[b] ? neighbourSeconds[b] / neighbourCount[b] : 0.0;
-    if (costA != costB) return costA > costB;
-    return a < b;
-}
-
-bool TileSchedule::awaitOpening() {
-    std::unique_lock<std::mutex> lock(state);
-    while (!opened)
-        changed.wait(lock);
-    return !failed;
-}
-
-void TileSchedule::open(bool ok) {
-    std::lock_guard<std::mutex> lock(state);
-    if (opened) return;
-    opened = true;
-    if (!ok) failed = true;
-    publish();
-    changed.notify_all();
-}
-
-int TileSchedule::finish(int tile, int tileLines, bool ok) {
-    std::lock_guard<std::mutex> lock(state);
-    if (!ok) failed = true;
-    inFlight--;
-    lines += tileLines;
-    int done = ++tilesDone;
-    double took =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - startedAt[tile]).count();
-    for (int next : later[tile]) {
-        neighbourSeconds[next] += took;
-        neighbourCount[next]++;
-        if (--waitingFor[next] == 0) ready.push_back(next);
-    }
-    publish();
-    changed.notify_all();
-    return done;
-}
-
 bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, PictureRecords& picture,
                                         std::vector<int>& overflow) {
     mergeWindow(partial, picture.records, MergeLocks{picture.bands, picture.bandRows}, true, false);
@@ -501,26 +413,6 @@ bool muskeip::detail::mergeFinishedTile(FlicCompute::TileWindow& partial, Pictur
         return false;
     }
     return true;
-}
-
-// Tile priorities for the schedule: the number of tiles on the longest chain of waiting tiles
-// that starts at the tile, so that tiles which hold up many others are taken first and the
-// threads do not run out of ready tiles while a chain is still long.
-static void prioritiseTiles(TileSchedule& schedule, const std::vector<int>& phaseOf) {
-    const int tiles = static_cast<int>(phaseOf.size());
-    std::vector<int> order(tiles);
-    for (int t = 0; t < tiles; t++)
-        order[t] = t;
-    // tiles wait only for tiles of earlier phases: the later phases first
-    std::stable_sort(order.begin(), order.end(),
-                     [&](int a, int b) { return phaseOf[a] > phaseOf[b]; });
-    schedule.priority.assign(tiles, 1);
-    schedule.startedAt.resize(tiles);
-    schedule.neighbourSeconds.assign(tiles, 0.0);
-    schedule.neighbourCount.assign(tiles, 0);
-    for (int t : order)
-        for (int next : schedule.later[t])
-            schedule.priority[t] = std::max(schedule.priority[t], schedule.priority[next] + 1);
 }
 
 namespace {

@@ -112,6 +112,10 @@ struct TileSchedule {
     int finish(int tile, int lines, bool ok);
 };
 
+// Sets the tiles' priorities from their phases and the tiles that wait for them (`later`),
+// and sizes the schedule's per-tile timing.
+void prioritiseTiles(TileSchedule& schedule, const std::vector<int>& phaseOf);
+
 // The picture's records as the threads add finished tiles into them, under a lock per band of
 // bandRows rows (no locks with one thread).
 struct PictureRecords {
