@@ -77,7 +77,7 @@ test-sanitize: deps-test
 # The engine's tests (the tiled engine's threads among them) built with ThreadSanitizer in a
 # separate build directory; any report fails the run.
 THREAD_BUILD_DIR ?= build-thread
-THREAD_TESTS = test_tiles test_compute test_progress
+THREAD_TESTS = test_tiles test_compute test_progress test_animation test_modes
 
 test-thread: deps-test
 	cmake -S . -B $(THREAD_BUILD_DIR) -DMUSKEIP_THREAD_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -209,8 +209,8 @@ void divideFrameRun(unsigned char* out, const int* sums, std::ptrdiff_t stride, 
 
 // Divides each frame's sums by the pixel's hits into its picture, as the still engine does.
 void FlicCompute::normalizeFrames(FlicImage* outputs) {
-    bool covering = sizeFrames(outputs);
-    totalHits = wrapAdd(totalHits, normalizeFrameRows(outputs, 0, texHeight, covering));
+    FlicImage* covered = sizeFrames(outputs) ? coverage : nullptr;
+    totalHits = wrapAdd(totalHits, normalizeFrameRows(outputs, 0, texHeight, covered));
 }
 
 bool FlicCompute::sizeFrames(FlicImage* outputs) {
@@ -222,14 +222,12 @@ bool FlicCompute::sizeFrames(FlicImage* outputs) {
 // Row by row and frame by frame, so that each picture is written in order while the row's
 // records stay in the cache.
 int FlicCompute::normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd,
-                                    bool covering) const {
+                                    FlicImage* covered) const {
     // Locals, so that the stores into the pictures need not reload the engine's members.
     const int W = texWidth, C = texChannels, cells = numSubCells;
     const int frames = frameCount;
     const std::ptrdiff_t stride = recordStride;
-    FixedDivisor divisors[kDivisorTableSize];
-    for (int d = 1; d < kDivisorTableSize; d++)
-        divisors[d] = FixedDivisor(d);
+    const FixedDivisor* divisors = hitDivisors();
     // A row in runs of up to `run` pixels, whose hits and reciprocals stay on the stack.
     const int run = 256;
     int hits[run];
@@ -253,9 +251,9 @@ int FlicCompute::normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd
             for (int f = 0; f < frames; f++)
                 divideFrameRun(outputs[f].data + pixel * C, records + cells + f * C, stride, n, C,
                                hits, reciprocals, exact, divisors);
-            if (covering)
+            if (covered)
                 for (int x = 0; x < n; x++)
-                    coverage->data[pixel + x] = hits[x] ? 255 : 0;
+                    covered->data[pixel + x] = hits[x] ? 255 : 0;
         }
     return total;
 }

@@ -244,7 +244,9 @@ class MUSKEIP_API FlicCompute {
     // picture gives the serial engine's bytes. numFieldLines then counts the lines of all
     // tiles, totalHits the hits of all pixels (both a little higher than the serial engine's:
     // a few lines near tile borders are traced again by the neighbouring tile). The calling
-    // thread traces tiles too and calls the progress callback as it finishes them.
+    // thread traces tiles too and calls the progress callback as it finishes them. Threads
+    // with no tile left normalise the rows whose tiles are done; the output is replaced only
+    // when every tile has succeeded.
     int compute(FlicVectorField* field, FlicImage* texture, FlicImage* output,
                 FlicImage* mask = nullptr, FlicImage* seedMap = nullptr);
 
@@ -380,9 +382,10 @@ class MUSKEIP_API FlicCompute {
     void normalizeFrames(FlicImage* outputs);
     // Sizes the frames and the coverage image; true when there is a coverage image to make.
     bool sizeFrames(FlicImage* outputs);
-    // Rows rowBegin .. rowEnd - 1 of normalizeFrames, whose images are sized already; returns
-    // the rows' hits (wrapping).
-    int normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd, bool covering) const;
+    // Rows rowBegin .. rowEnd - 1 of normalizeFrames into frames (and the coverage image
+    // `covered`, when not null) sized already; returns the rows' hits (wrapping).
+    int normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd, FlicImage* covered) const;
+    struct TiledPictures; // what a tiled computation normalises into (tiles.cpp)
     int checkModes(FlicVectorField* field) const;
     int computeOnce(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap);
@@ -428,8 +431,6 @@ class MUSKEIP_API FlicCompute {
     void seedRaster(FlicImage* mask, FlicImage* seedMap);
     void seedQuasiRandom(FlicImage* mask, FlicImage* seedMap);
     void normalize(FlicImage* output);
-    // normalize with the rows in bands on up to `threads` threads (tiled mode).
-    void normalizeInBands(FlicImage* output, int threads);
     Vec2f seedVector(const Vec2f& seed) const;
     // A line in three parts, so that tracers may take its points in their own way: the seed's
     // checks and direction (1 when a line is to be traced), then, once the integrators have

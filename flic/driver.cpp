@@ -246,12 +246,22 @@ int FlicCompute::normalizeRecords(const int* records, int width, int height, int
     return 1;
 }
 
+const FixedDivisor* muskeip::detail::hitDivisors() {
+    struct Table {
+        FixedDivisor divisors[kDivisorTableSize];
+        Table() {
+            for (int d = 1; d < kDivisorTableSize; d++)
+                divisors[d] = FixedDivisor(d);
+        }
+    };
+    static const Table table; // made by the first caller, the others wait for it
+    return table.divisors;
+}
+
 int muskeip::detail::normalizeRows(const int* records, int width, int rowBegin, int rowEnd,
                                    int subCells, int channels, FlicImage* output,
                                    FlicImage* coverage) {
-    FixedDivisor divisors[kDivisorTableSize];
-    for (int d = 1; d < kDivisorTableSize; d++)
-        divisors[d] = FixedDivisor(d);
+    const FixedDivisor* divisors = hitDivisors();
     const int stride = subCells + channels;
     const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(rowBegin) * width;
     const std::ptrdiff_t end = static_cast<std::ptrdiff_t>(rowEnd) * width;

@@ -90,6 +90,8 @@ FLIC_ALWAYS_INLINE int divideByReciprocal(int sum, double reciprocal) {
 
 // Fixed divisors for the usual small hit counts of a pixel.
 constexpr int kDivisorTableSize = 256;
+// The table of them, divisors[d] for d = 1 .. kDivisorTableSize - 1 (made once, on first use).
+const FixedDivisor* hitDivisors();
 
 // A channel sum divided by the pixel's hits, truncating: through the table of fixed divisors
 // for small counts, 0 without hits.

@@ -2,6 +2,8 @@
 // which, and the order in which ready tiles go.
 #include "tiles_common.h"
 
+#include "engine_common.h"
+
 #include <algorithm>
 #include <climits>
 
@@ -13,8 +15,17 @@ int TileSchedule::take(bool wait, int held) {
     if (wait) {
         waitingThreads++;
         publish();
-        while (ready.empty() && !failed && tilesDone < tiles)
-            changed.wait(lock);
+        while (ready.empty() && !failed && (tilesDone < tiles || !rowBands.ready.empty())) {
+            if (rowBands.ready.empty()) {
+                changed.wait(lock);
+                continue;
+            }
+            int band = rowBands.ready.back();
+            rowBands.ready.pop_back();
+            lock.unlock();
+            rowBands.normalizeBand(band); // nothing is added to its rows any more
+            lock.lock();
+        }
         waitingThreads--;
     }
     int tile = -1;
@@ -84,6 +95,7 @@ int TileSchedule::finish(int tile, int tileLines, bool ok) {
     int done = ++tilesDone;
     double took =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - startedAt[tile]).count();
+    rowBands.tileMerged(tile);
     for (int next : later[tile]) {
         neighbourSeconds[next] += took;
         neighbourCount[next]++;
@@ -92,6 +104,57 @@ int TileSchedule::finish(int tile, int tileLines, bool ok) {
     publish();
     changed.notify_all();
     return done;
+}
+
+void RowBands::setUp(int pictureHeight, const std::vector<int>& tops,
+                     const std::vector<int>& bottoms) {
+    height = pictureHeight;
+    int count = (height + rows - 1) / rows;
+    waitingFor.assign(count, 0);
+    hits.assign(count, 0);
+    first.resize(tops.size());
+    last.resize(tops.size());
+    for (size_t t = 0; t < tops.size(); t++) {
+        first[t] = tops[t] / rows;
+        last[t] = (bottoms[t] - 1) / rows;
+        for (int b = first[t]; b <= last[t]; b++)
+            waitingFor[b]++;
+    }
+    ready.clear();
+    ready.reserve(count);
+    for (int b = count - 1; b >= 0; b--)
+        if (waitingFor[b] == 0) ready.push_back(b);
+}
+
+void RowBands::tileMerged(int tile) {
+    if (first.empty()) return; // no bands: the picture is normalised elsewhere
+    for (int b = first[tile]; b <= last[tile]; b++)
+        if (--waitingFor[b] == 0) ready.push_back(b); // reserved: cannot throw
+}
+
+void RowBands::normalizeBand(int b) {
+    hits[b] = normalize(b * rows, std::min(height, (b + 1) * rows));
+}
+
+// The per-band counts of waiting tiles are all zero once every tile is merged; they hold the
+// marks.
+void RowBands::touch(int row) {
+    if (row >= 0 && row < height) waitingFor[row / rows] = 1;
+}
+
+void RowBands::normalizeTouched() {
+    for (size_t b = 0; b < waitingFor.size(); b++)
+        if (waitingFor[b]) {
+            normalizeBand(static_cast<int>(b));
+            waitingFor[b] = 0;
+        }
+}
+
+int RowBands::totalHits() const {
+    int total = 0;
+    for (int h : hits)
+        total = wrapAdd(total, h);
+    return total;
 }
 
 // Tile priorities for the schedule: the number of tiles on the longest chain of waiting tiles

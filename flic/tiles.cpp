@@ -455,6 +455,42 @@ class TileThreads {
 
 } // namespace
 
+// The pictures a tiled computation normalises its bands of rows into: the frames (or the one
+// picture) and the coverage image when one is asked for. They replace the output only once
+// every tile has succeeded, so a failed computation leaves the output as it was.
+struct FlicCompute::TiledPictures {
+    std::vector<FlicImage> frames;
+    FlicImage covered;
+    bool covering = false;
+
+    // Sizes them for the engine's picture. Returns 0 without memory (said as an error).
+    int size(const FlicCompute& e) {
+        try {
+            frames.resize(e.frameCount > 0 ? e.frameCount : 1);
+        } catch (const std::bad_alloc&) {
+            return flic_error("LIC: no memory for the pictures");
+        }
+        for (FlicImage& frame : frames)
+            if (!frame.setSize(e.texWidth, e.texHeight, e.texChannels)) return 0;
+        covering = e.coverage && covered.setSize(e.texWidth, e.texHeight, 1);
+        return 1;
+    }
+    // Rows begin .. end - 1 from the picture's records; returns their hits (wrapping).
+    int rows(const FlicCompute& e, int begin, int end) {
+        FlicImage* coverage = covering ? &covered : nullptr;
+        if (e.frameCount > 0) return e.normalizeFrameRows(frames.data(), begin, end, coverage);
+        return normalizeRows(e.accum, e.texWidth, begin, end, e.numSubCells, e.texChannels,
+                             &frames[0], coverage);
+    }
+    // Swaps them into the output (frameCount images when there are frames) and the engine's
+    // coverage image.
+    void deliver(FlicCompute& e, FlicImage* output) {
+        for (size_t f = 0; f < frames.size(); f++)
+            output[f].swap(frames[f]);
+        if (covering) e.coverage->swap(covered);
+    }
+};
+
 // Runs every tile on numThreads threads (the calling thread among them), each thread tracing
 // the lines of one tile at a time or, with SIMD lanes, of several tiles at once; adds the
 // windows into accum under per-band locks and normalises. The calling thread reports progress
@@ -569,16 +605,37 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         prioritiseTiles(schedule, phaseOf);
         for (int tile = 0; tile < tiles; tile++)
             if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
+        std::vector<int> tops(tiles), bottoms(tiles);
+        for (int tile = 0; tile < tiles; tile++) {
+            TileWindow placed;
+            setUpWindow(tile, placed);
+            tops[tile] = placed.y0;
+            bottoms[tile] = placed.y0 + placed.height;
+        }
+        schedule.rowBands.setUp(texHeight, tops, bottoms);
     } catch (const std::bad_alloc&) {
         release();
         return flic_error("LIC: no memory for the tile schedule");
     }
+    TiledPictures pictures;
+    if (!pictures.size(*this)) {
+        release();
+        return 0;
+    }
+    schedule.rowBands.normalize = [&](int begin, int end) {
+        return pictures.rows(*this, begin, end);
+    };
     schedule.open(true);
 
     work(0, true);
     pool.close();
     reportProgress(tiles, tiles);
+    release();
+    if (schedule.failed) return flic_error("LIC: no memory for the tile windows");
     for (std::vector<int>& overflow : overflows) {
+        const size_t entry = 1 + static_cast<size_t>(recordStride);
+        for (size_t e = 0; e + entry <= overflow.size(); e += entry)
+            schedule.rowBands.touch(overflow[e] / texWidth);
         TileWindow entries;
         entries.imageWidth = texWidth;
         entries.imageHeight = texHeight;
@@ -586,67 +643,13 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         entries.overflow.swap(overflow);
         mergeWindow(entries, accum, MergeLocks{nullptr, 1}, false);
     }
-    release();
-    if (schedule.failed) return flic_error("LIC: no memory for the tile windows");
+    schedule.rowBands.normalizeTouched();
     numFieldLines = schedule.lines;
     for (auto& tracer : tracers)
         tracedPoints += tracer->tracedPoints;
-    normalizeInBands(output, threads);
+    totalHits = wrapAdd(totalHits, schedule.rowBands.totalHits());
+    pictures.deliver(*this, output);
     return 1;
-}
-
-// Runs rows(begin, end) over bands of the picture's rows on up to `threads` threads, the
-// calling thread taking the first band (and the bands whose threads could not start); returns
-// the wrapping sum of the bands' results, which does not depend on the bands.
-template <class ROWS>
-static int inBands(int height, int threads, ROWS rows) {
-    int bands = std::max(1, std::min(threads, height / 16));
-    std::vector<int> totals;
-    std::vector<std::thread> pool;
-    try {
-        totals.assign(bands, 0);
-        pool.reserve(bands - 1);
-    } catch (const std::bad_alloc&) {
-        return rows(0, height);
-    }
-    auto band = [&](int k) { totals[k] = rows(height * k / bands, height * (k + 1) / bands); };
-    int started = 1;
-    for (; started < bands; started++) {
-        try {
-            pool.emplace_back(band, started);
-        } catch (const std::system_error&) {
-            break;
-        }
-    }
-    for (int k = started; k < bands; k++)
-        band(k);
-    band(0);
-    for (std::thread& thread : pool)
-        thread.join();
-    int total = 0;
-    for (int k = 0; k < bands; k++)
-        total = wrapAdd(total, totals[k]);
-    return total;
-}
-
-// normalize on the computation's threads, each dividing a band of the rows.
-void FlicCompute::normalizeInBands(FlicImage* output, int threads) {
-    int total;
-    if (frameCount > 0) {
-        bool covering = sizeFrames(output);
-        total = inBands(texHeight, threads, [&](int begin, int end) {
-            return normalizeFrameRows(output, begin, end, covering);
-        });
-    } else {
-        if (!output->setSize(texWidth, texHeight, texChannels)) return;
-        FlicImage* covered =
-            coverage && coverage->setSize(texWidth, texHeight, 1) ? coverage : nullptr;
-        total = inBands(texHeight, threads, [&](int begin, int end) {
-            return normalizeRows(accum, texWidth, begin, end, numSubCells, texChannels, output,
-                                 covered);
-        });
-    }
-    totalHits = wrapAdd(totalHits, total);
 }
 
 // --- Tiles as tasks ---------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -56,6 +57,35 @@ class TileSeeds {
 TileSeeds seedsOfTile(const FlicCompute& engine, int tile, const FlicCompute::TileWindow& partial,
                       const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart);
 
+// Bands of the picture's rows, normalised while tiles still run. A band is ready once every
+// tile whose window meets it has been merged: after that only the overflow, added when all
+// tiles are done, changes its records. A thread with no tile to take normalises a ready band
+// instead of sleeping, so the threads that finish first fill the time the last tiles take.
+struct RowBands {
+    static const int rows = 32;             // picture rows per band
+    std::vector<int> waitingFor;            // per band: tiles whose windows meet it, not merged
+    std::vector<int> first, last;           // per tile: the first and last band it meets
+    std::vector<int> ready;                 // bands to normalise
+    std::vector<int> hits;                  // per band: the hits its normalisation counted
+    std::function<int(int, int)> normalize; // rows begin .. end - 1; returns their hits
+    int height = 0;
+
+    // Bands for a picture `height` rows high whose tiles' windows cover rows tops[t] ..
+    // bottoms[t] - 1; bands that no window meets are ready at once. Throws std::bad_alloc.
+    void setUp(int height, const std::vector<int>& tops, const std::vector<int>& bottoms);
+    // Counts tile `tile` as merged; its bands that waited for it alone become ready.
+    void tileMerged(int tile);
+    // Normalises band b, keeping its hits.
+    void normalizeBand(int b);
+    // Once every tile is merged: marks the band of picture row `row` for normalizeTouched (the
+    // overflow added to it); rows outside the picture are ignored.
+    void touch(int row);
+    // Normalises the marked bands again.
+    void normalizeTouched();
+    // The wrapping sum of the bands' hits.
+    int totalHits() const;
+};
+
 // Tiles waiting, ready and done, shared by the threads of one computation under one lock. A
 // tile is ready once every tile of an earlier phase that reaches into it, or into which it
 // reaches, is done.
@@ -81,9 +111,12 @@ struct TileSchedule {
     std::atomic<int> readyCount{0}, fairShare{0}, threadsWaiting{0};
     bool failed = false;
     bool opened = false; // the tiles may be taken (set once by open)
+    RowBands rowBands;   // normalised by threads that have no tile to take
 
     // A ready tile, or -1 when none: after a failure, when every tile is taken, or (without
-    // `wait`) when none is ready yet. With `wait` it sleeps until one is ready or all are done.
+    // `wait`) when none is ready yet. With `wait` it normalises ready bands of rows while no
+    // tile is ready, and sleeps while neither is, until a tile is ready or all tiles are done
+    // and no band is left.
     // A thread that already holds `held` tiles (the lane tracer) gets another only while no
     // thread waits for one and its tiles stay within tilesPerThread.
     int take(bool wait, int held = 0);
@@ -107,8 +140,8 @@ struct TileSchedule {
     void open(bool ok);
     // Stores the figures mayTake reads (under the lock).
     void publish();
-    // Records a tile as done with its line count (ok false: it failed) and readies the tiles
-    // that waited for it. Returns the number of tiles done.
+    // Records a tile as done (and merged) with its line count (ok false: it failed) and readies
+    // the tiles and bands of rows that waited for it. Returns the number of tiles done.
     int finish(int tile, int lines, bool ok);
 };
 

@@ -2,10 +2,12 @@
 // tile as large as the picture, tiles as independent tasks, no seams, checked settings.
 #include "compute.h"
 #include "testutil.h"
+#include "tiles_common.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -205,6 +207,42 @@ void record(float done, void* user) {
     if (std::this_thread::get_id() != p->thread) p->otherThread = true;
 }
 } // namespace
+
+// Bands of 32 rows over a picture 130 rows high: 0-31, 32-63, 64-95, 96-127, 128-129. The
+// windows of three tiles cover rows 0-39, 30-69 and 96-99; no window meets the last band.
+TEST(Tiles, RowBandsAreNormalisedOnceTheTilesThatMeetThemAreMerged) {
+    using muskeip::detail::RowBands;
+    RowBands bands;
+    std::vector<std::pair<int, int>> calls;
+    bands.normalize = [&](int begin, int end) {
+        calls.push_back({begin, end});
+        return begin == 32 ? INT_MAX : end - begin; // the sum of the hits wraps
+    };
+    bands.setUp(130, {0, 30, 96}, {40, 70, 100});
+    EXPECT_EQ(bands.ready, std::vector<int>({4}));
+    bands.tileMerged(2);
+    EXPECT_EQ(bands.ready, std::vector<int>({4, 3}));
+    bands.tileMerged(0); // bands 0 and 1 still wait for tile 1
+    EXPECT_EQ(bands.ready.size(), 2u);
+    bands.tileMerged(1);
+    EXPECT_EQ(bands.ready, std::vector<int>({4, 3, 0, 1, 2}));
+    for (int b : bands.ready)
+        bands.normalizeBand(b);
+    EXPECT_EQ(calls, (std::vector<std::pair<int, int>>{
+                         {128, 130}, {96, 128}, {0, 32}, {32, 64}, {64, 96}}));
+    EXPECT_EQ(bands.hits, std::vector<int>({32, INT_MAX, 32, 32, 2}));
+    EXPECT_EQ(bands.totalHits(), INT_MIN + 97);
+
+    // The overflow's rows: their bands again, once each; rows outside the picture are ignored.
+    calls.clear();
+    for (int row : {-1, 40, 63, 129, 130, INT_MAX})
+        bands.touch(row);
+    bands.normalizeTouched();
+    EXPECT_EQ(calls, (std::vector<std::pair<int, int>>{{32, 64}, {128, 130}}));
+    calls.clear();
+    bands.normalizeTouched();
+    EXPECT_TRUE(calls.empty());
+}
 
 TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
     FlicVectorField field = vortexSaddle(33, 29);
