@@ -10,6 +10,7 @@
 #include "engine_common.h"
 #include "messages.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -271,7 +272,7 @@ static void finishLaneTile(Lane& lane, bool ok, LaneWork& work) {
 void FlicLaneTracer::traceTiles(LaneWork& work) {
     Lane lanes[TrialBatch::maxLanes];
     const LanePlan& plan = *work.plan;
-    const int K = plan.lanes;
+    const int K = plan.tiles;
     for (int l = 0; l < K; l++) {
         lanes[l].engine = work.tracers[l].get();
         lanes[l].window = &work.windows[l];
@@ -389,7 +390,7 @@ bool fieldFitsLanes(const FlicVectorField* field) {
 
 } // namespace
 
-LanePlan muskeip::detail::planLanes(const FlicCompute& engine) {
+LanePlan muskeip::detail::planLanes(const FlicCompute& engine, long long windowBytes) {
     LanePlan plan;
     if (engine.simdLanes == 1) {
         plan.note = "the scalar tracer (1 lane asked for)";
@@ -415,7 +416,13 @@ LanePlan muskeip::detail::planLanes(const FlicCompute& engine) {
         for (int k = 0; k < offered.count; k++)
             if (offered.lanes[k] <= engine.simdLanes) pick = k;
     }
+    long long fit = windowBytes > 0 ? laneWindowBudget / windowBytes : offered.lanes[pick];
+    if (fit < 2) {
+        plan.note = "the scalar tracer (the tiles' windows are too large to trace several at once)";
+        return plan;
+    }
     plan.lanes = offered.lanes[pick];
+    plan.tiles = static_cast<int>(std::min<long long>(plan.lanes, fit));
     plan.kernelCount = pick + 1;
     for (int k = 0; k <= pick; k++) {
         plan.widths[k] = offered.lanes[k];
@@ -426,6 +433,12 @@ LanePlan muskeip::detail::planLanes(const FlicCompute& engine) {
     plan.note = note;
     if (engine.simdLanes > 1 && engine.simdLanes != plan.lanes) {
         std::snprintf(note, sizeof note, ", %d asked for", engine.simdLanes);
+        plan.note += note;
+    }
+    if (plan.tiles < plan.lanes) {
+        std::snprintf(note, sizeof note,
+                      ", at most %d tiles at once (their windows within %lld MB)", plan.tiles,
+                      laneWindowBudget >> 20);
         plan.note += note;
     }
     return plan;

@@ -502,8 +502,12 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     int threads = numThreads;
     if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
     threads = std::max(1, std::min(threads, tiles));
-    LanePlan plan = planLanes(*this);
-    const int lanes = plan.lanes;
+    long long side = tileSize + 2LL * haloPixels();
+    long long windowBytes = std::min<long long>(side, texWidth) *
+                            std::min<long long>(side, texHeight) * recordStride *
+                            static_cast<long long>(sizeof(int));
+    LanePlan plan = planLanes(*this, windowBytes);
+    const int lanes = plan.tiles; // tracers per thread
     flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles, threads,
               plan.note.c_str());
 

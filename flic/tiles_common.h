@@ -168,15 +168,21 @@ bool mergeFinishedTile(FlicCompute::TileWindow& partial, PictureRecords& picture
 // lanes ask for a trial takes the narrowest kernel that holds them.
 struct LanePlan {
     int lanes = 1;
+    // Tiles a thread holds at once, at most `lanes`: as many as keep their windows within
+    // laneWindowBudget bytes, for the windows of the tiles in hand compete for the cache
+    // (sixteen windows of 1.6 MB made the widest lanes slower than narrower ones).
+    int tiles = 1;
     int kernelCount = 0;
     int widths[3] = {0, 0, 0};
     TrialKernel kernels[3] = {nullptr, nullptr, nullptr};
     std::string note;
 };
-// The plan for the engine's settings (simdLanes, integrators, field) on this processor.
-LanePlan planLanes(const FlicCompute& engine);
+constexpr long long laneWindowBudget = 12LL << 20;
+// The plan for the engine's settings (simdLanes, integrators, field) on this processor, for
+// tile windows of at most `windowBytes` bytes.
+LanePlan planLanes(const FlicCompute& engine, long long windowBytes);
 
-// What one thread of the tiled driver hands to the lane tracer: its `lanes` tracers and
+// What one thread of the tiled driver hands to the lane tracer: its plan.tiles tracers and
 // windows, the shared schedule and the computation's inputs.
 struct LaneWork {
     FlicCompute* parent; // reports progress

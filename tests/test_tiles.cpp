@@ -515,6 +515,40 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
     std::string many = report(1000, false), widest = report(0, false);
     EXPECT_NE(many.find(", 1000 asked for"), std::string::npos) << many;
     EXPECT_EQ(many.substr(0, many.find(", 1000 asked for")), widest);
+    // Large windows (the whole 512 x 512 picture of 3 channels: 4 MB each): at most 3 tiles at
+    // once, the scalar tracer's bytes; with 2 x 2 sub-pixels (7 MB) the scalar tracer itself.
+    FlicVectorField wide = vortexSaddle(65, 65);
+    FlicImage colours = noise(512, 512, 3, 8);
+    auto large = [&](int lanes, int S, Bytes* image) {
+        FlicCompute engine;
+        engine.setTileSize(256);
+        engine.setNumThreads(2);
+        engine.setSimdLanes(lanes);
+        engine.setNumSubPixels(S);
+        engine.setFilterLength(6);
+        engine.extensionLength = 260; // a halo of 262 pixels
+        FlicImage output;
+        MessageCapture capture;
+        EXPECT_EQ(engine.compute(&wide, &colours, &output), 1);
+        *image = bytes(output);
+        for (const std::string& text : MessageCapture::infos())
+            if (text.find("tiled mode") != std::string::npos) return text;
+        return std::string("<no report>");
+    };
+    Bytes capped, scalar, finer;
+    std::string fewer = large(4, 1, &capped);
+    EXPECT_NE(fewer.find("4 SIMD lanes ("), std::string::npos) << fewer;
+    EXPECT_NE(fewer.find("), at most 3 tiles at once (their windows within 12 MB)"),
+              std::string::npos)
+        << fewer;
+    large(1, 1, &scalar);
+    EXPECT_EQ(capped, scalar);
+    std::string none = large(4, 2, &finer);
+    EXPECT_NE(none.find(", the scalar tracer (the tiles' windows are too large to trace several "
+                        "at once)"),
+              std::string::npos)
+        << none;
+
     // The serial engine does not report tiles.
     FlicCompute serial;
     FlicImage output;
