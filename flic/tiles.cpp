@@ -20,7 +20,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <system_error>
+#include <exception>
 #include <thread>
 
 using namespace muskeip::detail;
@@ -493,8 +493,8 @@ struct FlicCompute::TiledPictures {
 
 // Runs every tile on numThreads threads (the calling thread among them), each thread tracing
 // the lines of one tile at a time or, with SIMD lanes, of several tiles at once; adds the
-// windows into accum under per-band locks and normalises. The calling thread reports progress
-// by tiles.
+// windows into accum under per-band locks; threads that find no tile to take normalise the
+// bands of rows whose tiles are all merged. The calling thread reports progress by tiles.
 int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
     int tilesX, tilesY;
     tileGrid(texWidth, texHeight, tilesX, tilesY);
