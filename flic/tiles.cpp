@@ -184,12 +184,12 @@ int FlicCompute::haloPixels() const {
     return reach > INT_MAX / 4 ? INT_MAX / 4 : static_cast<int>(reach);
 }
 
-// The offsets of an axis's pixels in a window that covers `count` of them from `first` on,
-// wrapping: `unit` ints per pixel, INT_MIN for pixels outside.
+// The offsets of an axis's pixels in a window that covers `count` of them from `first` on
+// (within the picture): `unit` ints per pixel, INT_MIN for pixels outside.
 static void fillSlots(std::vector<int>& slots, int total, int first, int count, long long unit) {
     slots.assign(static_cast<size_t>(total), INT_MIN);
     for (int k = 0; k < count; k++)
-        slots[static_cast<size_t>((first + k) % total)] = static_cast<int>(k * unit);
+        slots[static_cast<size_t>(first + k)] = static_cast<int>(k * unit);
 }
 
 // Places the tile and its window: the tile grown by the halo on every side, cut off at the
@@ -502,10 +502,24 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     int threads = numThreads;
     if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
     threads = std::max(1, std::min(threads, tiles));
-    long long side = tileSize + 2LL * haloPixels();
-    long long windowBytes = std::min<long long>(side, texWidth) *
-                            std::min<long long>(side, texHeight) * recordStride *
-                            static_cast<long long>(sizeof(int));
+    // Each tile's window: its rows, for the bands of rows, and the largest one's size, for the
+    // lanes.
+    std::vector<int> tops, bottoms;
+    long long windowBytes = 0;
+    try {
+        tops.resize(tiles);
+        bottoms.resize(tiles);
+    } catch (const std::bad_alloc&) {
+        return flic_error("LIC: no memory for the tile schedule");
+    }
+    for (int tile = 0; tile < tiles; tile++) {
+        TileWindow placed;
+        setUpWindow(tile, placed);
+        tops[tile] = placed.y0;
+        bottoms[tile] = placed.y0 + placed.height;
+        windowBytes = std::max(windowBytes, static_cast<long long>(placed.width) * placed.height *
+                                                recordStride * static_cast<long long>(sizeof(int)));
+    }
     LanePlan plan = planLanes(*this, windowBytes);
     const int lanes = plan.tiles; // tracers per thread
     flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles, threads,
@@ -609,13 +623,6 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         prioritiseTiles(schedule, phaseOf);
         for (int tile = 0; tile < tiles; tile++)
             if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
-        std::vector<int> tops(tiles), bottoms(tiles);
-        for (int tile = 0; tile < tiles; tile++) {
-            TileWindow placed;
-            setUpWindow(tile, placed);
-            tops[tile] = placed.y0;
-            bottoms[tile] = placed.y0 + placed.height;
-        }
         schedule.rowBands.setUp(texHeight, tops, bottoms);
     } catch (const std::bad_alloc&) {
         release();
