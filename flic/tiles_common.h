@@ -1,5 +1,6 @@
-// The parts of the tiled engine shared by its drivers: a tile's seed order as an iterator and
-// the schedule of tiles over the threads (not installed).
+// The parts of the tiled engine shared by its files: a tile's seed order as an iterator, the
+// quasi-random cells bucketed by tile, the adding of windows into the picture, the schedule of
+// tiles over the threads and the plan of the SIMD lanes (not installed).
 #ifndef MUSKEIP_TILES_COMMON_H
 #define MUSKEIP_TILES_COMMON_H
 
@@ -156,6 +157,28 @@ struct PictureRecords {
     std::mutex* bands = nullptr;
     int bandRows = 1;
 };
+
+// Picture rows merged under one lock: the rows of one tile row.
+struct MergeLocks {
+    std::mutex* bands; // one per band of `rows` picture rows, or null: no locking
+    int rows;
+};
+
+// Adds `count` records of `stride` ints from `from` to `to` (wrap-around additions).
+void addRecords(int* to, const int* from, long long count, int stride);
+
+// Adds a tile's window and overflow into the picture's records, each picture row band under its
+// lock when locks are given; with `clear`, each window row is zeroed once added, so that the
+// window is ready for the next tile without a pass of its own.
+void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLocks& locks,
+                 bool clear, bool withOverflow = true);
+
+// The cells of the quasi-random seeding bucketed by tile in the order of the sequence (drawn
+// as the serial engine draws it): cells of tile t are cells[start[t]] .. cells[start[t + 1] -
+// 1], each packed as the cell's column plus its row times the tile's width in cells, both
+// counted from the tile's first cell. 4 bytes per output pixel; returns 0 without memory.
+int bucketSobolCells(const FlicCompute& engine, std::vector<unsigned>& cells,
+                     std::vector<int>& start);
 
 // Adds a finished tile's window into the picture's records and keeps its overflow for the
 // end; zeroes the window for the next tile. Returns false without memory.
