@@ -272,12 +272,14 @@ class MUSKEIP_API FlicCompute {
     // texture's size and is written only inside the tile). The tile judges coverage from its
     // own lines and from `earlier`: the records of the tile's own pixels (its width x height,
     // row by row) summed over the windows of every tile of an earlier phase (addToArea without
-    // overflow makes them), or null for a tile of the first phase. A task that runs in any thread
-    // or process with the same inputs gives the same partial. Returns 1, or 0 after a report
+    // overflow makes them), or null for a tile of the first phase; `earlierInts`, when not
+    // negative, is how many ints `earlier` holds, and any other count than the tile's pixels
+    // times S^2 + channels is reported instead of read. A task that runs in any thread or
+    // process with the same inputs gives the same partial. Returns 1, or 0 after a report
     // through flic_error (bad inputs or settings, no memory).
     int computeTile(FlicVectorField* field, FlicImage* texture, int tile, TileWindow& partial,
                     FlicImage* mask = nullptr, FlicImage* seedMap = nullptr,
-                    const int* earlier = nullptr);
+                    const int* earlier = nullptr, long long earlierInts = -1);
     // The nodes of a fieldWidth x fieldHeight field that the lines of tile `tile` of a
     // width x height x channels picture can reach under the current settings (their points,
     // the integrators' trial points and the nodes around them): columns [x0, x1) and rows
@@ -294,7 +296,7 @@ class MUSKEIP_API FlicCompute {
     int computeTileFromWindow(FlicVectorField* window, int x0, int y0, int fieldWidth,
                               int fieldHeight, FlicImage* texture, int tile, TileWindow& partial,
                               FlicImage* mask = nullptr, FlicImage* seedMap = nullptr,
-                              const int* earlier = nullptr);
+                              const int* earlier = nullptr, long long earlierInts = -1);
     // Where the lines of tile `tile` read the texture (sizes as for tileFieldWindow): the
     // pixels of columns x0 .. x0 + w - 1 and rows y0 .. y0 + h - 1, each taken modulo the
     // texture's width and height (the window may wrap around its edges, as the lookups do).
@@ -311,19 +313,22 @@ class MUSKEIP_API FlicCompute {
                                int fieldWidth, int fieldHeight, FlicImage* textureWindow,
                                int textureX0, int textureY0, int width, int height,
                                const double* textureMeans, int tile, TileWindow& partial,
-                               const int* earlier = nullptr);
+                               const int* earlier = nullptr, long long earlierInts = -1);
     // The mean of each channel of a texture (sum over the pixels divided by their count, in
     // double) into `means`, one per channel.
     static void textureMeans(const FlicImage& texture, double* means);
     // Adds what a partial holds for the pixels of the rectangle [x0, x0 + width) x
     // [y0, y0 + height) of the picture into `records`, that rectangle's records row by row:
-    // its window, and with `withOverflow` its overflow too.
-    static void addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
-                          int* records, bool withOverflow = true);
+    // its window, and with `withOverflow` its overflow too. Returns 1, or 0 after a report
+    // through flic_error, `records` untouched, when the partial does not fit its own picture
+    // (a window outside it, records or overflow entries of the wrong size, overflow at pixels
+    // outside it): partials from computeTile always fit, partials read from elsewhere may not.
+    static int addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
+                         int* records, bool withOverflow = true);
     // Adds a partial into the records of the whole picture (imageWidth x imageHeight records
     // of `stride` ints, wrap-around integer additions, so the order of the partials does not
-    // matter).
-    static void addTile(const TileWindow& partial, int* records);
+    // matter). Returns 1, or 0 after a report as addToArea.
+    static int addTile(const TileWindow& partial, int* records);
     // Divides accumulated records (width x height, S^2 = subCells hit counters and `channels`
     // sums each) into `output`, as compute's last step: truncating, low byte, 0 without hits.
     // Adds the hits to `totalHitsOut` when it is not null. Returns 1, or 0 when the output
@@ -411,6 +416,8 @@ class MUSKEIP_API FlicCompute {
     const int* coveredRecords = nullptr;
     int coveredX0 = 0, coveredY0 = 0, coveredWidth = 0;
     void setUpWindow(int tile, TileWindow& partial) const;
+    // The pixels [x0, x1) x [y0, y1) of tile `tile` of a width x height picture.
+    void tilePixels(int width, int height, int tile, int& x0, int& y0, int& x1, int& y1) const;
     int traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
                   const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart,
                   bool zeroed);

@@ -53,12 +53,8 @@ int FlicCompute::tileFieldWindow(int fieldWidth, int fieldHeight, int width, int
     if (tile < 0 || tile >= static_cast<int>(phases.size()))
         return flic_error("LIC: tile %d outside 0 .. %d", tile,
                           static_cast<int>(phases.size()) - 1);
-    // The tile's pixels, as setUpWindow places them (tileLayout left the sizes derived).
-    int tilesX, tilesY;
-    tileGrid(width, height, tilesX, tilesY);
-    int sizeX = tilesX == 1 ? width : tileSize, sizeY = tilesY == 1 ? height : tileSize;
-    int px0 = tile % tilesX * sizeX, py0 = tile / tilesX * sizeY;
-    int px1 = std::min(px0 + sizeX, width), py1 = std::min(py0 + sizeY, height);
+    int px0, py0, px1, py1; // tileLayout left the sizes derived
+    tilePixels(width, height, tile, px0, py0, px1, py1);
     x0 = y0 = 0;
     x1 = fieldWidth;
     y1 = fieldHeight;
@@ -79,7 +75,7 @@ int FlicCompute::tileFieldWindow(int fieldWidth, int fieldHeight, int width, int
 int FlicCompute::computeTileFromWindow(FlicVectorField* window, int x0, int y0, int fieldWidth,
                                        int fieldHeight, FlicImage* texture, int tile,
                                        TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
-                                       const int* earlier) {
+                                       const int* earlier, long long earlierInts) {
     if (!window || !window->data || window->width < 1 || window->height < 1)
         return flic_error("LIC: the field window of tile %d is empty", tile);
     if (!texture || !texture->data) return flic_error("LIC: the texture of tile %d is empty", tile);
@@ -105,7 +101,7 @@ int FlicCompute::computeTileFromWindow(FlicVectorField* window, int x0, int y0, 
                window->data + static_cast<size_t>(row) * window->width * 2,
                static_cast<size_t>(window->width) * 2 * sizeof(float));
     FlicVectorField field(fieldWidth, fieldHeight, whole);
-    int done = computeTile(&field, texture, tile, partial, mask, seedMap, earlier);
+    int done = computeTile(&field, texture, tile, partial, mask, seedMap, earlier, earlierInts);
     field.data = nullptr;
     free(whole);
     return done;
@@ -143,11 +139,8 @@ int FlicCompute::tileTextureWindow(int fieldWidth, int fieldHeight, int width, i
     h = height;
     double reach = lineReach();
     if (reach < 0.0) return 1;
-    int tilesX, tilesY;
-    tileGrid(width, height, tilesX, tilesY);
-    int sizeX = tilesX == 1 ? width : tileSize, sizeY = tilesY == 1 ? height : tileSize;
-    int px0 = tile % tilesX * sizeX, py0 = tile / tilesX * sizeY;
-    int px1 = std::min(px0 + sizeX, width), py1 = std::min(py0 + sizeY, height);
+    int px0, py0, px1, py1;
+    tilePixels(width, height, tile, px0, py0, px1, py1);
     double rx = reach * scaleX, ry = reach * scaleY;
     cyclicSpan(px0 - rx, px1 + rx, width, x0, w);
     cyclicSpan(py0 - ry, py1 + ry, height, y0, h);
@@ -158,7 +151,7 @@ int FlicCompute::computeTileFromWindows(FlicVectorField* fieldWindow, int fieldX
                                         int fieldWidth, int fieldHeight, FlicImage* textureWindow,
                                         int textureX0, int textureY0, int width, int height,
                                         const double* textureMeans, int tile, TileWindow& partial,
-                                        const int* earlier) {
+                                        const int* earlier, long long earlierInts) {
     if (!textureWindow || !textureWindow->data || !textureMeans || width < 1 || height < 1)
         return flic_error("LIC: the texture window of tile %d is empty", tile);
     int channels = textureWindow->nChannels;
@@ -194,8 +187,9 @@ int FlicCompute::computeTileFromWindows(FlicVectorField* fieldWindow, int fieldX
     }
     FlicImage texture(width, height, channels, static_cast<int>(rowBytes), whole);
     givenTextureMean = textureMeans;
-    int done = computeTileFromWindow(fieldWindow, fieldX0, fieldY0, fieldWidth, fieldHeight,
-                                     &texture, tile, partial, nullptr, nullptr, earlier);
+    int done =
+        computeTileFromWindow(fieldWindow, fieldX0, fieldY0, fieldWidth, fieldHeight, &texture,
+                              tile, partial, nullptr, nullptr, earlier, earlierInts);
     givenTextureMean = nullptr;
     texture.data = nullptr;
     free(whole);

@@ -101,18 +101,23 @@ int FlicCompute::haloPixels() const {
     return reach > INT_MAX / 4 ? INT_MAX / 4 : static_cast<int>(reach);
 }
 
+void FlicCompute::tilePixels(int width, int height, int tile, int& x0, int& y0, int& x1,
+                             int& y1) const {
+    int tilesX, tilesY;
+    tileGrid(width, height, tilesX, tilesY);
+    int sizeX = tilesX == 1 ? width : tileSize, sizeY = tilesY == 1 ? height : tileSize;
+    x0 = tile % tilesX * sizeX;
+    y0 = tile / tilesX * sizeY;
+    x1 = std::min(x0 + sizeX, width);
+    y1 = std::min(y0 + sizeY, height);
+}
+
 // Places the tile and its window: the tile grown by the halo on every side, cut off at the
 // picture's edges (the few points a line puts across an edge, at wrapped pixels, go to the
 // overflow, so windows of tiles on opposite edges never meet).
 void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
-    int tilesX, tilesY;
-    tileGrid(texWidth, texHeight, tilesX, tilesY);
-    int sizeX = tilesX == 1 ? texWidth : tileSize, sizeY = tilesY == 1 ? texHeight : tileSize;
-    int tx = tile % tilesX, ty = tile / tilesX;
-    partial.tileX0 = tx * sizeX;
-    partial.tileY0 = ty * sizeY;
-    partial.tileX1 = std::min(partial.tileX0 + sizeX, texWidth);
-    partial.tileY1 = std::min(partial.tileY0 + sizeY, texHeight);
+    tilePixels(texWidth, texHeight, tile, partial.tileX0, partial.tileY0, partial.tileX1,
+               partial.tileY1);
     partial.imageWidth = texWidth;
     // Exact for every pixel index below 2^31: m = floor(2^(31 + l) / W) + 1 with 2^l >= W.
     int l = 0;

@@ -13,7 +13,7 @@ using namespace muskeip::detail;
 
 int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int tile,
                              TileWindow& partial, FlicImage* mask, FlicImage* seedMap,
-                             const int* earlier) {
+                             const int* earlier, long long earlierInts) {
     if (!field || !field->data || field->width < 2 || field->height < 2)
         return flic_error("LIC: the vector field needs at least 2 x 2 nodes");
     if (mask && (mask->width != field->width || mask->height != field->height))
@@ -30,6 +30,15 @@ int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int til
         return flic_error("LIC: tile %d outside 0 .. %d", tile, tilesX * tilesY - 1);
     if (!checkModes(field)) return 0;
     derive(field, texture);
+    if (earlier && earlierInts >= 0) {
+        int x0, y0, x1, y1;
+        tilePixels(texWidth, texHeight, tile, x0, y0, x1, y1);
+        long long needed = static_cast<long long>(x1 - x0) * (y1 - y0) * recordStride;
+        if (earlierInts != needed)
+            return flic_error("LIC: the earlier records of tile %d hold %lld ints, its %d x %d "
+                              "pixels need %lld",
+                              tile, earlierInts, x1 - x0, y1 - y0, needed);
+    }
     freeBuffers();
     if (!prepareModes()) return flic_error("LIC: no memory for tile %d", tile);
     setUpWindow(tile, partial);
@@ -109,25 +118,68 @@ int FlicCompute::tileLayout(int fieldWidth, int fieldHeight, int width, int heig
     return phases;
 }
 
-void FlicCompute::addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
-                            int* records, bool withOverflow) {
-    const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;
+namespace {
+
+// Whether a partial accumulation can be added into its picture: a picture of at least one
+// pixel with records of at least one int, the window inside the picture with all its records
+// (or none), and overflow entries of whole records at pixels of the picture. Partials made by
+// computeTile always can; others (read from elsewhere) are reported through flic_error.
+int checkPartial(const FlicCompute::TileWindow& p) {
+    const int W = p.imageWidth, H = p.imageHeight;
+    if (W < 1 || H < 1 || p.stride < 1)
+        return flic_error("LIC: a partial accumulation for a %d x %d picture with records of %d "
+                          "ints cannot be added",
+                          W, H, p.stride);
+    if (p.x0 < 0 || p.y0 < 0 || p.width < 0 || p.height < 0 ||
+        static_cast<long long>(p.x0) + p.width > W || static_cast<long long>(p.y0) + p.height > H)
+        return flic_error("LIC: the window of a partial accumulation (%d x %d pixels at %d, %d) "
+                          "is not inside its %d x %d picture",
+                          p.width, p.height, p.x0, p.y0, W, H);
+    long long needed = static_cast<long long>(p.width) * p.height * p.stride;
+    if (!p.records.empty() && static_cast<long long>(p.records.size()) != needed)
+        return flic_error("LIC: a partial accumulation holds %lld ints for a window of %lld",
+                          static_cast<long long>(p.records.size()), needed);
+    const size_t entry = 1 + static_cast<size_t>(p.stride);
+    if (p.overflow.size() % entry != 0)
+        return flic_error("LIC: the overflow of a partial accumulation is not made of entries "
+                          "of %d ints",
+                          static_cast<int>(entry));
+    const long long pixels = static_cast<long long>(W) * H;
+    for (size_t at = 0; at < p.overflow.size(); at += entry)
+        if (p.overflow[at] < 0 || p.overflow[at] >= pixels)
+            return flic_error("LIC: the overflow of a partial accumulation names pixel %d, "
+                              "outside its %d x %d picture",
+                              p.overflow[at], W, H);
+    return 1;
+}
+
+} // namespace
+
+int FlicCompute::addToArea(const TileWindow& partial, int x0, int y0, int width, int height,
+                           int* records, bool withOverflow) {
+    if (!checkPartial(partial)) return 0;
+    const int W = partial.imageWidth, stride = partial.stride;
     auto add = [&](int x, int y, const int* from) {
-        if (x < x0 || x >= x0 + width || y < y0 || y >= y0 + height) return;
-        addRecords(records + (static_cast<std::ptrdiff_t>(y - y0) * width + (x - x0)) * stride,
+        if (x < x0 || x - static_cast<long long>(x0) >= width || y < y0 ||
+            y - static_cast<long long>(y0) >= height)
+            return;
+        addRecords(records + ((static_cast<std::ptrdiff_t>(y) - y0) * width + (x - x0)) * stride,
                    from, 1, stride);
     };
     if (!partial.records.empty())
         for (int r = 0; r < partial.height; r++)
             for (int c = 0; c < partial.width; c++)
-                add((partial.x0 + c) % W, (partial.y0 + r) % H,
+                add(partial.x0 + c, partial.y0 + r,
                     partial.records.data() +
                         (static_cast<std::ptrdiff_t>(r) * partial.width + c) * stride);
-    if (!withOverflow) return;
+    if (!withOverflow) return 1;
     for (size_t at = 0; at + 1 + stride <= partial.overflow.size(); at += 1 + stride)
         add(partial.overflow[at] % W, partial.overflow[at] / W, &partial.overflow[at + 1]);
+    return 1;
 }
 
-void FlicCompute::addTile(const TileWindow& partial, int* records) {
+int FlicCompute::addTile(const TileWindow& partial, int* records) {
+    if (!checkPartial(partial)) return 0;
     mergeWindow(const_cast<TileWindow&>(partial), records, MergeLocks{nullptr, 1}, false);
+    return 1;
 }

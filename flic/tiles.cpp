@@ -31,22 +31,17 @@ void muskeip::detail::addRecords(int* to, const int* from, long long count, int 
 
 void muskeip::detail::mergeWindow(FlicCompute::TileWindow& partial, int* records,
                                   const MergeLocks& locks, bool clear, bool withOverflow) {
-    const int W = partial.imageWidth, H = partial.imageHeight, stride = partial.stride;
-    if (W < 1 || H < 1) return;
-    int firstColumns = std::min(partial.width, W - partial.x0); // up to the right edge
+    const int W = partial.imageWidth, stride = partial.stride;
     int rows = partial.records.empty() ? 0 : partial.height;
     for (int r = 0; r < rows; r++) {
-        int y = (partial.y0 + r) % H;
+        int y = partial.y0 + r;
         std::unique_lock<std::mutex> lock;
         if (locks.bands) lock = std::unique_lock<std::mutex>(locks.bands[y / locks.rows]);
         int* from =
             partial.records.data() + static_cast<std::ptrdiff_t>(r) * partial.width * stride;
         int* row = records + static_cast<std::ptrdiff_t>(y) * W * stride;
-        addRecords(row + static_cast<std::ptrdiff_t>(partial.x0) * stride, from, firstColumns,
+        addRecords(row + static_cast<std::ptrdiff_t>(partial.x0) * stride, from, partial.width,
                    stride);
-        if (firstColumns < partial.width)
-            addRecords(row, from + static_cast<std::ptrdiff_t>(firstColumns) * stride,
-                       partial.width - firstColumns, stride);
         if (clear) std::fill(from, from + static_cast<std::ptrdiff_t>(partial.width) * stride, 0);
     }
     if (!withOverflow) return;

@@ -169,7 +169,8 @@ void addRecords(int* to, const int* from, long long count, int stride);
 
 // Adds a tile's window and overflow into the picture's records, each picture row band under its
 // lock when locks are given; with `clear`, each window row is zeroed once added, so that the
-// window is ready for the next tile without a pass of its own.
+// window is ready for the next tile without a pass of its own. The window lies inside the
+// picture (as setUpWindow places it, or as FlicCompute's checks of outside partials demand).
 void mergeWindow(FlicCompute::TileWindow& partial, int* records, const MergeLocks& locks,
                  bool clear, bool withOverflow = true);
 

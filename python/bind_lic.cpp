@@ -494,16 +494,17 @@ py::tuple computeTile(const py::tuple& settingsValues, py::object fieldArray,
     MessageScope scope;
     int ok = withoutGil([&] {
         const int* before = earlierRecords.empty() ? nullptr : earlierRecords.data();
+        long long count = static_cast<long long>(earlierRecords.size());
         if (textureWindowed)
             return engine.computeTileFromWindows(
                 field.field, x0, y0, fieldWidth, fieldHeight, texture.image.get(), tx0, ty0,
-                textureWidth, textureHeight, means.data(), tile, partial, before);
+                textureWidth, textureHeight, means.data(), tile, partial, before, count);
         if (windowed)
             return engine.computeTileFromWindow(field.field, x0, y0, fieldWidth, fieldHeight,
                                                 texture.image.get(), tile, partial, nullptr,
-                                                nullptr, before);
+                                                nullptr, before, count);
         return engine.computeTile(field.field, texture.image.get(), tile, partial, nullptr, nullptr,
-                                  before);
+                                  before, count);
     });
     if (!ok) raiseValueError(scope.errors(), "the tile could not be computed");
     return partialTuple(partial);
@@ -516,7 +517,10 @@ void addToArea(const py::tuple& partialValues, int x0, int y0, int width, int he
     FlicCompute::TileWindow partial = partialFromTuple(partialValues);
     if (records.size() != static_cast<py::ssize_t>(width) * height * partial.stride)
         throw py::value_error("records must have the shape (height, width, stride)");
-    FlicCompute::addToArea(partial, x0, y0, width, height, records.mutable_data(), withOverflow);
+    MessageScope scope;
+    if (!FlicCompute::addToArea(partial, x0, y0, width, height, records.mutable_data(),
+                                withOverflow))
+        raiseValueError(scope.errors(), "the partial accumulation could not be added");
 }
 
 // Divides accumulated records (height, width, stride) into a uint8 picture.

@@ -136,12 +136,15 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
                 int w = std::min(c.tile, texture.width - x0),
                     h = std::min(c.tile, texture.height - y0);
                 std::vector<int> earlier(static_cast<size_t>(w) * h * stride);
-                for (int other = 0; other < tilesX * tilesY; other++)
-                    if (phaseOf[other] < phase)
-                        FlicCompute::addToArea(partials[other], x0, y0, w, h, earlier.data(),
-                                               false);
+                for (int other = 0; other < tilesX * tilesY; other++) {
+                    if (phaseOf[other] >= phase) continue;
+                    ASSERT_EQ(FlicCompute::addToArea(partials[other], x0, y0, w, h, earlier.data(),
+                                                     false),
+                              1);
+                }
                 ASSERT_EQ(engine.computeTile(&field, &texture, tile, partials[tile], nullptr,
-                                             nullptr, earlier.data()),
+                                             nullptr, earlier.data(),
+                                             static_cast<long long>(earlier.size())),
                           1);
             }
         std::vector<int> records(static_cast<size_t>(texture.width) * texture.height * stride);
@@ -149,7 +152,7 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
         long long partialHits = 0;
         for (int tile = tilesX * tilesY - 1; tile >= 0; tile--) {
             const FlicCompute::TileWindow& partial = partials[tile];
-            FlicCompute::addTile(partial, records.data());
+            ASSERT_EQ(FlicCompute::addTile(partial, records.data()), 1);
             lines += partial.numFieldLines;
             partialHits += hitsIn(partial.records, partial.stride, c.S * c.S);
             partialHits += hitsIn(partial.overflow, partial.stride + 1, c.S * c.S + 1, 1);
@@ -164,6 +167,91 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
         // Every hit of every window and overflow entry reaches the picture.
         EXPECT_EQ(partialHits, hits) << label;
     }
+}
+
+// Partials read from elsewhere may be damaged: adding one that does not fit its own picture,
+// or computing a tile with the wrong count of earlier records, is refused with a message,
+// nothing read or written out of place.
+TEST(Tiles, PartialsThatDoNotFitTheirPictureAreRefused) {
+    FlicVectorField field = vortexSaddle(33, 29);
+    FlicImage texture = noise(97, 83, 1, 5);
+    FlicCompute engine;
+    engine.setTileSize(32);
+    engine.setFilterLength(8);
+    engine.extensionLength = 24;
+    // Tile 5 of the 4 x 3 tiles: pixels 32 .. 63 of rows 32 .. 63; records of 1 hit + 1 sum.
+    FlicCompute::TileWindow good;
+    ASSERT_EQ(engine.computeTile(&field, &texture, 5, good), 1);
+    ASSERT_EQ(std::tie(good.tileX0, good.tileY0, good.stride), std::make_tuple(32, 32, 2));
+    ASSERT_GT(good.x0, 0);
+    {
+        std::vector<int> earlier(32 * 32 * 2 - 1);
+        FlicCompute::TileWindow kept = good;
+        MessageCapture capture;
+        EXPECT_EQ(engine.computeTile(&field, &texture, 5, kept, nullptr, nullptr, earlier.data(),
+                                     static_cast<long long>(earlier.size())),
+                  0);
+        EXPECT_EQ(MessageCapture::onlyError(), "FLIC error: LIC: the earlier records of tile 5 "
+                                               "hold 2047 ints, its 32 x 32 pixels need 2048");
+        EXPECT_EQ(kept.records, good.records);
+    }
+    auto window = [&](const FlicCompute::TileWindow& p) {
+        return "(" + std::to_string(p.width) + " x " + std::to_string(p.height) + " pixels at " +
+               std::to_string(p.x0) + ", " + std::to_string(p.y0) + ")";
+    };
+    std::string size = std::to_string(good.records.size());
+    struct Damage {
+        void (*spoil)(FlicCompute::TileWindow&);
+        std::string message;
+    } damages[] = {
+        {[](FlicCompute::TileWindow& p) { p.imageWidth = 0; },
+         "for a 0 x 83 picture with records of 2 ints cannot be added"},
+        {[](FlicCompute::TileWindow& p) { p.stride = 0; },
+         "for a 97 x 83 picture with records of 0 ints cannot be added"},
+        {[](FlicCompute::TileWindow& p) { p.x0 = -1; }, ""},
+        {[](FlicCompute::TileWindow& p) { p.y0 = p.imageHeight - p.height + 1; }, ""},
+        {[](FlicCompute::TileWindow& p) { p.records.pop_back(); },
+         "holds " + std::to_string(good.records.size() - 1) + " ints for a window of " + size},
+        {[](FlicCompute::TileWindow& p) { p.overflow.push_back(1); },
+         "overflow of a partial accumulation is not made of entries of 3 ints"},
+        {[](FlicCompute::TileWindow& p) {
+             p.overflow.insert(p.overflow.end(), {97 * 83, 1, 1});
+         },
+         "names pixel 8051, outside its 97 x 83 picture"},
+        {[](FlicCompute::TileWindow& p) {
+             p.overflow.insert(p.overflow.end(), {-1, 1, 1});
+         },
+         "names pixel -1, outside its 97 x 83 picture"},
+    };
+    for (const Damage& d : damages) {
+        FlicCompute::TileWindow bad = good;
+        d.spoil(bad);
+        std::string expected = d.message.empty()
+                                   ? "the window of a partial accumulation " + window(bad) +
+                                         " is not inside its 97 x 83 picture"
+                                   : d.message;
+        std::vector<int> picture(97 * 83 * 2, 7), area(40 * 40 * 2, 7);
+        MessageCapture capture;
+        EXPECT_EQ(FlicCompute::addTile(bad, picture.data()), 0) << expected;
+        EXPECT_EQ(FlicCompute::addToArea(bad, 30, 30, 40, 40, area.data()), 0) << expected;
+        ASSERT_EQ(MessageCapture::errors().size(), 2u) << expected;
+        for (const std::string& text : MessageCapture::errors())
+            EXPECT_NE(text.find(expected), std::string::npos) << text;
+        EXPECT_TRUE(std::all_of(picture.begin(), picture.end(), [](int v) { return v == 7; }));
+        EXPECT_TRUE(std::all_of(area.begin(), area.end(), [](int v) { return v == 7; }));
+    }
+    // The undamaged partial adds its hits: every record of its window lands in the picture.
+    std::vector<int> picture(97 * 83 * 2, 0);
+    ASSERT_EQ(FlicCompute::addTile(good, picture.data()), 1);
+    long long added = 0, held = 0;
+    for (size_t k = 0; k < picture.size(); k += 2)
+        added += picture[k];
+    for (size_t k = 0; k < good.records.size(); k += 2)
+        held += good.records[k];
+    for (size_t k = 0; k < good.overflow.size(); k += 3)
+        held += good.overflow[k + 1];
+    EXPECT_GT(held, 0);
+    EXPECT_EQ(added, held);
 }
 
 TEST(Tiles, NoSeamsAtTileBorders) {

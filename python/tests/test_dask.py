@@ -92,3 +92,29 @@ def test_each_tile_task_reads_only_the_field_window_its_lines_reach(monkeypatch)
         assert shape[0] * shape[1] < 400 * 500 / 2, (tile, shape)
         tx, ty = tile % 8 * 64, tile // 8 * 64
         assert x0 <= tx and y0 <= ty and x0 + shape[1] >= min(tx + 64, 500)
+
+
+def test_damaged_partials_and_earlier_records_are_refused():
+    # What the tasks pass between processes is checked where it is used: a damaged partial or
+    # a wrong count of earlier records raises instead of reading or writing out of place.
+    from muskeip import _muskeip
+
+    u, v = spiral(29, 33)
+    field = np.dstack([u, v]).astype(np.float32)
+    texture = _muskeip._noise(97, 83, 0, 5)
+    settings = _muskeip._engine_settings(length=8.0, tile=32)
+    geometry, records, overflow = _muskeip._compute_tile(settings, field, texture, 5, None)
+    assert geometry[:4] == (32, 32, 64, 64) and records.shape[2] == 2
+    area = np.full((40, 40, 2), 7, np.int32)
+    no_picture = ((0,) * 8 + (0, 83, 2, 0), np.zeros((0, 0, 2), np.int32),
+                  np.zeros((0, 3), np.int32))
+    with pytest.raises(ValueError, match="for a 0 x 83 picture"):
+        _muskeip._add_to_area(no_picture, 30, 30, 40, 40, area, True)
+    with pytest.raises(ValueError, match="names pixel 8051, outside its 97 x 83 picture"):
+        _muskeip._add_to_area((geometry, records, np.array([[97 * 83, 1, 1]], np.int32)),
+                              30, 30, 40, 40, area, True)
+    assert (area == 7).all()
+    _muskeip._add_to_area((geometry, records, overflow), 30, 30, 40, 40, area, True)
+    assert (area != 7).any()
+    with pytest.raises(ValueError, match="hold 2047 ints, its 32 x 32 pixels need 2048"):
+        _muskeip._compute_tile(settings, field, texture, 5, np.zeros(2047, np.int32))
