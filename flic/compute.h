@@ -331,8 +331,9 @@ class MUSKEIP_API FlicCompute {
     static int addTile(const TileWindow& partial, int* records);
     // Divides accumulated records (width x height, S^2 = subCells hit counters and `channels`
     // sums each) into `output`, as compute's last step: truncating, low byte, 0 without hits.
-    // Adds the hits to `totalHitsOut` when it is not null. Returns 1, or 0 when the output
-    // cannot be sized (reported).
+    // Adds the hits to `totalHitsOut` when it is not null. Returns 1, or 0 after a report when
+    // the sizes make no picture (width or height below 1, subCells outside 0 .. 65536 (256^2),
+    // channels below 1) or the output cannot be sized; the output is then untouched.
     // With `coverageOut`, also makes the coverage image (255 where a pixel has hits, else 0).
     static int normalizeRecords(const int* records, int width, int height, int subCells,
                                 int channels, FlicImage* output, int* totalHitsOut = nullptr,

@@ -12,6 +12,9 @@
 
 using namespace muskeip::detail;
 
+// The most hit counters a record has: one per sub-pixel cell of 256 x 256.
+static const int maxSubCells = 256 * 256;
+
 // --- Driver -----------------------------------------------------------------------------------
 
 int FlicCompute::checkPicture(int width, int height, int channels) const {
@@ -238,6 +241,10 @@ void FlicCompute::normalize(FlicImage* output) {
 int FlicCompute::normalizeRecords(const int* records, int width, int height, int subCells,
                                   int channels, FlicImage* output, int* totalHitsOut,
                                   FlicImage* coverageOut) {
+    if (width < 1 || height < 1 || subCells < 0 || subCells > maxSubCells || channels < 1)
+        return flic_error("LIC: no picture from %d x %d records of %d hit counters and %d "
+                          "channels",
+                          width, height, subCells, channels);
     if (!output->setSize(width, height, channels)) return 0;
     bool covering = coverageOut && coverageOut->setSize(width, height, 1);
     int total = normalizeRows(records, width, 0, height, subCells, channels, output,

@@ -526,7 +526,7 @@ void addToArea(const py::tuple& partialValues, int x0, int y0, int width, int he
 // Divides accumulated records (height, width, stride) into a uint8 picture.
 py::object normalizeRecords(py::array_t<int, py::array::c_style | py::array::forcecast> records,
                             int subCells, int channels) {
-    if (records.ndim() != 3 || records.shape(2) != subCells + channels)
+    if (records.ndim() != 3 || records.shape(2) != static_cast<py::ssize_t>(subCells) + channels)
         throw py::value_error("records must have the shape (height, width, subcells + channels)");
     FlicImage picture;
     MessageScope scope;
@@ -541,6 +541,9 @@ py::object normalizeRecords(py::array_t<int, py::array::c_style | py::array::for
 py::object noiseTexture(int width, int height, int binary, int seed) {
     FlicImage noise;
     MessageScope scope;
+    if (width < 1 || height < 1)
+        throw py::value_error("a noise texture needs at least 1 x 1 pixels, not " +
+                              std::to_string(width) + " x " + std::to_string(height));
     if (!noise.setSize(width, height, 1) || !noise.data)
         raiseValueError(scope.errors(), "size too large for a texture");
     serialised([&] { noise.createRandom(binary, seed); });

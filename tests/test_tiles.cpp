@@ -252,6 +252,23 @@ TEST(Tiles, PartialsThatDoNotFitTheirPictureAreRefused) {
         held += good.overflow[k + 1];
     EXPECT_GT(held, 0);
     EXPECT_EQ(added, held);
+
+    // Records whose sizes make no picture are refused, the output left as it was.
+    FlicImage output(3, 2, 1);
+    output.clear(9);
+    for (auto sizes : {std::make_tuple(0, 83, 1, 1), std::make_tuple(97, 83, -1, 3),
+                       std::make_tuple(97, 83, 65537, 1), std::make_tuple(97, 83, 1, 0)}) {
+        int w = std::get<0>(sizes), h = std::get<1>(sizes), cells = std::get<2>(sizes),
+            channels = std::get<3>(sizes);
+        MessageCapture capture;
+        EXPECT_EQ(FlicCompute::normalizeRecords(picture.data(), w, h, cells, channels, &output), 0);
+        EXPECT_EQ(MessageCapture::onlyError(),
+                  "FLIC error: LIC: no picture from " + std::to_string(w) + " x " +
+                      std::to_string(h) + " records of " + std::to_string(cells) +
+                      " hit counters and " + std::to_string(channels) + " channels");
+        EXPECT_EQ(std::make_tuple(output.width, output.height, output.data[5]),
+                  std::make_tuple(3, 2, static_cast<unsigned char>(9)));
+    }
 }
 
 TEST(Tiles, NoSeamsAtTileBorders) {

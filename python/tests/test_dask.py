@@ -118,3 +118,7 @@ def test_damaged_partials_and_earlier_records_are_refused():
     assert (area != 7).any()
     with pytest.raises(ValueError, match="hold 2047 ints, its 32 x 32 pixels need 2048"):
         _muskeip._compute_tile(settings, field, texture, 5, np.zeros(2047, np.int32))
+    with pytest.raises(ValueError, match="no picture from 0 x 0 records"):
+        _muskeip._normalize_records(np.zeros((0, 0, 2), np.int32), 1, 1)
+    with pytest.raises(ValueError, match="at least 1 x 1 pixels, not 0 x 5"):
+        _muskeip._noise(0, 5, 0, 1)
