@@ -135,10 +135,14 @@ int checkPartial(const FlicCompute::TileWindow& p) {
         return flic_error("LIC: the window of a partial accumulation (%d x %d pixels at %d, %d) "
                           "is not inside its %d x %d picture",
                           p.width, p.height, p.x0, p.y0, W, H);
-    long long needed = static_cast<long long>(p.width) * p.height * p.stride;
-    if (!p.records.empty() && static_cast<long long>(p.records.size()) != needed)
-        return flic_error("LIC: a partial accumulation holds %lld ints for a window of %lld",
-                          static_cast<long long>(p.records.size()), needed);
+    // Compared by division: the window's ints may exceed what a long long counts.
+    typedef unsigned long long Count;
+    const Count have = p.records.size(), stride = static_cast<Count>(p.stride);
+    if (have != 0 && (have % stride != 0 ||
+                      have / stride != static_cast<Count>(p.width) * static_cast<Count>(p.height)))
+        return flic_error("LIC: a partial accumulation holds %lld ints for a window of %d x %d "
+                          "records of %d ints",
+                          static_cast<long long>(have), p.width, p.height, p.stride);
     const size_t entry = 1 + static_cast<size_t>(p.stride);
     if (p.overflow.size() % entry != 0)
         return flic_error("LIC: the overflow of a partial accumulation is not made of entries "

@@ -152,6 +152,34 @@ def engine():
         circle, (9, 9, 0, 0, 2, 1), (4, 3, 1, 1, 0, 0, 1), integrator=(6,), mask=(1, 2)))
 
 
+def partials_input(geometry, records, overflow, stray, area, normalise):
+    """geometry: picture width, height, stride, window x0, y0, width, height, tile x0, y0, x1,
+    y1 (small values stand for themselves); records: the count's offset + 1 (0 .. 3), then the
+    ints; overflow: entries of (pixel byte, ints); stray: 0 adds a stray int; area: x, y,
+    width, height; normalise: hit counters and channels."""
+    data = list(geometry) + [records[0]]
+    for value in records[1]:
+        data += list(struct.pack("<i", value))
+    data.append(len(overflow))
+    for pixel, ints in overflow:
+        data.append(pixel)
+        for value in ints:
+            data += list(struct.pack("<i", value))
+    data += [stray] + list(area) + list(normalise)
+    return bytes(data)
+
+
+def partials():
+    window = [(k * 7) % 5 for k in range(4 * 4 * 2)]
+    put("partials", "window-and-overflow", partials_input(
+        (8, 8, 2, 1, 1, 4, 4, 2, 2, 4, 4), (1, window), [(10, (1, 3))], 1, (0, 0, 8, 8), (1, 1)))
+    put("partials", "records-one-short", partials_input(
+        (8, 8, 2, 1, 1, 4, 4, 2, 2, 4, 4), (0, window[:-1]), [], 1, (2, 2, 4, 4), (1, 1)))
+    put("partials", "window-past-the-edge", partials_input(
+        (6, 5, 3, 3, 2, 4, 4, 3, 2, 5, 4), (1, [1] * 48), [(230, (1, 1, 1))], 0, (0, 0, 6, 5),
+        (2, 1)))
+
+
 if __name__ == "__main__":
     pnm()
     fields()
@@ -160,3 +188,4 @@ if __name__ == "__main__":
     ucd()
     graphics()
     engine()
+    partials()

@@ -199,7 +199,6 @@ TEST(Tiles, PartialsThatDoNotFitTheirPictureAreRefused) {
         return "(" + std::to_string(p.width) + " x " + std::to_string(p.height) + " pixels at " +
                std::to_string(p.x0) + ", " + std::to_string(p.y0) + ")";
     };
-    std::string size = std::to_string(good.records.size());
     struct Damage {
         void (*spoil)(FlicCompute::TileWindow&);
         std::string message;
@@ -211,7 +210,9 @@ TEST(Tiles, PartialsThatDoNotFitTheirPictureAreRefused) {
         {[](FlicCompute::TileWindow& p) { p.x0 = -1; }, ""},
         {[](FlicCompute::TileWindow& p) { p.y0 = p.imageHeight - p.height + 1; }, ""},
         {[](FlicCompute::TileWindow& p) { p.records.pop_back(); },
-         "holds " + std::to_string(good.records.size() - 1) + " ints for a window of " + size},
+         "holds " + std::to_string(good.records.size() - 1) + " ints for a window of " +
+             std::to_string(good.width) + " x " + std::to_string(good.height) +
+             " records of 2 ints"},
         {[](FlicCompute::TileWindow& p) { p.overflow.push_back(1); },
          "overflow of a partial accumulation is not made of entries of 3 ints"},
         {[](FlicCompute::TileWindow& p) {
