@@ -152,6 +152,29 @@ def engine():
         circle, (9, 9, 0, 0, 2, 1), (4, 3, 1, 1, 0, 0, 1), integrator=(6,), mask=(1, 2)))
 
 
+def tiled_input(field, texture, settings, tiling, modes, frames, integrator=(0,)):
+    """As engine_input up to the normalization index; then tiling: tile size, threads and
+    lanes menu indices; modes: border x, border y, no-data choice (and the mask's seed when it
+    has one), orientation, passes and ripples menu indices; frames: the frame count's index."""
+    data = list(field) + list(texture) + list(settings) + list(integrator) + [0]
+    return bytes(data + list(tiling) + list(modes) + [frames])
+
+
+def tiled():
+    circle = (16, 16, 1, 96, 0)
+    noise = (8, 8, 0, 0, 5, 1)
+    plain = (0, 0, 0, 1, 0, 0, 0)
+    put("tiled", "two-threads-widest-lanes", tiled_input(
+        circle, noise, plain, (0, 1, 0), (0, 0, 0, 1, 0, 0), 0))
+    put("tiled", "tile-9-rgb-closed-borders", tiled_input(
+        circle, (9, 9, 3, 0, 7, 1), plain, (2, 2, 2), (2, 3, 0, 1, 0, 0), 0))
+    saddle = (16, 12, 2, 128, 96, 96, 64, 96, 96, 0)
+    put("tiled", "no-data-mask-orientation-frames", tiled_input(
+        saddle, noise, (1, 0, 0, 2, 3, 3, 0), (4, 1, 1), (0, 0, 2, 9, 0, 0, 0), 3))
+    put("tiled", "one-tile-two-passes", tiled_input(
+        circle, (6, 6, 0, 1, 3, 1), plain, (6, 2, 0), (0, 0, 0, 1, 3, 0), 0))
+
+
 def partials_input(geometry, records, overflow, stray, area, normalise):
     """geometry: picture width, height, stride, window x0, y0, width, height, tile x0, y0, x1,
     y1 (small values stand for themselves); records: the count's offset + 1 (0 .. 3), then the
@@ -188,4 +211,5 @@ if __name__ == "__main__":
     ucd()
     graphics()
     engine()
+    tiled()
     partials()
