@@ -428,9 +428,11 @@ FlicCompute::TileWindow partialFromTuple(const py::tuple& t) {
         *fields[k] = g[k].cast<int>();
     auto records = py::array_t<int, py::array::c_style | py::array::forcecast>::ensure(t[1]);
     auto overflow = py::array_t<int, py::array::c_style | py::array::forcecast>::ensure(t[2]);
-    if (!records || !overflow || p.stride < 1 ||
-        records.size() != static_cast<py::ssize_t>(p.width) * p.height * p.stride ||
-        overflow.size() % (p.stride + 1) != 0)
+    // Shapes compared dimension by dimension: their products may not fit any integer.
+    if (!records || !overflow || p.stride < 1 || records.ndim() != 3 ||
+        records.shape(0) != p.height || records.shape(1) != p.width ||
+        records.shape(2) != p.stride ||
+        overflow.size() % (static_cast<py::ssize_t>(p.stride) + 1) != 0)
         throw py::value_error("a tile's partial accumulation does not match its geometry");
     p.records.assign(records.data(), records.data() + records.size());
     p.overflow.assign(overflow.data(), overflow.data() + overflow.size());

@@ -110,6 +110,9 @@ def test_damaged_partials_and_earlier_records_are_refused():
                   np.zeros((0, 3), np.int32))
     with pytest.raises(ValueError, match="for a 0 x 83 picture"):
         _muskeip._add_to_area(no_picture, 30, 30, 40, 40, area, True)
+    huge = (0, 0, 1, 1, 0, 0, 2**31 - 1, 2**31 - 1, 2**31 - 1, 2**31 - 1, 2, 0)
+    with pytest.raises(ValueError, match="does not match its geometry"):
+        _muskeip._add_to_area((huge, records, overflow), 30, 30, 40, 40, area, True)
     with pytest.raises(ValueError, match="names pixel 8051, outside its 97 x 83 picture"):
         _muskeip._add_to_area((geometry, records, np.array([[97 * 83, 1, 1]], np.int32)),
                               30, 30, 40, 40, area, True)
