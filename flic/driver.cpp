@@ -4,11 +4,9 @@
 
 #include "engine_common.h"
 #include "messages.h"
-#include "sobol.h"
 
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 
 using namespace muskeip::detail;
 
@@ -206,28 +204,13 @@ void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
 
 namespace {} // namespace
 
-// Draws texWidth * texHeight pairs of the quasi-random sequence over all sub-pixel cells and
-// uses all but the last.
+// Seeds the cells the quasi-random sequence draws, in its order.
 void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
-    int s = numSubPixels;
-    KvSobol sobol;
-    int cellsX = texWidth * s, cellsY = texHeight * s;
-    sobol.init(cellsX, cellsY);
-    int pixels = texWidth * texHeight;
-    int X, Y;
-    for (int counter = 0; sobol.next(X, Y);) {
-        counter++;
-        if (counter >= pixels) break;
-        // The sequence of a single cell holds the sign bit (INT_MIN), not 0: taken modulo the
-        // grid, every value names a cell of the image (in-range values are left as they are).
-        X = cellInGrid(X, cellsX);
-        Y = cellInGrid(Y, cellsY);
+    int s = numSubPixels, pixels = texWidth * texHeight;
+    drawSobolCells(texWidth, texHeight, s, [&](int X, int Y, int counter) {
         seedCell(X / s, Y / s, X % s, Y % s, mask, seedMap);
         reportProgress(counter, pixels);
-    }
-    free(sobol.xs);
-    free(sobol.ys);
-    sobol.xs = sobol.ys = nullptr;
+    });
 }
 
 // Divides every pixel's channel sums by its hits (truncating; low byte, no clamping).

@@ -1,10 +1,11 @@
-// Integer helpers, step counts and the tile-window lookup shared by the engine's sources (not
-// installed).
+// Integer helpers, step counts, the quasi-random cells and the tile-window lookup shared by the
+// engine's sources (not installed).
 #ifndef MUSKEIP_ENGINE_COMMON_H
 #define MUSKEIP_ENGINE_COMMON_H
 
 #include "build_common.h"
 #include "compute.h"
+#include "sobol.h"
 
 #include <climits>
 #include <cstdint>
@@ -105,6 +106,25 @@ FLIC_ALWAYS_INLINE int divideByHits(int sum, int hits, const FixedDivisor* divis
 inline int cellInGrid(int index, int cells) {
     int r = index % cells;
     return r < 0 ? r + cells : r;
+}
+
+// Draws width x height pairs of the quasi-random sequence over the s x s sub-pixel cells of
+// width x height pixels and calls visit(X, Y, counter) for all but the last, with the cell of
+// the pair brought into the grid (the sequence of a single cell holds the sign bit, INT_MIN,
+// not 0: taken modulo the grid, every value names a cell; in-range values are left as they
+// are) and the pair's count, 1 .. width x height - 1.
+template <class VISIT>
+void drawSobolCells(int width, int height, int s, VISIT visit) {
+    KvSobol sobol;
+    int cellsX = width * s, cellsY = height * s;
+    sobol.init(cellsX, cellsY);
+    int pixels = width * height;
+    int X, Y;
+    for (int counter = 0; sobol.next(X, Y);) {
+        counter++;
+        if (counter >= pixels) break;
+        visit(cellInGrid(X, cellsX), cellInGrid(Y, cellsY), counter);
+    }
 }
 
 // Offset of the record of picture pixel (px, py), or of pixel index `pixel` (its row found by

@@ -4,7 +4,6 @@
 #include "compute.h"
 
 #include "engine_common.h"
-#include "sobol.h"
 #include "tiles_common.h"
 
 #include <algorithm>
@@ -15,22 +14,6 @@
 using namespace muskeip::detail;
 
 namespace {
-
-// Draws the sequence as the serial engine does (all but the last of texWidth * texHeight
-// pairs) and calls visit(X, Y) with the cell of each pair brought into the grid.
-template <class VISIT>
-void drawSobolCells(int width, int height, int s, VISIT visit) {
-    KvSobol sobol;
-    int cellsX = width * s, cellsY = height * s;
-    sobol.init(cellsX, cellsY);
-    int pixels = width * height;
-    int X, Y;
-    for (int counter = 0; sobol.next(X, Y);) {
-        counter++;
-        if (counter >= pixels) break;
-        visit(cellInGrid(X, cellsX), cellInGrid(Y, cellsY));
-    }
-}
 
 // The offsets of an axis's pixels in a window that covers `count` of them from `first` on
 // (within the picture): `unit` ints per pixel, INT_MIN for pixels outside.
@@ -153,12 +136,12 @@ int muskeip::detail::bucketSobolCells(const FlicCompute& engine, std::vector<uns
     auto tileOf = [&](int X, int Y) { return (Y / s / sizeY) * tilesX + X / s / sizeX; };
     try {
         start.assign(static_cast<size_t>(tilesX) * tilesY + 1, 0);
-        drawSobolCells(W, H, s, [&](int X, int Y) { start[tileOf(X, Y) + 1]++; });
+        drawSobolCells(W, H, s, [&](int X, int Y, int) { start[tileOf(X, Y) + 1]++; });
         for (size_t t = 1; t < start.size(); t++)
             start[t] += start[t - 1];
         cells.assign(static_cast<size_t>(start.back()), 0);
         std::vector<int> fill(start.begin(), start.end() - 1);
-        drawSobolCells(W, H, s, [&](int X, int Y) {
+        drawSobolCells(W, H, s, [&](int X, int Y, int) {
             int t = tileOf(X, Y);
             int tx = t % tilesX, ty = t / tilesX;
             unsigned across = static_cast<unsigned>(std::min(sizeX, W - tx * sizeX)) * s;

@@ -174,6 +174,21 @@ inline void chooseSettings(ByteReader& in, FlicCompute& lic) {
     if (getenv("MUSKEIP_FUZZ_VERBOSE")) describe(lic);
 }
 
+// An engine's inputs and settings, in the order both targets read them: the field, the texture
+// (its caller rows in `rows`), then the settings.
+struct EngineInputs {
+    FlicVectorField field;
+    FlicImage texture;
+    std::vector<unsigned char> rows;
+    FlicCompute lic;
+
+    explicit EngineInputs(ByteReader& in) {
+        buildField(in, field);
+        buildTexture(in, texture, rows);
+        chooseSettings(in, lic);
+    }
+};
+
 inline bool sameImage(const FlicImage& a, const FlicImage& b) {
     if (a.width != b.width || a.height != b.height || a.nChannels != b.nChannels) return false;
     return memcmp(a.data, b.data, static_cast<size_t>(a.width) * a.height * a.nChannels) == 0;

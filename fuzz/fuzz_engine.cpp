@@ -65,14 +65,10 @@ void evaluateTube(fuzz::ByteReader& in, FlicCompute& lic) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::quietMessages();
     fuzz::ByteReader in(data, size);
-    FlicVectorField field;
-    buildField(in, field);
-    FlicImage texture;
-    std::vector<unsigned char> textureRows;
-    buildTexture(in, texture, textureRows);
-
-    FlicCompute lic;
-    chooseSettings(in, lic);
+    EngineInputs inputs(in);
+    FlicCompute& lic = inputs.lic;
+    FlicVectorField& field = inputs.field;
+    FlicImage& texture = inputs.texture;
     computeOnce(in, lic, field, texture);
     if (in.below(2)) computeOnce(in, lic, field, texture); // the engine is reusable
     evaluateTube(in, lic);

@@ -98,13 +98,10 @@ Run run(FlicCompute& lic, FlicVectorField& field, FlicImage& texture, int frames
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     quietMessages();
     ByteReader in(data, size);
-    FlicVectorField field;
-    buildField(in, field);
-    FlicImage texture;
-    std::vector<unsigned char> textureRows;
-    buildTexture(in, texture, textureRows);
-    FlicCompute lic;
-    chooseSettings(in, lic);
+    EngineInputs inputs(in);
+    FlicCompute& lic = inputs.lic;
+    FlicVectorField& field = inputs.field;
+    FlicImage& texture = inputs.texture;
     chooseTiling(in, lic);
     FlicImage noDataMask;
     chooseModes(in, lic, field, noDataMask);
