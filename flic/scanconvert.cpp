@@ -438,7 +438,7 @@ int FlicScalarField::readUCD(const char* filename, int width, int height) {
     if (!mesh.read(filename, "r", 3)) return 0;
     float box[4];
     mesh.boundingBox(box);
-    float scale, x0, y0;
+    float scale = 0.0f, x0 = 0.0f, y0 = 0.0f; // set by flic_fitBox when it succeeds
     if (!flic_fitBox(box, width, height, scale, x0, y0)) return 0;
 
     if (!setSize(width, height)) return 0;
@@ -459,7 +459,7 @@ int FlicVectorField::readUCD(const char* filename, int width, int height, float*
     } else {
         mesh.boundingBox(box);
     }
-    float scale, x0, y0;
+    float scale = 0.0f, x0 = 0.0f, y0 = 0.0f; // set by flic_fitBox when it succeeds
     if (!flic_fitBox(box, width, height, scale, x0, y0)) return 0;
 
     if (!setSize(width, height)) return 0;
