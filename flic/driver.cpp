@@ -202,8 +202,6 @@ void FlicCompute::seedRaster(FlicImage* mask, FlicImage* seedMap) {
             }
 }
 
-namespace {} // namespace
-
 // Seeds the cells the quasi-random sequence draws, in its order.
 void FlicCompute::seedQuasiRandom(FlicImage* mask, FlicImage* seedMap) {
     int s = numSubPixels, pixels = texWidth * texHeight;
