@@ -390,7 +390,7 @@ bool fieldFitsLanes(const FlicVectorField* field) {
 
 } // namespace
 
-LanePlan muskeip::detail::planLanes(const FlicCompute& engine, long long windowBytes) {
+LanePlan muskeip::detail::planLanes(const FlicCompute& engine, long long windowBytes, int threads) {
     LanePlan plan;
     if (engine.simdLanes == 1) {
         plan.note = "the scalar tracer (1 lane asked for)";
@@ -416,7 +416,8 @@ LanePlan muskeip::detail::planLanes(const FlicCompute& engine, long long windowB
         for (int k = 0; k < offered.count; k++)
             if (offered.lanes[k] <= engine.simdLanes) pick = k;
     }
-    long long fit = windowBytes > 0 ? laneWindowBudget / windowBytes : offered.lanes[pick];
+    long long fit = windowBytes > 0 ? laneWindowBudget / std::max(1, threads) / windowBytes
+                                    : offered.lanes[pick];
     if (fit < 2) {
         plan.note = "the scalar tracer (the tiles' windows are too large to trace several at once)";
         return plan;
@@ -437,8 +438,8 @@ LanePlan muskeip::detail::planLanes(const FlicCompute& engine, long long windowB
     }
     if (plan.tiles < plan.lanes) {
         std::snprintf(note, sizeof note,
-                      ", at most %d tiles at once (their windows within %lld MB)", plan.tiles,
-                      laneWindowBudget >> 20);
+                      ", at most %d tiles at once (the windows of all threads within %lld MB)",
+                      plan.tiles, laneWindowBudget >> 20);
         plan.note += note;
     }
     return plan;

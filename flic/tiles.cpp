@@ -172,7 +172,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
         windowBytes = std::max(windowBytes, static_cast<long long>(placed.width) * placed.height *
                                                 recordStride * static_cast<long long>(sizeof(int)));
     }
-    LanePlan plan = planLanes(*this, windowBytes);
+    LanePlan plan = planLanes(*this, windowBytes, threads);
     const int lanes = plan.tiles; // tracers per thread
     flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles, threads,
               plan.note.c_str());

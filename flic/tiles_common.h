@@ -192,9 +192,10 @@ bool mergeFinishedTile(FlicCompute::TileWindow& partial, PictureRecords& picture
 // lanes ask for a trial takes the narrowest kernel that holds them.
 struct LanePlan {
     int lanes = 1;
-    // Tiles a thread holds at once, at most `lanes`: as many as keep their windows within
-    // laneWindowBudget bytes, for the windows of the tiles in hand compete for the cache
-    // (sixteen windows of 1.6 MB made the widest lanes slower than narrower ones).
+    // Tiles a thread holds at once, at most `lanes`: as many as keep the windows of all
+    // threads within laneWindowBudget bytes, for the windows of the tiles in hand compete for
+    // the shared cache (sixteen windows of 1.6 MB made the widest lanes slower than narrower
+    // ones; on two threads, eight tiles in hand each were slower than four).
     int tiles = 1;
     int kernelCount = 0;
     int widths[3] = {0, 0, 0};
@@ -203,8 +204,8 @@ struct LanePlan {
 };
 constexpr long long laneWindowBudget = 12LL << 20;
 // The plan for the engine's settings (simdLanes, integrators, field) on this processor, for
-// tile windows of at most `windowBytes` bytes.
-LanePlan planLanes(const FlicCompute& engine, long long windowBytes);
+// tile windows of at most `windowBytes` bytes traced on `threads` threads.
+LanePlan planLanes(const FlicCompute& engine, long long windowBytes, int threads);
 
 // What one thread of the tiled driver hands to the lane tracer: its plan.tiles tracers and
 // windows, the shared schedule and the computation's inputs.

@@ -621,14 +621,15 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
     std::string many = report(1000, false), widest = report(0, false);
     EXPECT_NE(many.find(", 1000 asked for"), std::string::npos) << many;
     EXPECT_EQ(many.substr(0, many.find(", 1000 asked for")), widest);
-    // Large windows (the whole 512 x 512 picture of 3 channels: 4 MB each): at most 3 tiles at
-    // once, the scalar tracer's bytes; with 2 x 2 sub-pixels (7 MB) the scalar tracer itself.
+    // Large windows (the whole 512 x 512 picture of 3 channels: 4 MB each): on one thread at
+    // most 3 tiles at once, the scalar tracer's bytes; on two threads, whose windows share the
+    // budget, and with 2 x 2 sub-pixels (7 MB), the scalar tracer itself.
     FlicVectorField wide = vortexSaddle(65, 65);
     FlicImage colours = noise(512, 512, 3, 8);
-    auto large = [&](int lanes, int S, Bytes* image) {
+    auto large = [&](int lanes, int S, int threads, Bytes* image) {
         FlicCompute engine;
         engine.setTileSize(256);
-        engine.setNumThreads(2);
+        engine.setNumThreads(threads);
         engine.setSimdLanes(lanes);
         engine.setNumSubPixels(S);
         engine.setFilterLength(6);
@@ -641,19 +642,21 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
             if (text.find("tiled mode") != std::string::npos) return text;
         return std::string("<no report>");
     };
-    Bytes capped, scalar, finer;
-    std::string fewer = large(4, 1, &capped);
+    Bytes capped, scalar, shared, finer;
+    std::string fewer = large(4, 1, 1, &capped);
     EXPECT_NE(fewer.find("4 SIMD lanes ("), std::string::npos) << fewer;
-    EXPECT_NE(fewer.find("), at most 3 tiles at once (their windows within 12 MB)"),
+    EXPECT_NE(fewer.find("), at most 3 tiles at once (the windows of all threads within 12 MB)"),
               std::string::npos)
         << fewer;
-    large(1, 1, &scalar);
+    large(1, 1, 1, &scalar);
     EXPECT_EQ(capped, scalar);
-    std::string none = large(4, 2, &finer);
-    EXPECT_NE(none.find(", the scalar tracer (the tiles' windows are too large to trace several "
-                        "at once)"),
-              std::string::npos)
-        << none;
+    const std::string tooLarge =
+        ", the scalar tracer (the tiles' windows are too large to trace several at once)";
+    std::string two = large(4, 1, 2, &shared);
+    EXPECT_NE(two.find(tooLarge), std::string::npos) << two;
+    EXPECT_EQ(shared, scalar);
+    std::string none = large(4, 2, 1, &finer);
+    EXPECT_NE(none.find(tooLarge), std::string::npos) << none;
 
     // The serial engine does not report tiles.
     FlicCompute serial;
