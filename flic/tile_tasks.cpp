@@ -47,7 +47,6 @@ int FlicCompute::computeTile(FlicVectorField* field, FlicImage* texture, int til
     coveredY0 = partial.tileY0;
     coveredWidth = partial.tileX1 - partial.tileX0;
     if (kernelSteps == 0) { // no lines: compute copies the texture instead
-        setUpWindow(tile, partial);
         partial.records.clear();
         partial.overflow.clear();
         partial.numFieldLines = 0;

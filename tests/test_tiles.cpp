@@ -185,6 +185,19 @@ TEST(Tiles, PartialsThatDoNotFitTheirPictureAreRefused) {
     ASSERT_EQ(std::tie(good.tileX0, good.tileY0, good.stride), std::make_tuple(32, 32, 2));
     ASSERT_GT(good.x0, 0);
     {
+        // A kernel shorter than a step traces no lines: the tile's window is placed, empty.
+        FlicCompute shortKernel;
+        shortKernel.setTileSize(32);
+        shortKernel.setFilterLength(0.25f);
+        FlicCompute::TileWindow empty = good;
+        ASSERT_EQ(shortKernel.computeTile(&field, &texture, 5, empty), 1);
+        EXPECT_EQ(std::tie(empty.tileX0, empty.tileY0, empty.tileX1, empty.tileY1),
+                  std::make_tuple(32, 32, 64, 64));
+        EXPECT_TRUE(empty.records.empty());
+        EXPECT_TRUE(empty.overflow.empty());
+        EXPECT_EQ(empty.numFieldLines, 0);
+    }
+    {
         std::vector<int> earlier(32 * 32 * 2 - 1);
         FlicCompute::TileWindow kept = good;
         MessageCapture capture;
