@@ -32,8 +32,16 @@ struct FileCloser {
     }
 };
 
+// A reason for a failed PNG read from libpng's message: its "Read Error" (the file ended, or
+// could not be read, before the PNG data did) said in words a user can act on.
+std::string pngReason(const char* message) {
+    if (!message || !message[0]) return "not a readable PNG file";
+    if (strcmp(message, "Read Error") == 0) return "the PNG data is cut short or unreadable";
+    return message;
+}
+
 int pngFailure(const std::string& path, png_image& png) {
-    std::string reason = png.message[0] ? png.message : "not a readable PNG file";
+    std::string reason = pngReason(png.message);
     png_image_free(&png);
     return flic_ioerror(path.c_str(), reason.c_str());
 }
@@ -130,9 +138,9 @@ int readPNG16(const std::string& path, FlicImage& image) {
     std::vector<unsigned char> samples;
     png_uint_32 width = 0, height = 0;
     int channels = 0;
-    char reason[160] = "not a readable PNG file";
+    char reason[160] = "";
     if (!readRows16(closer.file, samples, width, height, channels, reason))
-        return flic_ioerror(path.c_str(), reason);
+        return flic_ioerror(path.c_str(), pngReason(reason).c_str());
     bool alpha = channels == 2 || channels == 4;
     int colours = channels - (alpha ? 1 : 0);
     FlicImage loaded(static_cast<int>(width), static_cast<int>(height), colours);
