@@ -97,9 +97,18 @@ unsigned char byteOf16(unsigned v) {
     return static_cast<unsigned char>((v * 255 + 32767) / 65535);
 }
 
-// Reads the 16-bit rows of an open PNG into `samples` (big-endian pairs); false with `reason`.
-bool readRows16(FILE* file, std::vector<unsigned char>& samples, png_uint_32& width,
-                png_uint_32& height, int& channels, char* reason) {
+// The rows of a 16-bit PNG: big-endian sample pairs, and the row pointers libpng fills.
+struct Rows16 {
+    std::vector<unsigned char> samples;
+    std::vector<png_bytep> rows;
+    png_uint_32 width = 0, height = 0;
+    int channels = 0;
+};
+
+// Reads the 16-bit rows of an open PNG into `out`; false with `reason`. libpng reports errors
+// by a long jump back into this function, so everything that needs a destructor lives in the
+// caller's `out`, never in this frame.
+bool readRows16(FILE* file, Rows16& out, char* reason) {
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, reason, pngError, pngWarning);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
     if (!info) {
@@ -113,18 +122,18 @@ bool readRows16(FILE* file, std::vector<unsigned char>& samples, png_uint_32& wi
     }
     png_init_io(png, file);
     png_read_info(png, info);
-    width = png_get_image_width(png, info);
-    height = png_get_image_height(png, info);
-    channels = png_get_channels(png, info);
-    if (width > static_cast<unsigned>(maxPictureSide) ||
-        height > static_cast<unsigned>(maxPictureSide))
+    out.width = png_get_image_width(png, info);
+    out.height = png_get_image_height(png, info);
+    out.channels = png_get_channels(png, info);
+    if (out.width > static_cast<unsigned>(maxPictureSide) ||
+        out.height > static_cast<unsigned>(maxPictureSide))
         png_error(png, "PNG dimensions beyond 32768 pixels");
     size_t rowBytes = png_get_rowbytes(png, info);
-    samples.resize(rowBytes * height);
-    std::vector<png_bytep> rows(height);
-    for (png_uint_32 y = 0; y < height; y++)
-        rows[y] = samples.data() + rowBytes * y;
-    png_read_image(png, rows.data());
+    out.samples.resize(rowBytes * out.height);
+    out.rows.resize(out.height);
+    for (png_uint_32 y = 0; y < out.height; y++)
+        out.rows[y] = out.samples.data() + rowBytes * y;
+    png_read_image(png, out.rows.data());
     png_read_end(png, nullptr);
     png_destroy_read_struct(&png, &info, nullptr);
     return true;
@@ -135,18 +144,19 @@ bool readRows16(FILE* file, std::vector<unsigned char>& samples, png_uint_32& wi
 int readPNG16(const std::string& path, FlicImage& image) {
     FileCloser closer{fopen(path.c_str(), "rb")};
     if (!closer.file) return flic_ioerror(path.c_str(), nullptr);
-    std::vector<unsigned char> samples;
-    png_uint_32 width = 0, height = 0;
-    int channels = 0;
+    Rows16 read;
     char reason[160] = "";
-    if (!readRows16(closer.file, samples, width, height, channels, reason))
+    if (!readRows16(closer.file, read, reason))
         return flic_ioerror(path.c_str(), pngReason(reason).c_str());
+    png_uint_32 width = read.width, height = read.height;
+    int channels = read.channels;
     bool alpha = channels == 2 || channels == 4;
     int colours = channels - (alpha ? 1 : 0);
     FlicImage loaded(static_cast<int>(width), static_cast<int>(height), colours);
     if (!loaded.data) return 0;
     for (png_uint_32 y = 0; y < height; y++) {
-        const unsigned char* in = samples.data() + static_cast<size_t>(y) * width * channels * 2;
+        const unsigned char* in =
+            read.samples.data() + static_cast<size_t>(y) * width * channels * 2;
         unsigned char* out =
             loaded.data + static_cast<std::ptrdiff_t>(height - 1 - y) * loaded.bytesPerLine;
         for (png_uint_32 x = 0; x < width; x++, in += 2 * channels) {
