@@ -171,9 +171,9 @@ void FlicCompute::accumulateFrames(int lo, int hi, bool cutLo, bool cutHi) {
     int first = cutLo ? lo : lo + N, last = cutHi ? hi : hi - N;
     bool box = animationRipples == 0;
     if (window)
-        accumulateFrameLine(
-            *this, line, FrameSinkWindow{window, windowSlots, window->records.data()}, lo, hi,
-            first, last, phaseCos, phaseSin, rippleCos, rippleSin, period, box, batch);
+        accumulateFrameLine(*this, line, FrameSinkWindow{window, windowSlots, windowRecords}, lo,
+                            hi, first, last, phaseCos, phaseSin, rippleCos, rippleSin, period, box,
+                            batch);
     else
         accumulateFrameLine(*this, line, FrameSinkPicture{accum, recordStride}, lo, hi, first, last,
                             phaseCos, phaseSin, rippleCos, rippleSin, period, box, batch);

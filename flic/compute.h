@@ -360,6 +360,14 @@ class MUSKEIP_API FlicCompute {
     int progressPercent = 0;      // whole percent reported so far in this computation
     TileWindow* window = nullptr; // set while this engine traces one tile
     int* windowSlots = nullptr;   // per point of a line: its record in the window, or -1
+    // Where the window's slots point: its own records, or the picture's records when the tile
+    // adds into them directly (see directRecords). Set while a tile is traced.
+    int* windowRecords = nullptr;
+    // The picture's records, when the threaded driver lets tiles add into them directly: the
+    // windows of tiles that may run at the same time never meet (see tilesShareNoRecords), so
+    // a tile's window needs no records of its own and no merging, and the records at its seed
+    // cells already hold the lines of its earlier neighbours.
+    int* directRecords = nullptr;
     // Real-data modes, prepared by derive: whether a line may end early, the no-data cells
     // ((field width - 1) x (field height - 1), 1 = no data) and the prefix sums of the
     // kernel's weights over its 2N offsets (see trace.cpp); tracers share the parent's.
@@ -410,6 +418,9 @@ class MUSKEIP_API FlicCompute {
     double lineReach() const; // field cells a line's points and trials reach from its seed
     const double* givenTextureMean = nullptr; // the texture's means when only a window is held
     int phasesOfTiles(std::vector<int>& phaseOfTile) const;
+    // Whether the windows of tiles that may run at the same time never share a record, so that
+    // tiles may add into the picture's records directly.
+    bool tilesShareNoRecords() const;
     void tileNeighbours(const std::vector<int>& phaseOfTile, std::vector<std::vector<int>>& later,
                         std::vector<int>& waitingFor) const;
     // Coverage by the tiles of earlier phases: records of the pixels from (coveredX0,

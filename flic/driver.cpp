@@ -151,7 +151,7 @@ void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImag
 
 int FlicCompute::seedOfCell(int x, int y, int i, int j, Vec2f& seed) const {
     const int* record =
-        window ? window->records.data() + windowSlotAt(*window, x, y)
+        window ? windowRecords + windowSlotAt(*window, x, y)
                : accum + (static_cast<std::ptrdiff_t>(y) * texWidth + x) * recordStride;
     if (record[j * numSubPixels + i] != 0) return 0;
     if (coveredRecords &&

@@ -58,7 +58,9 @@ int* FlicCompute::TileWindow::windowRecord(int pixel) {
         rowSlots.size() != static_cast<size_t>(imageHeight) || pixel / imageWidth >= imageHeight)
         return nullptr;
     int slot = windowSlot(*this, pixel);
-    return slot < 0 ? nullptr : records.data() + slot;
+    // A window whose tile added into the picture's records directly has none of its own.
+    return slot < 0 || static_cast<size_t>(slot) >= records.size() ? nullptr
+                                                                   : records.data() + slot;
 }
 
 int* FlicCompute::TileWindow::record(int pixel) {
@@ -136,6 +138,16 @@ void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
     partial.y0 = static_cast<int>(top);
     partial.width = static_cast<int>(right - left);
     partial.height = static_cast<int>(bottom - top);
+}
+
+// Tiles that may run at the same time are those that do not reach into each other (see
+// tileNeighbours): on some axis at least one whole tile lies between them. Their windows, each
+// the tile grown by the halo, stay apart when two halos fit in a tile; the picture's records
+// must also be addressable by int slots.
+bool FlicCompute::tilesShareNoRecords() const {
+    long long halo = haloPixels();
+    long long ints = static_cast<long long>(texWidth) * texHeight * recordStride;
+    return tileSize > 0 && 2 * halo <= tileSize && ints <= INT_MAX;
 }
 
 // The phase of every tile: tiles of one phase never reach into each other, so they run at once

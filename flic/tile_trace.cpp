@@ -16,11 +16,13 @@ using namespace muskeip::detail;
 namespace {
 
 // The offsets of an axis's pixels in a window that covers `count` of them from `first` on
-// (within the picture): `unit` ints per pixel, INT_MIN for pixels outside.
-void fillSlots(std::vector<int>& slots, int total, int first, int count, long long unit) {
+// (within the picture): `unit` ints per pixel counted from the pixel `origin` (the window's
+// first, or 0 when the slots point into the picture's records), INT_MIN for pixels outside.
+void fillSlots(std::vector<int>& slots, int total, int first, int count, long long unit,
+               int origin) {
     slots.assign(static_cast<size_t>(total), INT_MIN);
-    for (int k = 0; k < count; k++)
-        slots[static_cast<size_t>(first + k)] = static_cast<int>(k * unit);
+    for (int k = first; k < first + count; k++)
+        slots[static_cast<size_t>(k)] = static_cast<int>((k - origin) * unit);
 }
 
 } // namespace
@@ -85,6 +87,7 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
             seedCell(x, y, i, j, mask, seedMap);
     } catch (const std::bad_alloc&) {
         window = nullptr;
+        windowRecords = nullptr;
         return 0;
     }
     endTile(partial);
@@ -94,19 +97,28 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
 int FlicCompute::beginTile(int tile, TileWindow& partial, bool zeroed) {
     setUpWindow(tile, partial);
     try {
-        fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride);
-        fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
-                  static_cast<long long>(partial.width) * recordStride);
-        size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
-        if (!zeroed)
-            partial.records.assign(size, 0);
-        else if (partial.records.size() < size)
-            partial.records.resize(size, 0); // the rest is zero already
+        if (directRecords) {
+            fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride, 0);
+            fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
+                      static_cast<long long>(texWidth) * recordStride, 0);
+            partial.records.clear(); // nothing to merge
+        } else {
+            fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride,
+                      partial.x0);
+            fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
+                      static_cast<long long>(partial.width) * recordStride, partial.y0);
+            size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
+            if (!zeroed)
+                partial.records.assign(size, 0);
+            else if (partial.records.size() < size)
+                partial.records.resize(size, 0); // the rest is zero already
+        }
         partial.overflow.clear();
     } catch (const std::bad_alloc&) {
         return 0;
     }
     window = &partial;
+    windowRecords = directRecords ? directRecords : partial.records.data();
     numFieldLines = 0;
     return 1;
 }
@@ -114,6 +126,7 @@ int FlicCompute::beginTile(int tile, TileWindow& partial, bool zeroed) {
 void FlicCompute::endTile(TileWindow& partial) {
     partial.numFieldLines = numFieldLines;
     window = nullptr;
+    windowRecords = nullptr;
 }
 
 TileSeeds muskeip::detail::seedsOfTile(const FlicCompute& engine, int tile,

@@ -1,10 +1,12 @@
 // FlicCompute's tiled mode, run on threads: the picture is cut into square tiles, each traced
-// into a private window of accumulation records around it (the tile grown by the reach of its
-// lines). Tiles run in phases: a tile judges coverage from its own lines and those of its
-// neighbours of earlier phases, which are merged before it starts, so the picture depends on
-// the settings and never on the threads or their timing. The windows' integer sums are added
-// into the picture's records in any order. The tiles' geometry and phases, the tracing of one
-// tile and tiles run as tasks elsewhere have files of their own (tile_*.cpp).
+// into a window of accumulation records around it (the tile grown by the reach of its lines).
+// Tiles run in phases: a tile judges coverage from its own lines and those of its neighbours
+// of earlier phases, which are merged before it starts, so the picture depends on the settings
+// and never on the threads or their timing. When the windows of tiles that run at once can
+// never meet, tiles add into the picture's records directly; otherwise each window has records
+// of its own, whose integer sums are added into the picture's in any order. The tiles' geometry and
+// phases, the tracing of one tile and tiles run as tasks elsewhere have files of their own
+// (tile_*.cpp).
 #include "compute.h"
 
 #include "engine_common.h"
@@ -194,6 +196,7 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     picture.bandRows = tilesY == 1 ? texHeight : tileSize;
     const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
     const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
+    const bool direct = tilesShareNoRecords();
 
     auto work = [&](int k, bool reports) {
         if (lanes > 1) {
@@ -240,8 +243,12 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
             release();
             return flic_error("LIC: no memory for %d tile tracers", threads * lanes);
         }
-        tracer->coveredRecords = accum; // read only inside a tile, see below
-        tracer->coveredWidth = texWidth;
+        if (direct) {
+            tracer->directRecords = accum; // no window records, no merging: see above
+        } else {
+            tracer->coveredRecords = accum; // read only inside a tile, see below
+            tracer->coveredWidth = texWidth;
+        }
         tracers.push_back(std::move(tracer));
     }
     bands.reset(new (std::nothrow) std::mutex[tilesY]);

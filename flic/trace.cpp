@@ -190,8 +190,10 @@ struct PointRecorder {
     unsigned pixels;
     const FlicCompute::TileWindow* window; // tiled mode: values go to this window
     int* slots;                            // tiled mode: each point's record in the window
+    const int* windowRecords;              // tiled mode: what the slots count from
 
-    PointRecorder(const FlicCompute& engine, const FlicCompute::TileWindow* window, int* slots)
+    PointRecorder(const FlicCompute& engine, const FlicCompute::TileWindow* window, int* slots,
+                  const int* windowRecords)
         : source(engine.texture), texture(engine.texture), pointer(engine.getPixel),
           scaleX(engine.scaleX), scaleY(engine.scaleY), fieldMaxX(engine.fieldMaxX),
           fieldMaxY(engine.fieldMaxY),
@@ -201,7 +203,7 @@ struct PointRecorder {
           samples(engine.samples), points(engine.points), accum(engine.accum),
           recordStride(engine.recordStride),
           pixels(static_cast<unsigned>(engine.texWidth) * static_cast<unsigned>(engine.texHeight)),
-          window(window), slots(slots) {}
+          window(window), slots(slots), windowRecords(windowRecords) {}
 
     // Asks for a record that will be updated once the line's sums are done: its first cache
     // line, and for the long records of animations its last one too.
@@ -257,7 +259,7 @@ struct PointRecorder {
                              static_cast<unsigned>(iy) < static_cast<unsigned>(window->imageHeight);
                 int slot = plain ? windowSlotAt(*window, ix, iy) : windowSlot(*window, point.pixel);
                 slots[index] = slot;
-                if (slot >= 0) prefetchRecord<LONG>(window->records.data() + slot);
+                if (slot >= 0) prefetchRecord<LONG>(windowRecords + slot);
             } else {
                 prefetchRecord<LONG>(accum + point.pixel * recordStride);
             }
@@ -467,7 +469,7 @@ void FlicCompute::convolveLine(int lo, int hi) {
 
     // Sampling after tracing, in a loop of its own, lets the texture reads of many points be
     // under way at once. Pixels and cells are needed only where values are accumulated.
-    const PointRecorder<KIND> recorder(*this, window, windowSlots);
+    const PointRecorder<KIND> recorder(*this, window, windowSlots, windowRecords);
     int i = lo;
 #if defined(__SSE2__)
     if (KIND == LOOKUP_BILINEAR1 && recorder.source.channels == 1) {
@@ -549,8 +551,7 @@ void FlicCompute::convolve(int lo, int hi) {
 
     FixedDivisor divisor = kernelDivisor(kernel, kernelSteps);
     if (window)
-        accumulateKernel(*this, WindowSink{window, windowSlots, window->records.data()}, lo, hi,
-                         divisor);
+        accumulateKernel(*this, WindowSink{window, windowSlots, windowRecords}, lo, hi, divisor);
     else
         accumulateKernel(*this, PictureSink{accum, recordStride}, lo, hi, divisor);
 }
@@ -574,9 +575,8 @@ void FlicCompute::accumulateCut(int lo, int hi, bool cutLo, bool cutHi) {
     double whole = static_cast<double>(weightPrefix[2 * N]);
     CutKernel cut{weightPrefix, squarePrefix, squarePrefix[2 * N] / (whole * whole), textureMean};
     if (window)
-        accumulateCutKernel(*this, samples, sums,
-                            WindowSink{window, windowSlots, window->records.data()}, lo, hi, kLo,
-                            kHi, divisor, cut);
+        accumulateCutKernel(*this, samples, sums, WindowSink{window, windowSlots, windowRecords},
+                            lo, hi, kLo, kHi, divisor, cut);
     else
         accumulateCutKernel(*this, samples, sums, PictureSink{accum, recordStride}, lo, hi, kLo,
                             kHi, divisor, cut);
