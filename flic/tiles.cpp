@@ -258,10 +258,11 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     }
     if (threads > 1) picture.bands = bands.get();
 
-    // The picture's records are touched here, page by page, so that the threads' merges do not
-    // all stop at once to have fresh zero pages mapped (page faults serialise in the kernel;
-    // touching them from two threads at once, or by the other threads while this one starts on
-    // the tiles, was slower, with stalls of up to tens of milliseconds).
+    // The picture's records are touched here, page by page, so that the threads' first writes
+    // into them (merges, or lines added directly) do not all stop at once to have fresh zero
+    // pages mapped (page faults serialise in the kernel; touching them from two threads at
+    // once, or by the other threads while this one starts on the tiles, was slower, with stalls
+    // of up to tens of milliseconds).
     if (threads > 1) {
         size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
         for (size_t k = 0; k < count; k += 1024)
