@@ -57,24 +57,33 @@ int bestShift(const FlicImage& a, const FlicImage& b, double& best) {
 
 TEST(Animation, WithoutRipplesEveryFrameIsTheBoxPicture) {
     FlicVectorField field = vortexSaddle(25, 21);
+    // The serial engine; tiles with windows of their own (extension 80); tiles that add into
+    // the picture directly (extension 8: a halo of 11 pixels, two of which fit a tile of 24).
+    struct Setting {
+        int tile;
+        float extension;
+    } settings[] = {{0, 80}, {24, 80}, {24, 8}};
     for (int channels : {1, 3})
-        for (int tile : {0, 24}) {
+        for (const Setting& setting : settings) {
             FlicImage texture = noise(70, 61, channels, 4);
             FlicCompute still;
             still.setFilterKernel(FlicCompute::BOX);
             still.setFilterLength(9);
-            still.setTileSize(tile);
+            still.extensionLength = setting.extension;
+            still.setTileSize(setting.tile);
             FlicImage picture;
             ASSERT_EQ(still.compute(&field, &texture, &picture), 1);
             FlicCompute animated;
             animated.setFilterLength(9);
+            animated.extensionLength = setting.extension;
             animated.setAnimationRipples(0);
-            animated.setTileSize(tile);
+            animated.setTileSize(setting.tile);
             animated.setNumThreads(3);
             std::vector<FlicImage> frames(3);
             ASSERT_EQ(animated.computeFrames(&field, &texture, 3, frames.data()), 1);
             for (const FlicImage& frame : frames)
-                EXPECT_EQ(pixelBytes(frame), pixelBytes(picture)) << channels << " " << tile;
+                EXPECT_EQ(pixelBytes(frame), pixelBytes(picture))
+                    << channels << " " << setting.tile << " " << setting.extension;
             EXPECT_EQ(animated.numFieldLines, still.numFieldLines);
             EXPECT_EQ(animated.totalHits, still.totalHits);
         }
