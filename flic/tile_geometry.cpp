@@ -141,9 +141,9 @@ void FlicCompute::setUpWindow(int tile, TileWindow& partial) const {
 }
 
 // Tiles that may run at the same time are those that do not reach into each other (see
-// tileNeighbours): on some axis at least one whole tile lies between them. Their windows, each
-// the tile grown by the halo, stay apart when two halos fit in a tile; the picture's records
-// must also be addressable by int slots.
+// tileNeighbours): unless the halo is empty, at least one whole tile lies between them on some
+// axis. Their windows, each the tile grown by the halo, stay apart when two halos fit in a
+// tile; the picture's records must also be addressable by int slots.
 bool FlicCompute::tilesShareNoRecords() const {
     long long halo = haloPixels();
     long long ints = static_cast<long long>(texWidth) * texHeight * recordStride;

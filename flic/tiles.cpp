@@ -4,9 +4,9 @@
 // of earlier phases, which are merged before it starts, so the picture depends on the settings
 // and never on the threads or their timing. When the windows of tiles that run at once can
 // never meet, tiles add into the picture's records directly; otherwise each window has records
-// of its own, whose integer sums are added into the picture's in any order. The tiles' geometry and
-// phases, the tracing of one tile and tiles run as tasks elsewhere have files of their own
-// (tile_*.cpp).
+// of its own, whose integer sums are added into the picture's in any order. The tiles'
+// geometry and phases, the tracing of one tile and tiles run as tasks elsewhere have files of
+// their own (tile_*.cpp).
 #include "compute.h"
 
 #include "engine_common.h"
