@@ -97,22 +97,21 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
 int FlicCompute::beginTile(int tile, TileWindow& partial, bool zeroed) {
     setUpWindow(tile, partial);
     try {
-        if (directRecords) {
-            fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride, 0);
-            fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
-                      static_cast<long long>(texWidth) * recordStride, 0);
+        // Slots into the picture's records count from its first pixel, with its rows' width;
+        // slots into the window's own records from the window's first pixel, with its width.
+        bool direct = directRecords != nullptr;
+        int rowWidth = direct ? texWidth : partial.width;
+        fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride,
+                  direct ? 0 : partial.x0);
+        fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
+                  static_cast<long long>(rowWidth) * recordStride, direct ? 0 : partial.y0);
+        size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
+        if (direct)
             partial.records.clear(); // nothing to merge
-        } else {
-            fillSlots(partial.columnSlots, texWidth, partial.x0, partial.width, recordStride,
-                      partial.x0);
-            fillSlots(partial.rowSlots, texHeight, partial.y0, partial.height,
-                      static_cast<long long>(partial.width) * recordStride, partial.y0);
-            size_t size = static_cast<size_t>(partial.width) * partial.height * recordStride;
-            if (!zeroed)
-                partial.records.assign(size, 0);
-            else if (partial.records.size() < size)
-                partial.records.resize(size, 0); // the rest is zero already
-        }
+        else if (!zeroed)
+            partial.records.assign(size, 0);
+        else if (partial.records.size() < size)
+            partial.records.resize(size, 0); // the rest is zero already
         partial.overflow.clear();
     } catch (const std::bad_alloc&) {
         return 0;
