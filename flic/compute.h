@@ -400,15 +400,16 @@ class MUSKEIP_API FlicCompute {
     // `covered`, when not null) sized already; returns the rows' hits (wrapping).
     int normalizeFrameRows(FlicImage* outputs, int rowBegin, int rowEnd, FlicImage* covered) const;
     struct TiledPictures; // what a tiled computation normalises into (tiles.cpp)
+    struct TiledRun;      // one tiled computation's shared state and steps (tiles.cpp)
     int checkModes(FlicVectorField* field) const;
     int computeOnce(FlicVectorField* field, FlicImage* texture, FlicImage* output, FlicImage* mask,
                     FlicImage* seedMap);
     bool keepsPoint(const Vec2f& p) const;
     void endLineEarly(int& lo, int& hi, bool& cutLo, bool& cutHi);
     void accumulateCut(int lo, int hi, bool cutLo, bool cutHi);
-    // Tiled mode: checks the settings, runs the tiles on the threads, merges and normalises.
     void derive(FlicVectorField* field, FlicImage* texture);
     int allocateLineBuffers();
+    // Tiled mode: checks the settings, runs the tiles on the threads, merges and normalises.
     int checkTileSettings() const;
     int computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap);
     // Copies the settings, derived quantities and integrators of `parent` (after its start)

@@ -145,44 +145,18 @@ struct FlicCompute::TiledPictures {
     }
 };
 
-// Runs every tile on numThreads threads (the calling thread among them), each thread tracing
-// the lines of one tile at a time or, with SIMD lanes, of several tiles at once; adds the
-// windows into accum under per-band locks; threads that find no tile to take normalise the
-// bands of rows whose tiles are all merged. The calling thread reports progress by tiles.
-int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
-    int tilesX, tilesY;
-    tileGrid(texWidth, texHeight, tilesX, tilesY);
-    const int tiles = tilesX * tilesY;
-    int threads = numThreads;
-    if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
-    threads = std::max(1, std::min(threads, tiles));
-    // Each tile's window: its rows, for the bands of rows, and the largest one's size, for the
-    // lanes.
-    std::vector<int> tops, bottoms;
-    long long windowBytes = 0;
-    try {
-        tops.resize(tiles);
-        bottoms.resize(tiles);
-    } catch (const std::bad_alloc&) {
-        return flic_error("LIC: no memory for the tile schedule");
-    }
-    for (int tile = 0; tile < tiles; tile++) {
-        TileWindow placed;
-        setUpWindow(tile, placed);
-        tops[tile] = placed.y0;
-        bottoms[tile] = placed.y0 + placed.height;
-        windowBytes = std::max(windowBytes, static_cast<long long>(placed.width) * placed.height *
-                                                recordStride * static_cast<long long>(sizeof(int)));
-    }
-    LanePlan plan = planLanes(*this, windowBytes, threads);
-    const int lanes = plan.tiles; // tracers per thread
-    flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", tileSize, tiles, threads,
-              plan.note.c_str());
-
-    // What the threads share, filled in before the schedule opens.
+// One tiled computation: what its threads share, set up step by step before the schedule
+// opens, and the steps that set it up, run the tiles and finish the picture. Every step that
+// can run out of memory returns 0 after a report; release() then frees what was made.
+struct FlicCompute::TiledRun {
+    FlicCompute& e;
+    FlicImage* const mask;
+    FlicImage* const seedMap;
+    int tiles = 0, tilesY = 0, threads = 1;
+    LanePlan plan;
+    int lanes = 1;                  // tracers per thread (plan.tiles)
+    std::vector<int> tops, bottoms; // each tile window's rows, for the bands of rows
     TileSchedule schedule;
-    schedule.tiles = tiles;
-    schedule.threads = threads;
     std::vector<unsigned> sobolCells;
     std::vector<int> sobolStart;
     std::vector<std::unique_ptr<FlicCompute>> tracers; // one per lane of every thread
@@ -192,133 +166,217 @@ int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* see
     std::vector<std::vector<int>> overflows;
     std::unique_ptr<std::mutex[]> bands;
     PictureRecords picture;
-    picture.records = accum;
-    picture.bandRows = tilesY == 1 ? texHeight : tileSize;
-    const std::vector<unsigned>* cells = seedingMethod == 2 ? &sobolCells : nullptr;
-    const std::vector<int>* starts = seedingMethod == 2 ? &sobolStart : nullptr;
-    const bool direct = tilesShareNoRecords();
+    TiledPictures pictures;
 
-    auto work = [&](int k, bool reports) {
-        if (lanes > 1) {
-            LaneWork job{this,
-                         &tracers[k * lanes],
-                         &windows[k * lanes],
-                         &plan,
-                         &schedule,
-                         mask,
-                         seedMap,
-                         cells,
-                         starts,
-                         &picture,
-                         &overflows[k],
-                         reports};
-            FlicLaneTracer::traceTiles(job);
-        } else {
-            FlicCompute* tracer = tracers[k].get();
-            TileWindow& partial = windows[k];
-            for (int tile; (tile = schedule.take(true)) >= 0;) {
-                bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true) &&
-                          mergeFinishedTile(partial, picture, overflows[k]);
-                int done = schedule.finish(tile, partial.numFieldLines, ok);
-                if (reports) reportProgress(done, tiles);
-            }
-        }
-    };
-    TileThreads pool(schedule);
-    pool.start(threads, work);
+    TiledRun(FlicCompute& engine, FlicImage* mask, FlicImage* seedMap)
+        : e(engine), mask(mask), seedMap(seedMap) {}
 
-    auto release = [&] {
-        pool.close();
-        for (auto& tracer : tracers)
-            tracer->freeBuffers();
-    };
-    if (seedingMethod == 2 && !bucketSobolCells(*this, sobolCells, sobolStart)) {
-        release();
-        return flic_error("LIC: no memory for the quasi-random seeds of the tiles");
+    // The tiles, the threads that take them (numThreads, 0: all cores, at most one per tile),
+    // each tile window's rows and the lane plan for the largest window; says which tracer runs.
+    int planTiles();
+    // The quasi-random seeds bucketed by tile, when the engine seeds that way.
+    int bucketSeeds();
+    // threads x lanes tracers of the engine's picture, adding into the picture's records
+    // directly when tiles share none (`direct`), else judging coverage from them.
+    int makeTracers(bool direct);
+    // The locks of the bands of rows, one per row of tiles (used with more than one thread).
+    int makeBands();
+    // The picture's records touched page by page before the threads write into them.
+    void touchRecords() const;
+    // The windows, overflows, phases, neighbours, priorities, ready tiles and bands of rows.
+    int makeSchedule();
+    // Thread k's share of the tiles: one tile at a time, or several at once in SIMD lanes.
+    // The thread that `reports` reports progress.
+    void work(int k, bool reports);
+    // The tracers' buffers freed.
+    void release();
+    // After every tile: the overflows added and their bands normalised, the statistics
+    // gathered and the pictures delivered into `output`.
+    void finish(FlicImage* output);
+};
+
+int FlicCompute::TiledRun::planTiles() {
+    int tilesX;
+    e.tileGrid(e.texWidth, e.texHeight, tilesX, tilesY);
+    tiles = tilesX * tilesY;
+    threads = e.numThreads;
+    if (threads == 0) threads = static_cast<int>(std::thread::hardware_concurrency());
+    threads = std::max(1, std::min(threads, tiles));
+    long long windowBytes = 0;
+    try {
+        tops.resize(tiles);
+        bottoms.resize(tiles);
+    } catch (const std::bad_alloc&) {
+        return flic_error("LIC: no memory for the tile schedule");
     }
+    for (int tile = 0; tile < tiles; tile++) {
+        TileWindow placed;
+        e.setUpWindow(tile, placed);
+        tops[tile] = placed.y0;
+        bottoms[tile] = placed.y0 + placed.height;
+        windowBytes =
+            std::max(windowBytes, static_cast<long long>(placed.width) * placed.height *
+                                      e.recordStride * static_cast<long long>(sizeof(int)));
+    }
+    plan = planLanes(e, windowBytes, threads);
+    lanes = plan.tiles;
+    flic_info("LIC: tiled mode (tile size %d, tiles %d, threads %d), %s", e.tileSize, tiles,
+              threads, plan.note.c_str());
+    schedule.tiles = tiles;
+    schedule.threads = threads;
+    picture.records = e.accum;
+    picture.bandRows = tilesY == 1 ? e.texHeight : e.tileSize;
+    return 1;
+}
+
+int FlicCompute::TiledRun::bucketSeeds() {
+    if (e.seedingMethod != 2 || bucketSobolCells(e, sobolCells, sobolStart)) return 1;
+    return flic_error("LIC: no memory for the quasi-random seeds of the tiles");
+}
+
+int FlicCompute::TiledRun::makeTracers(bool direct) {
     for (int k = 0; k < threads * lanes; k++) {
         std::unique_ptr<FlicCompute> tracer(new (std::nothrow) FlicCompute);
-        if (!tracer || !tracer->becomeTracerOf(*this)) {
+        if (!tracer || !tracer->becomeTracerOf(e)) {
             if (tracer) tracer->freeBuffers();
-            release();
             return flic_error("LIC: no memory for %d tile tracers", threads * lanes);
         }
         if (direct) {
-            tracer->directRecords = accum; // no window records, no merging: see above
+            tracer->directRecords = e.accum; // no window records, no merging
         } else {
-            tracer->coveredRecords = accum; // read only inside a tile, see below
-            tracer->coveredWidth = texWidth;
+            tracer->coveredRecords = e.accum; // read only inside a tile, see makeSchedule
+            tracer->coveredWidth = e.texWidth;
         }
         tracers.push_back(std::move(tracer));
     }
-    bands.reset(new (std::nothrow) std::mutex[tilesY]);
-    if (!bands) {
-        release();
-        return flic_error("LIC: no memory for the tile locks");
-    }
-    if (threads > 1) picture.bands = bands.get();
+    return 1;
+}
 
-    // The picture's records are touched here, page by page, so that the threads' first writes
-    // into them (merges, or lines added directly) do not all stop at once to have fresh zero
-    // pages mapped (page faults serialise in the kernel; touching them from two threads at
-    // once, or by the other threads while this one starts on the tiles, was slower, with stalls
-    // of up to tens of milliseconds).
-    if (threads > 1) {
-        size_t count = static_cast<size_t>(texWidth) * texHeight * recordStride;
-        for (size_t k = 0; k < count; k += 1024)
-            accum[k] = 0;
-    }
-    // A tile may start once every tile of an earlier phase that reaches into it, or into which
-    // it reaches, has been merged; tiles of later phases that reach into it wait for it. So
-    // while a tile runs, nothing is added to its pixels but by itself, and it judges coverage
-    // from its own lines and exactly those of its earlier neighbours.
+int FlicCompute::TiledRun::makeBands() {
+    bands.reset(new (std::nothrow) std::mutex[tilesY]);
+    if (!bands) return flic_error("LIC: no memory for the tile locks");
+    if (threads > 1) picture.bands = bands.get();
+    return 1;
+}
+
+// The pages are touched by one thread before the others start, so that the threads' first
+// writes into them (merges, or lines added directly) do not all stop at once to have fresh
+// zero pages mapped (page faults serialise in the kernel; touching them from two threads at
+// once, or by the other threads while this one starts on the tiles, was slower, with stalls
+// of up to tens of milliseconds).
+void FlicCompute::TiledRun::touchRecords() const {
+    if (threads < 2) return;
+    size_t count = static_cast<size_t>(e.texWidth) * e.texHeight * e.recordStride;
+    for (size_t k = 0; k < count; k += 1024)
+        e.accum[k] = 0;
+}
+
+// A tile may start once every tile of an earlier phase that reaches into it, or into which it
+// reaches, has been merged; tiles of later phases that reach into it wait for it. So while a
+// tile runs, nothing is added to its pixels but by itself, and it judges coverage from its own
+// lines and exactly those of its earlier neighbours.
+int FlicCompute::TiledRun::makeSchedule() {
     try {
         windows.resize(static_cast<size_t>(threads) * lanes);
         overflows.resize(threads);
         std::vector<int> phaseOf;
-        phasesOfTiles(phaseOf);
+        e.phasesOfTiles(phaseOf);
         schedule.later.assign(tiles, std::vector<int>());
         schedule.waitingFor.assign(tiles, 0);
-        tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
+        e.tileNeighbours(phaseOf, schedule.later, schedule.waitingFor);
         prioritiseTiles(schedule, phaseOf);
         for (int tile = 0; tile < tiles; tile++)
             if (schedule.waitingFor[tile] == 0) schedule.ready.push_back(tile);
-        schedule.rowBands.setUp(texHeight, tops, bottoms);
+        schedule.rowBands.setUp(e.texHeight, tops, bottoms);
     } catch (const std::bad_alloc&) {
-        release();
         return flic_error("LIC: no memory for the tile schedule");
     }
-    TiledPictures pictures;
-    if (!pictures.size(*this)) {
-        release();
-        return 0;
-    }
-    schedule.rowBands.normalize = [&](int begin, int end) {
-        return pictures.rows(*this, begin, end);
+    schedule.rowBands.normalize = [this](int begin, int end) {
+        return pictures.rows(e, begin, end);
     };
-    schedule.open(true);
+    return 1;
+}
 
-    work(0, true);
-    pool.close();
-    reportProgress(tiles, tiles);
-    release();
-    if (schedule.failed) return flic_error("LIC: no memory for the tile windows");
+void FlicCompute::TiledRun::work(int k, bool reports) {
+    const std::vector<unsigned>* cells = e.seedingMethod == 2 ? &sobolCells : nullptr;
+    const std::vector<int>* starts = e.seedingMethod == 2 ? &sobolStart : nullptr;
+    if (lanes > 1) {
+        LaneWork job{&e,
+                     &tracers[k * lanes],
+                     &windows[k * lanes],
+                     &plan,
+                     &schedule,
+                     mask,
+                     seedMap,
+                     cells,
+                     starts,
+                     &picture,
+                     &overflows[k],
+                     reports};
+        FlicLaneTracer::traceTiles(job);
+        return;
+    }
+    FlicCompute* tracer = tracers[k].get();
+    TileWindow& partial = windows[k];
+    for (int tile; (tile = schedule.take(true)) >= 0;) {
+        bool ok = tracer->traceTile(tile, partial, mask, seedMap, cells, starts, true) &&
+                  mergeFinishedTile(partial, picture, overflows[k]);
+        int done = schedule.finish(tile, partial.numFieldLines, ok);
+        if (reports) e.reportProgress(done, tiles);
+    }
+}
+
+void FlicCompute::TiledRun::release() {
+    for (auto& tracer : tracers)
+        tracer->freeBuffers();
+}
+
+void FlicCompute::TiledRun::finish(FlicImage* output) {
     for (std::vector<int>& overflow : overflows) {
-        const size_t entry = 1 + static_cast<size_t>(recordStride);
-        for (size_t e = 0; e + entry <= overflow.size(); e += entry)
-            schedule.rowBands.touch(overflow[e] / texWidth);
+        const size_t entry = 1 + static_cast<size_t>(e.recordStride);
+        for (size_t at = 0; at + entry <= overflow.size(); at += entry)
+            schedule.rowBands.touch(overflow[at] / e.texWidth);
         TileWindow entries;
-        entries.imageWidth = texWidth;
-        entries.imageHeight = texHeight;
-        entries.stride = recordStride;
+        entries.imageWidth = e.texWidth;
+        entries.imageHeight = e.texHeight;
+        entries.stride = e.recordStride;
         entries.overflow.swap(overflow);
-        mergeWindow(entries, accum, MergeLocks{nullptr, 1}, false);
+        mergeWindow(entries, e.accum, MergeLocks{nullptr, 1}, false);
     }
     schedule.rowBands.normalizeTouched();
-    numFieldLines = schedule.lines;
+    e.numFieldLines = schedule.lines;
     for (auto& tracer : tracers)
-        tracedPoints += tracer->tracedPoints;
-    totalHits = wrapAdd(totalHits, schedule.rowBands.totalHits());
-    pictures.deliver(*this, output);
+        e.tracedPoints += tracer->tracedPoints;
+    e.totalHits = wrapAdd(e.totalHits, schedule.rowBands.totalHits());
+    pictures.deliver(e, output);
+}
+
+// Runs every tile on numThreads threads (the calling thread among them), each thread tracing
+// the lines of one tile at a time or, with SIMD lanes, of several tiles at once; adds the
+// windows into accum under per-band locks; threads that find no tile to take normalise the
+// bands of rows whose tiles are all merged. The calling thread reports progress by tiles.
+int FlicCompute::computeTiled(FlicImage* output, FlicImage* mask, FlicImage* seedMap) {
+    TiledRun run(*this, mask, seedMap);
+    if (!run.planTiles()) return 0;
+    auto work = [&run](int k, bool reports) { run.work(k, reports); };
+    TileThreads pool(run.schedule);
+    pool.start(run.threads, work);
+    auto fail = [&] {
+        pool.close();
+        run.release();
+        return 0;
+    };
+    if (!run.bucketSeeds() || !run.makeTracers(tilesShareNoRecords()) || !run.makeBands())
+        return fail();
+    run.touchRecords();
+    if (!run.makeSchedule() || !run.pictures.size(*this)) return fail();
+    run.schedule.open(true);
+
+    run.work(0, true);
+    pool.close();
+    reportProgress(run.tiles, run.tiles);
+    run.release();
+    if (run.schedule.failed) return flic_error("LIC: no memory for the tile windows");
+    run.finish(output);
     return 1;
 }
