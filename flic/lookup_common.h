@@ -169,9 +169,4 @@ FLIC_ALWAYS_INLINE bool bilinearFour(const TexelSource& source, const Vec2f* at,
 }
 #endif
 
-// Helpers of the engine's own sources, not part of the library's interface.
-namespace muskeip {
-namespace detail {} // namespace detail
-} // namespace muskeip
-
 #endif

@@ -5,8 +5,6 @@
 
 #include <cstddef>
 
-using namespace muskeip::detail;
-
 namespace {
 
 // Wraps coordinate c along a texture axis of `count` pixels, `stride` bytes apart, into a pixel
