@@ -446,6 +446,10 @@ class MUSKEIP_API FlicCompute {
     // The parts of seedCell: the seed of the cell in field coordinates (0 when a line covers
     // the cell already), and the seed map's pixel for it.
     int seedOfCell(int x, int y, int i, int j, Vec2f& seed) const;
+    // Whether a line covers cell (i, j) of pixel (x, y) already: hits in the records this
+    // engine adds to, or in the earlier tiles' records. Inline (engine_common.h): the seeding
+    // asks it for every cell, and most cells are covered.
+    bool coversCell(int x, int y, int i, int j) const;
     void markSeed(int x, int y, const Vec2f& seed, FlicImage* mask, FlicImage* seedMap) const;
     void seedPattern(FlicImage* mask, FlicImage* seedMap);
     void seedRaster(FlicImage* mask, FlicImage* seedMap);

@@ -150,16 +150,7 @@ void FlicCompute::seedCell(int x, int y, int i, int j, FlicImage* mask, FlicImag
 }
 
 int FlicCompute::seedOfCell(int x, int y, int i, int j, Vec2f& seed) const {
-    const int* record =
-        window ? windowRecords + windowSlotAt(*window, x, y)
-               : accum + (static_cast<std::ptrdiff_t>(y) * texWidth + x) * recordStride;
-    if (record[j * numSubPixels + i] != 0) return 0;
-    if (coveredRecords &&
-        coveredRecords[(static_cast<std::ptrdiff_t>(y - coveredY0) * coveredWidth +
-                        (x - coveredX0)) *
-                           recordStride +
-                       j * numSubPixels + i] != 0)
-        return 0;
+    if (coversCell(x, y, i, j)) return 0;
     float invX = 1.0f / scaleX, invY = 1.0f / scaleY;
     float invS = 1.0f / numSubPixels;
     seed.x = (x + (i + 0.5f) * invS) * invX;

@@ -133,6 +133,12 @@ FLIC_ALWAYS_INLINE int windowSlotAt(const FlicCompute::TileWindow& w, int px, in
     int column = w.columnSlots[px], row = w.rowSlots[py];
     return (column | row) < 0 ? -1 : column + row;
 }
+// The hit counter of cell `cell` (j x subPixels + i) of picture pixel (px, py) inside a tile's
+// window, in the records its slots point into.
+FLIC_ALWAYS_INLINE int windowCellHits(const int* records, const FlicCompute::TileWindow& w, int px,
+                                      int py, int cell) {
+    return records[windowSlotAt(w, px, py) + cell];
+}
 FLIC_ALWAYS_INLINE int windowSlot(const FlicCompute::TileWindow& w, int pixel) {
     int py =
         static_cast<int>((static_cast<unsigned long long>(pixel) * w.rowMultiplier) >> w.rowShift);
@@ -141,5 +147,17 @@ FLIC_ALWAYS_INLINE int windowSlot(const FlicCompute::TileWindow& w, int pixel) {
 
 } // namespace detail
 } // namespace muskeip
+
+FLIC_ALWAYS_INLINE bool FlicCompute::coversCell(int x, int y, int i, int j) const {
+    int cell = j * numSubPixels + i;
+    if (window ? muskeip::detail::windowCellHits(windowRecords, *window, x, y, cell) != 0
+               : accum[(static_cast<std::ptrdiff_t>(y) * texWidth + x) * recordStride + cell] != 0)
+        return true;
+    return coveredRecords &&
+           coveredRecords[(static_cast<std::ptrdiff_t>(y - coveredY0) * coveredWidth +
+                           (x - coveredX0)) *
+                              recordStride +
+                          cell] != 0;
+}
 
 #endif

@@ -144,7 +144,9 @@ static int runLane(Lane& lane, FlicImage* mask, FlicImage* seedMap,
         switch (lane.stage) {
         case NEXT_SEED: {
             int x, y, i, j;
-            if (!lane.seeds.next(x, y, i, j)) return TILE_DONE;
+            do { // most cells are covered: passed over here
+                if (!lane.seeds.next(x, y, i, j)) return TILE_DONE;
+            } while (FlicLaneTracer::coversCell(e, x, y, i, j));
             if (alone) {
                 FlicLaneTracer::seedCell(e, x, y, i, j, mask, seedMap);
                 if (alone->mayTake(1)) return TILE_READY;

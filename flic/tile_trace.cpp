@@ -82,9 +82,14 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
     if (!beginTile(tile, partial, zeroed)) return 0;
     TileSeeds seeds = seedsOfTile(*this, tile, partial, sobolCells, sobolStart);
     try {
+        // Most cells are covered by the tile's lines: passed over here, without a call, by the
+        // window's hits (seedCell also asks the earlier tiles' records).
+        const int* records = windowRecords;
+        const int s = numSubPixels;
         int x, y, i, j;
         while (seeds.next(x, y, i, j))
-            seedCell(x, y, i, j, mask, seedMap);
+            if (windowCellHits(records, partial, x, y, j * s + i) == 0)
+                seedCell(x, y, i, j, mask, seedMap);
     } catch (const std::bad_alloc&) {
         window = nullptr;
         windowRecords = nullptr;

@@ -242,6 +242,9 @@ struct FlicLaneTracer {
     static int seedOfCell(const FlicCompute& e, int x, int y, int i, int j, Vec2f& seed) {
         return e.seedOfCell(x, y, i, j, seed);
     }
+    static bool coversCell(const FlicCompute& e, int x, int y, int i, int j) {
+        return e.coversCell(x, y, i, j);
+    }
     static int beginLine(FlicCompute& e, const Vec2f& seed, Vec2f& v) {
         return e.beginLine(seed, v);
     }
