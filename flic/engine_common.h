@@ -1,5 +1,5 @@
-// Integer helpers, step counts, the quasi-random cells and the tile-window lookup shared by the
-// engine's sources (not installed).
+// Integer helpers, step counts, the quasi-random cells, the tile-window lookup and the seed
+// cells' coverage check shared by the engine's sources (not installed).
 #ifndef MUSKEIP_ENGINE_COMMON_H
 #define MUSKEIP_ENGINE_COMMON_H
 
