@@ -435,7 +435,8 @@ class MUSKEIP_API FlicCompute {
                   const std::vector<unsigned>* sobolCells, const std::vector<int>* sobolStart,
                   bool zeroed);
     // traceTile's first and last steps: the window set up and zeroed and the line count
-    // cleared (0 without memory); the line count stored in the window.
+    // cleared (0 without memory); the line count stored in the window and the window let go
+    // (also after a failure).
     int beginTile(int tile, TileWindow& partial, bool zeroed);
     void endTile(TileWindow& partial);
     void reportProgress(long long done, long long total);

@@ -91,8 +91,7 @@ int FlicCompute::traceTile(int tile, TileWindow& partial, FlicImage* mask, FlicI
             if (windowCellHits(records, partial, x, y, j * s + i) == 0)
                 seedCell(x, y, i, j, mask, seedMap);
     } catch (const std::bad_alloc&) {
-        window = nullptr;
-        windowRecords = nullptr;
+        endTile(partial);
         return 0;
     }
     endTile(partial);
