@@ -15,11 +15,9 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    int repeats = 5, frames = 32;
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--repeats") && i + 1 < argc) repeats = std::max(1, atoi(argv[++i]));
-        if (!strcmp(argv[i], "--frames") && i + 1 < argc) frames = std::max(1, atoi(argv[++i]));
-    }
+    BenchArgs args(argc, argv);
+    const int repeats = args.number("--repeats", 5, 1), frames = args.number("--frames", 32, 1);
+    if (!args.ok("bench_animation [--repeats N] [--frames F]")) return 2;
     const int size = 1024;
     FlicVectorField field = vortexSaddle(size / 4 + 1);
     FlicImage noise(size, size, 1);

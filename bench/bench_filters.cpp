@@ -3,7 +3,8 @@
 // of the same kernel, and zoom to twice and half the size. Every figure is the median of
 // several timed repetitions after one warm-up run.
 //
-// Usage: bench_filters [repetitions] [size]
+// Usage: bench_filters [--repeats N] [--size N]
+#include "measure.h"
 #include "muskeip.h"
 
 #include <algorithm>
@@ -84,8 +85,9 @@ void print_row(const char* name, double pixels, double seconds) {
 } // namespace
 
 int main(int argc, char** argv) {
-    int repetitions = argc > 1 ? std::max(1, atoi(argv[1])) : 7;
-    int size = argc > 2 ? std::max(16, atoi(argv[2])) : 4096;
+    BenchArgs args(argc, argv);
+    const int repetitions = args.number("--repeats", 7, 1), size = args.number("--size", 4096, 16);
+    if (!args.ok("bench_filters [--repeats N] [--size N]")) return 2;
     FlicImage source(size, size);
     source.createRandom(0, 1);
     FlicImage target;

@@ -35,7 +35,9 @@ struct Variant {
 } // namespace
 
 int main(int argc, char** argv) {
-    BenchOptions options = benchOptions(argc, argv, 5, 256);
+    BenchArgs args(argc, argv);
+    BenchOptions options = benchOptions(args, 5, 256);
+    if (!args.ok("bench_lanes [--quick] [--repeats N] [--tile T]")) return 2;
     const int repeats = options.repeats, tile = options.tile;
     const bool quick = options.quick;
     flic_verbosity = 1;

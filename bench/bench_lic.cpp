@@ -3,8 +3,9 @@
 // lengths 10, 20, 40 and 80, printed side by side with the ratio baseline / FLIC.
 //
 // Usage: bench_lic [--quick] [--repeats N]
-//   Each time is the median of N runs (default 7 for FLIC, 3 for the baseline; --quick: one
-//   run each and no 2048^2 row). The runs of one output size are interleaved.
+//   Each time is the median of N + 4 FLIC runs and N baseline runs (N = 3 by default); --quick:
+//   N runs of each (N = 1 by default) and no 2048^2 row. The runs of one output size are
+//   interleaved.
 #include "measure.h"
 #include "compute.h"
 #include "naive_lic.h"
@@ -18,17 +19,11 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    bool quick = false;
-    int flicRepeats = 7, naiveRepeats = 3;
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--quick")) {
-            quick = true;
-            flicRepeats = naiveRepeats = 1;
-        } else if (!strcmp(argv[i], "--repeats") && i + 1 < argc) {
-            naiveRepeats = std::max(1, atoi(argv[++i]));
-            flicRepeats = naiveRepeats + 4;
-        }
-    }
+    BenchArgs args(argc, argv);
+    const bool quick = args.flag("--quick");
+    const int naiveRepeats = args.number("--repeats", quick ? 1 : 3, 1);
+    const int flicRepeats = quick ? naiveRepeats : naiveRepeats + 4;
+    if (!args.ok("bench_lic [--quick] [--repeats N]")) return 2;
     const int sizes[] = {512, 1024, 2048};
     const int lengths[] = {10, 20, 40, 80};
     printf("FLIC (RK43, triangle, S = 1) vs per-pixel baseline; medians of %d / %d runs\n",

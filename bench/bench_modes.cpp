@@ -16,9 +16,9 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    int repeats = 7;
-    for (int i = 1; i < argc; i++)
-        if (!strcmp(argv[i], "--repeats") && i + 1 < argc) repeats = std::max(1, atoi(argv[++i]));
+    BenchArgs args(argc, argv);
+    const int repeats = args.number("--repeats", 7, 1);
+    if (!args.ok("bench_modes [--repeats N]")) return 2;
     const int size = 1024;
     FlicVectorField field = vortexSaddle(size / 4 + 1, false);
     FlicVectorField holed = vortexSaddle(size / 4 + 1, true);

@@ -29,11 +29,9 @@ double seconds(const std::function<void()>& work) {
 } // namespace
 
 int main(int argc, char** argv) {
-    int repeats = 5, size = 4096;
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--repeats") && i + 1 < argc) repeats = std::max(1, atoi(argv[++i]));
-        if (!strcmp(argv[i], "--size") && i + 1 < argc) size = std::max(64, atoi(argv[++i]));
-    }
+    BenchArgs args(argc, argv);
+    const int repeats = args.number("--repeats", 5, 1), size = args.number("--size", 4096, 64);
+    if (!args.ok("bench_picture [--repeats N] [--size N]")) return 2;
     FlicVectorField field = vortexSaddle(size / 4 + 1);
     FlicImage noise(size, size, 1);
     noise.createRandom(1, 1);

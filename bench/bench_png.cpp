@@ -82,13 +82,10 @@ void compare(const char* label, const FlicImage& image, int repeats, const std::
 } // namespace
 
 int main(int argc, char** argv) {
-    int repeats = 3, size = 8192;
-    std::string folder = "/tmp";
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--repeats") && i + 1 < argc) repeats = std::max(1, atoi(argv[++i]));
-        if (!strcmp(argv[i], "--size") && i + 1 < argc) size = std::max(64, atoi(argv[++i]));
-        if (!strcmp(argv[i], "--folder") && i + 1 < argc) folder = argv[++i];
-    }
+    BenchArgs args(argc, argv);
+    const int repeats = args.number("--repeats", 3, 1), size = args.number("--size", 8192, 64);
+    const std::string folder = args.text("--folder", "/tmp");
+    if (!args.ok("bench_png [--repeats N] [--size N] [--folder DIR]")) return 2;
     FlicVectorField field = vortexSaddle(size / 8 + 1);
     FlicImage noise(size, size, 1);
     noise.createRandom(1, 1);

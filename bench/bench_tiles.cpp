@@ -18,12 +18,12 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    BenchOptions options = benchOptions(argc, argv, 5, 256);
+    BenchArgs args(argc, argv);
+    BenchOptions options = benchOptions(args, 5, 256);
+    const bool warm = args.flag("--warm");
+    if (!args.ok("bench_tiles [--quick] [--repeats N] [--tile T] [--warm]")) return 2;
     const int repeats = options.repeats, tile = options.tile;
     const bool quick = options.quick;
-    bool warm = false;
-    for (int i = 1; i < argc; i++)
-        warm = warm || !strcmp(argv[i], "--warm");
     const int sizes[] = {1024, 2048};
     const int lengths[] = {10, 20, 80};
     // Engine variants: tile size and threads (tile 0: the serial engine).

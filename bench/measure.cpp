@@ -2,7 +2,9 @@
 #include "measure.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -38,17 +40,63 @@ double median(std::vector<double> times) {
     return times[times.size() / 2];
 }
 
-BenchOptions benchOptions(int argc, char** argv, int repeats, int tile) {
-    BenchOptions options{false, repeats, tile};
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--quick")) {
-            options.quick = true;
-            options.repeats = 1;
-        } else if (!strcmp(argv[i], "--repeats") && i + 1 < argc) {
-            options.repeats = std::max(1, atoi(argv[++i]));
-        } else if (!strcmp(argv[i], "--tile") && i + 1 < argc) {
-            options.tile = atoi(argv[++i]);
+BenchArgs::BenchArgs(int argc, char** argv)
+    : arguments(argv + 1, argv + std::max(argc, 1)), used(arguments.size(), false) {}
+
+// The index of `name` among the arguments (and of its value, the next one), marked used; -1
+// when it is not given. A value missing at the end is a problem.
+int BenchArgs::find(const char* name, bool takesValue) {
+    for (size_t i = 0; i < arguments.size(); i++) {
+        if (used[i] || strcmp(arguments[i], name) != 0) continue;
+        used[i] = true;
+        if (!takesValue) return static_cast<int>(i);
+        if (i + 1 == arguments.size()) {
+            problem = std::string(name) + " needs a value";
+            return -1;
         }
+        used[i + 1] = true;
+        return static_cast<int>(i + 1);
     }
+    return -1;
+}
+
+bool BenchArgs::flag(const char* name) {
+    return find(name, false) >= 0;
+}
+
+int BenchArgs::number(const char* name, int fallback, int minimum) {
+    int at = find(name, true);
+    if (at < 0) return fallback;
+    char* end = nullptr;
+    errno = 0;
+    long value = strtol(arguments[at], &end, 10);
+    if (end == arguments[at] || *end != '\0' || errno != 0 || value < minimum ||
+        value > std::numeric_limits<int>::max()) {
+        problem = std::string(name) + " wants a whole number of at least " +
+                  std::to_string(minimum) + ", not \"" + arguments[at] + "\"";
+        return fallback;
+    }
+    return static_cast<int>(value);
+}
+
+const char* BenchArgs::text(const char* name, const char* fallback) {
+    int at = find(name, true);
+    return at < 0 ? fallback : arguments[at];
+}
+
+bool BenchArgs::ok(const char* usage) const {
+    std::string wrong = problem;
+    for (size_t i = 0; i < arguments.size() && wrong.empty(); i++)
+        if (!used[i]) wrong = std::string("unknown argument \"") + arguments[i] + "\"";
+    if (wrong.empty()) return true;
+    fprintf(stderr, "%s\nusage: %s\n", wrong.c_str(), usage);
+    return false;
+}
+
+BenchOptions benchOptions(BenchArgs& args, int repeats, int tile) {
+    BenchOptions options;
+    options.quick = args.flag("--quick");
+    options.repeats = args.number("--repeats", options.quick ? 1 : repeats, 1);
+    options.tile = args.number("--tile", tile, 1);
     return options;
 }
