@@ -10,17 +10,12 @@
 #include <vector>
 
 using testutil::MessageCapture;
+using testutil::noiseImage;
 using testutil::pixelBytes;
 using testutil::uniformField;
 using testutil::vortexSaddle;
 
 namespace {
-
-FlicImage noise(int width, int height, int channels, int seed) {
-    FlicImage image(width, height, channels);
-    image.createRandom(0, seed);
-    return image;
-}
 
 // Correlation of picture b shifted by `shift` pixels along x against picture a.
 double shiftedCorrelation(const FlicImage& a, const FlicImage& b, int shift) {
@@ -65,7 +60,7 @@ TEST(Animation, WithoutRipplesEveryFrameIsTheBoxPicture) {
     } settings[] = {{0, 80}, {24, 80}, {24, 8}};
     for (int channels : {1, 3})
         for (const Setting& setting : settings) {
-            FlicImage texture = noise(70, 61, channels, 4);
+            FlicImage texture = noiseImage(70, 61, channels, 4);
             FlicCompute still;
             still.setFilterKernel(FlicCompute::BOX);
             still.setFilterLength(9);
@@ -91,7 +86,7 @@ TEST(Animation, WithoutRipplesEveryFrameIsTheBoxPicture) {
 
 TEST(Animation, TheTextureFlowsDownstreamAndTheLoopCloses) {
     FlicVectorField field = uniformField(33, 17, 1.0f, 0.0f);
-    FlicImage texture = noise(128, 64, 1, 6);
+    FlicImage texture = noiseImage(128, 64, 1, 6);
     FlicCompute engine;
     engine.setFilterLength(10);
     const int F = 8;
@@ -123,7 +118,7 @@ TEST(Animation, TheTextureFlowsDownstreamAndTheLoopCloses) {
 
 TEST(Animation, BadSettingsAreRefused) {
     FlicVectorField field = uniformField(9, 9, 1.0f, 0.0f);
-    FlicImage texture = noise(20, 20, 1, 1);
+    FlicImage texture = noiseImage(20, 20, 1, 1);
     struct Bad {
         int frames, ripples, passes;
         const char* message;

@@ -14,7 +14,9 @@
 #include <tuple>
 #include <vector>
 
+using testutil::imageBytes;
 using testutil::MessageCapture;
+using testutil::noiseImage;
 using testutil::rotationField;
 using testutil::uniformField;
 using testutil::vortexSaddle;
@@ -32,16 +34,6 @@ FlicVectorField holesField(int width, int height) {
         field.vectors()[(height / 2) * width + x] = Vec2f{0, 0};
     field.vectors()[5 * width + width - 7] = Vec2f{NaN, 1};
     return field;
-}
-
-FlicImage noise(int width, int height, int channels, int seed) {
-    FlicImage image(width, height, channels);
-    image.createRandom(0, seed);
-    return image;
-}
-
-Bytes bytes(const FlicImage& image) {
-    return Bytes(image.data, image.data + image.width * image.height * image.nChannels);
 }
 
 void configure(FlicCompute& engine, const reference::Settings& s) {
@@ -72,7 +64,7 @@ void expectSameAsReference(const reference::Settings& s, FlicVectorField& field,
     FlicImage output;
     ASSERT_EQ(engine.compute(&field, &texture, &output), 1);
     reference::Result expected = reference::Lic(s, field, texture).run();
-    ASSERT_EQ(bytes(output), expected.image) << label;
+    ASSERT_EQ(imageBytes(output), expected.image) << label;
     EXPECT_EQ(std::tie(engine.numFieldLines, engine.totalHits),
               std::tie(expected.lines, expected.totalHits))
         << label;
@@ -93,7 +85,7 @@ TEST(Compute, DefaultsAndDerivedStepCounts) {
     EXPECT_EQ(memcmp(engine.zaehlrohr, zeros, sizeof zeros), 0);
     // N and M: rounded half up; the cubic kernel rounds N up to a multiple of 6 (0 stays 0).
     FlicVectorField field = uniformField(11, 6, 1, 0);
-    FlicImage texture = noise(40, 20, 1, 1);
+    FlicImage texture = noiseImage(40, 20, 1, 1);
     const std::tuple<float, FlicCompute::FilterKernel, int> cases[] = {
         {20, FlicCompute::TRIANGLE, 20}, {20, FlicCompute::CUBIC, 24},
         {2.4f, FlicCompute::BOX, 2},     {0.4f, FlicCompute::TRIANGLE, 0},
@@ -128,7 +120,7 @@ TEST(Compute, ThresholdWithoutIntegratorsIsStoredForLaterOnes) {
 
 TEST(Compute, ReportsUnderVerbosityOnly) {
     FlicVectorField field = vortexSaddle(17, 17);
-    FlicImage texture = noise(32, 32, 1, 7), output, mask(5, 5), seedMap;
+    FlicImage texture = noiseImage(32, 32, 1, 7), output, mask(5, 5), seedMap;
     const auto& infos = MessageCapture::infos();
     {
         MessageCapture capture(1);
@@ -160,8 +152,8 @@ TEST(Compute, ReportsUnderVerbosityOnly) {
         FlicImage fieldMask(17, 17);
         engine.setFilterLength(0.4f);
         ASSERT_EQ(engine.compute(&field, &texture, &output, &fieldMask, &seedMap), 1);
-        EXPECT_EQ(std::make_pair(bytes(output), bytes(seedMap)),
-                  std::make_pair(bytes(texture), Bytes(32 * 32, 1)));
+        EXPECT_EQ(std::make_pair(imageBytes(output), imageBytes(seedMap)),
+                  std::make_pair(imageBytes(texture), Bytes(32 * 32, 1)));
         ASSERT_EQ(infos.size(), 4u);
         EXPECT_EQ(infos[1], "FLIC info: total number of field lines = 0");
         EXPECT_EQ(infos[2], "FLIC info: average number of hits per pixel = 0.00");
@@ -178,7 +170,7 @@ TEST(Compute, ZeroVectorsSeedNoLine) {
     // On a zero field every cell becomes a seed, no line is traced, the output is black and
     // the seed map holds the mask's value at each pixel's last seed (for S = 2 cell (1, 1)).
     FlicVectorField field = uniformField(8, 6, 0, 0);
-    FlicImage texture = noise(14, 10, 1, 9), mask(8, 6);
+    FlicImage texture = noiseImage(14, 10, 1, 9), mask(8, 6);
     for (int i = 0; i < 48; i++)
         mask.data[i] = static_cast<unsigned char>(10 + i); // never 1, the unseeded value
     for (int seeding = 0; seeding < 3; seeding++)
@@ -189,11 +181,11 @@ TEST(Compute, ZeroVectorsSeedNoLine) {
             FlicImage output, seedMap;
             ASSERT_EQ(engine.compute(&field, &texture, &output, &mask, &seedMap), 1);
             EXPECT_EQ(std::tie(engine.numFieldLines, engine.totalHits), std::make_tuple(0, 0));
-            EXPECT_EQ(bytes(output), Bytes(14 * 10, 0));
+            EXPECT_EQ(imageBytes(output), Bytes(14 * 10, 0));
             reference::Settings s;
             s.seeding = seeding;
             s.numSubPixels = subPixels;
-            EXPECT_EQ(bytes(seedMap), reference::Lic(s, field, texture).run(&mask).seedMap);
+            EXPECT_EQ(imageBytes(seedMap), reference::Lic(s, field, texture).run(&mask).seedMap);
         }
 
     // Seeds in the last column or row interpolate towards the mirrored neighbour: on nodes
@@ -217,8 +209,9 @@ TEST(Compute, MatchesTheLiteralComputationByteForByte) {
     FlicVectorField circles = rotationField(19, 9), holes = holesField(25, 21);
     // Lines over the small textures run on for many texture periods past their borders.
     FlicVectorField slant = uniformField(4, 4, 1.0f, 0.37f), swirl = rotationField(5, 2);
-    FlicImage grey = noise(48, 40, 1, 11), odd = noise(37, 29, 1, 12), rgb = noise(30, 26, 3, 13);
-    FlicImage small = noise(12, 9, 1, 17), colour = noise(7, 11, 3, 18);
+    FlicImage grey = noiseImage(48, 40, 1, 11), odd = noiseImage(37, 29, 1, 12),
+              rgb = noiseImage(30, 26, 3, 13);
+    FlicImage small = noiseImage(12, 9, 1, 17), colour = noiseImage(7, 11, 3, 18);
     const std::pair<FlicVectorField*, FlicImage*> inputs[] = {
         {&smooth, &grey}, {&coarse, &odd},  {&circles, &rgb}, {&holes, &grey},  {&smooth, &odd},
         {&holes, &rgb},   {&slant, &small}, {&swirl, &small}, {&slant, &colour}};
@@ -244,7 +237,7 @@ TEST(Compute, MatchesTheLiteralComputationByteForByte) {
 }
 
 TEST(Compute, HostileInputsNeitherCrashNorHang) {
-    FlicImage texture = noise(40, 40, 1, 4), output;
+    FlicImage texture = noiseImage(40, 40, 1, 4), output;
     for (int integrator = 0; integrator < 3; integrator++)
         for (float value : {NaN, Inf, -Inf, 1e30f, -1e38f, 1e-30f, 0.0f}) {
             FlicVectorField field = vortexSaddle(21, 21);
@@ -280,7 +273,7 @@ TEST(Compute, HostileInputsNeitherCrashNorHang) {
 TEST(Compute, RejectsUnusableInputs) {
     MessageCapture capture(0);
     FlicVectorField field = vortexSaddle(9, 9), thin = uniformField(1, 9, 1, 0);
-    FlicImage texture = noise(16, 16, 1, 1), empty, output(3, 3, 1);
+    FlicImage texture = noiseImage(16, 16, 1, 1), empty, output(3, 3, 1);
     output.clear(5);
     FlicCompute engine;
     EXPECT_EQ(engine.compute(nullptr, &texture, &output), 0);
@@ -334,7 +327,7 @@ TEST(Compute, ResourcesCheckedBeforeTheWork) {
 
 TEST(Compute, ValuesOutsideTheEnumerationsActAsBoxAndBilinear) {
     FlicVectorField field = vortexSaddle(9, 9);
-    FlicImage texture = noise(24, 20, 1, 8);
+    FlicImage texture = noiseImage(24, 20, 1, 8);
     auto run = [&](int kernel, int interpolation) {
         FlicCompute engine;
         engine.setFilterLength(6);
@@ -342,7 +335,7 @@ TEST(Compute, ValuesOutsideTheEnumerationsActAsBoxAndBilinear) {
         engine.setInterpolationMethod(static_cast<FlicCompute::InterpolationMethod>(interpolation));
         FlicImage output;
         EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
-        return bytes(output);
+        return imageBytes(output);
     };
     for (int kernel : {7, -1})
         EXPECT_EQ(run(kernel, 1), run(FlicCompute::BOX, 1)) << kernel;
@@ -363,13 +356,13 @@ TEST(Compute, QuasiRandomSeedingOnTexturesOnePixelWideOrHigh) {
         texture->clear(200);
         ASSERT_EQ(engine.compute(field, texture, &output), 1);
         EXPECT_GT(engine.numFieldLines, 0);
-        EXPECT_EQ(bytes(output), Bytes(6, 200));
+        EXPECT_EQ(imageBytes(output), Bytes(6, 200));
     }
 }
 
 TEST(Compute, TextureLookupsWrapPeriodically) {
     // Periods 4 x 3 and 2 x 4: the last column and row are only right and upper neighbours.
-    FlicImage grey = noise(5, 4, 1, 6), rgb = noise(3, 5, 3, 7);
+    FlicImage grey = noiseImage(5, 4, 1, 6), rgb = noiseImage(3, 5, 3, 7);
     int v, w, bilinear[3], constant[3];
     // Ordinary coordinates, whole periods included, agree with the plain wrap loops.
     for (float x = -300.0f; x < 300.0f; x += 0.37f) {

@@ -12,15 +12,10 @@
 
 using testutil::makeField;
 using testutil::MessageCapture;
+using testutil::noiseImage;
 using testutil::uniformField;
 
 namespace {
-
-FlicImage noise(int width, int height, int seed) {
-    FlicImage image(width, height, 1);
-    image.createRandom(0, seed);
-    return image;
-}
 
 int at(const FlicImage& image, int x, int y) {
     return image.data[y * image.bytesPerLine + x];
@@ -81,7 +76,7 @@ double alongFlow(const FlicImage& image, int shift) {
 
 TEST(Modes, ClosedBordersEndLinesAndKeepTheContrast) {
     FlicVectorField field = uniformField(33, 25, 1.0f, 0.0f);
-    FlicImage texture = noise(160, 120, 3);
+    FlicImage texture = noiseImage(160, 120, 1, 3);
     FlicCompute periodic, closed;
     closed.setBorders(FlicCompute::CLOSED, FlicCompute::PERIODIC);
     FlicImage wrapped, ended;
@@ -139,7 +134,7 @@ TEST(Modes, NoDataDiscStaysEmptyWithNormalContrastAroundIt) {
         if (dx * dx + dy * dy < 100) return Vec2f{NaN, NaN};
         return Vec2f{1.0f, 0.2f * std::sin(y * 0.2f)};
     });
-    FlicImage texture = noise(256, 256, 5);
+    FlicImage texture = noiseImage(256, 256, 1, 5);
     FlicCompute engine;
     engine.setNoData(1);
     FlicImage output, covered;
@@ -190,7 +185,7 @@ TEST(Modes, OrientationFieldsIgnoreTheSignOfTheirVectors) {
             flipped.vectors()[k].x = -flipped.vectors()[k].x;
             flipped.vectors()[k].y = -flipped.vectors()[k].y;
         }
-    FlicImage texture = noise(192, 192, 8);
+    FlicImage texture = noiseImage(192, 192, 1, 8);
     for (bool midpoint : {false, true}) {
         FlicImage a, b, plain;
         FlicCompute one, two, without;
@@ -211,7 +206,7 @@ TEST(Modes, OrientationFieldsIgnoreTheSignOfTheirVectors) {
 
 TEST(Modes, PassesLengthenStreaksAndSettingsAreChecked) {
     FlicVectorField field = uniformField(33, 25, 1.0f, 0.0f);
-    FlicImage texture = noise(128, 96, 2);
+    FlicImage texture = noiseImage(128, 96, 1, 2);
     FlicCompute one, two;
     two.setPasses(2);
     FlicImage once, twice;

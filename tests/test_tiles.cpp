@@ -15,22 +15,14 @@
 #include <tuple>
 #include <vector>
 
+using testutil::imageBytes;
 using testutil::makeField;
 using testutil::MessageCapture;
+using testutil::noiseImage;
 using testutil::vortexSaddle;
 using Bytes = std::vector<unsigned char>;
 
 namespace {
-
-FlicImage noise(int width, int height, int channels, int seed) {
-    FlicImage image(width, height, channels);
-    image.createRandom(0, seed);
-    return image;
-}
-
-Bytes bytes(const FlicImage& image) {
-    return Bytes(image.data, image.data + image.width * image.height * image.nChannels);
-}
 
 // The vortex-saddle field with a row of zero nodes and a NaN node.
 FlicVectorField holesField(int width, int height) {
@@ -60,8 +52,8 @@ Outcome run(FlicVectorField& field, FlicImage& texture, int tile, int threads, i
     FlicImage output, seedMap, coverage;
     engine.setCoverageImage(&coverage);
     EXPECT_EQ(engine.compute(&field, &texture, &output, mask, mask ? &seedMap : nullptr), 1);
-    return Outcome{bytes(output), mask ? bytes(seedMap) : Bytes(), engine.numFieldLines,
-                   engine.totalHits, bytes(coverage)};
+    return Outcome{imageBytes(output), mask ? imageBytes(seedMap) : Bytes(), engine.numFieldLines,
+                   engine.totalHits, imageBytes(coverage)};
 }
 
 // The hit counters (entries first .. end - 1) of records of `stride` ints.
@@ -85,7 +77,7 @@ TEST(Tiles, OneTileAsLargeAsThePictureIsTheSerialEngine) {
     for (int channels : {1, 3})
         for (int seeding : {0, 1, 2})
             for (int S : {1, 2}) {
-                FlicImage texture = noise(70, 61, channels, 3);
+                FlicImage texture = noiseImage(70, 61, channels, 3);
                 Outcome serial = run(field, texture, 0, 1, seeding, S);
                 Outcome tiled = run(field, texture, 128, 2, seeding, S);
                 EXPECT_TRUE(same(serial, tiled))
@@ -98,7 +90,7 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
     fields.push_back(vortexSaddle(33, 29));
     fields.push_back(holesField(33, 29));
     fields.push_back(makeField(33, 29, [](float x, float y) { return Vec2f{y - 14, x - 16}; }));
-    FlicImage mask = noise(33, 29, 1, 9);
+    FlicImage mask = noiseImage(33, 29, 1, 9);
     // An extension of 24 steps gives these fields a halo of 27 pixels, wider than half of every
     // tile here: windows of tiles that run at once may meet, so each tile has records of its
     // own. With 8 steps (halo 11) the windows of such tiles stay apart from tiles of 22 pixels
@@ -113,7 +105,7 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
         std::string label = "case field " + std::to_string(c.field) + " seeding " +
                             std::to_string(c.seeding) + " S " + std::to_string(c.S) + " tile " +
                             std::to_string(c.tile) + " extension " + std::to_string(c.extension);
-        FlicImage texture = noise(97, 83, c.channels, 5);
+        FlicImage texture = noiseImage(97, 83, c.channels, 5);
         FlicVectorField& field = fields[c.field];
         Outcome one = run(field, texture, c.tile, 1, c.seeding, c.S, &mask, c.extension);
         EXPECT_NE(one.image, run(field, texture, 0, 1, c.seeding, c.S, &mask, c.extension).image)
@@ -171,7 +163,7 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
         ASSERT_EQ(FlicCompute::normalizeRecords(records.data(), texture.width, texture.height,
                                                 c.S * c.S, c.channels, &picture, &hits),
                   1);
-        EXPECT_EQ(bytes(picture), one.image) << label;
+        EXPECT_EQ(imageBytes(picture), one.image) << label;
         EXPECT_EQ(std::tie(lines, hits), std::tie(one.lines, one.hits)) << label;
         // Every hit of every window and overflow entry reaches the picture.
         EXPECT_EQ(partialHits, hits) << label;
@@ -183,7 +175,7 @@ TEST(Tiles, ThreadsAndTasksGiveTheSameBytes) {
 // nothing read or written out of place.
 TEST(Tiles, PartialsThatDoNotFitTheirPictureAreRefused) {
     FlicVectorField field = vortexSaddle(33, 29);
-    FlicImage texture = noise(97, 83, 1, 5);
+    FlicImage texture = noiseImage(97, 83, 1, 5);
     FlicCompute engine;
     engine.setTileSize(32);
     engine.setFilterLength(8);
@@ -298,7 +290,7 @@ TEST(Tiles, NoSeamsAtTileBorders) {
     FlicVectorField field = makeField(65, 65, [](float x, float y) {
         return Vec2f{cosf(y * 0.05f) + 0.3f, sinf(x * 0.04f)};
     });
-    FlicImage texture = noise(256, 256, 1, 2);
+    FlicImage texture = noiseImage(256, 256, 1, 2);
     FlicCompute engine;
     engine.setTileSize(64);
     engine.setNumThreads(2);
@@ -374,7 +366,7 @@ TEST(Tiles, RowBandsAreNormalisedOnceTheTilesThatMeetThemAreMerged) {
 
 TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
     FlicVectorField field = vortexSaddle(33, 29);
-    FlicImage texture = noise(300, 280, 1, 4);
+    FlicImage texture = noiseImage(300, 280, 1, 4);
     FlicCompute engine;
     engine.setTileSize(16);
     engine.setNumThreads(3);
@@ -434,7 +426,7 @@ TEST(Tiles, ProgressFromTheCallingThreadAndCheckedSettings) {
 // phases, and the halo is the lines' reach.
 TEST(Tiles, LayoutFromSizesMatchesThePhasesOfTheInputs) {
     FlicVectorField field = vortexSaddle(33, 25);
-    FlicImage texture = noise(300, 200, 1, 4);
+    FlicImage texture = noiseImage(300, 200, 1, 4);
     FlicCompute engine;
     engine.setTileSize(64);
     std::vector<int> phases, planned;
@@ -517,7 +509,7 @@ LaneRun laneRun(FlicVectorField& field, FlicImage& texture, int lanes, int threa
     configure(engine);
     FlicImage output;
     EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
-    return LaneRun{bytes(output), engine.numFieldLines, engine.totalHits, engine.tracedPoints};
+    return LaneRun{imageBytes(output), engine.numFieldLines, engine.totalHits, engine.tracedPoints};
 }
 
 } // namespace
@@ -574,7 +566,7 @@ TEST(Tiles, SimdLanesGiveTheScalarTracersBytes) {
     for (size_t f = 0; f < fields.size(); f++)
         for (const Case& c : cases) {
             std::string label = std::string(c.name) + ", field " + std::to_string(f);
-            FlicImage texture = noise(97, 83, c.channels, 5);
+            FlicImage texture = noiseImage(97, 83, c.channels, 5);
             LaneRun scalar = laneRun(fields[f], texture, 1, 1, c.configure);
             EXPECT_GT(scalar.points, 10LL * scalar.lines) << label;
             for (int lanes : {0, 4, 8, 16})
@@ -589,7 +581,7 @@ TEST(Tiles, SimdLanesGiveTheScalarTracersBytes) {
         }
 
     // Animation frames from one trace, and a tile as large as the picture (the serial bytes).
-    FlicImage texture = noise(97, 83, 1, 6);
+    FlicImage texture = noiseImage(97, 83, 1, 6);
     FlicImage frames[2][3];
     for (int lanes : {1, 0}) {
         FlicCompute engine;
@@ -598,14 +590,14 @@ TEST(Tiles, SimdLanesGiveTheScalarTracersBytes) {
         ASSERT_EQ(engine.computeFrames(&fields[1], &texture, 3, frames[lanes == 0 ? 1 : 0]), 1);
     }
     for (int k = 0; k < 3; k++)
-        EXPECT_EQ(bytes(frames[0][k]), bytes(frames[1][k])) << "frame " << k;
+        EXPECT_EQ(imageBytes(frames[0][k]), imageBytes(frames[1][k])) << "frame " << k;
     for (FlicVectorField& field : fields) {
         FlicCompute serial, whole;
         whole.setTileSize(128);
         FlicImage a, b;
         ASSERT_EQ(serial.compute(&field, &texture, &a), 1);
         ASSERT_EQ(whole.compute(&field, &texture, &b), 1);
-        EXPECT_EQ(bytes(a), bytes(b));
+        EXPECT_EQ(imageBytes(a), imageBytes(b));
         EXPECT_EQ(serial.tracedPoints, whole.tracedPoints);
     }
 }
@@ -614,7 +606,7 @@ TEST(Tiles, SimdLanesGiveTheScalarTracersBytes) {
 // fall back to the scalar tracer with the same bytes, and widths are brought to those offered.
 TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
     FlicVectorField field = vortexSaddle(33, 29);
-    FlicImage texture = noise(97, 83, 1, 5);
+    FlicImage texture = noiseImage(97, 83, 1, 5);
     auto report = [&](int lanes, bool euler, Bytes* image = nullptr) {
         FlicCompute engine;
         engine.setTileSize(16);
@@ -624,7 +616,7 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
         FlicImage output;
         MessageCapture capture;
         EXPECT_EQ(engine.compute(&field, &texture, &output), 1);
-        if (image) *image = bytes(output);
+        if (image) *image = imageBytes(output);
         for (const std::string& text : MessageCapture::infos())
             if (text.find("tiled mode") != std::string::npos) return text;
         return std::string("<no report>");
@@ -652,7 +644,7 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
     // most 3 tiles at once, the scalar tracer's bytes; on two threads, whose windows share the
     // budget, and with 2 x 2 sub-pixels (7 MB), the scalar tracer itself.
     FlicVectorField wide = vortexSaddle(65, 65);
-    FlicImage colours = noise(512, 512, 3, 8);
+    FlicImage colours = noiseImage(512, 512, 3, 8);
     auto large = [&](int lanes, int S, int threads, Bytes* image) {
         FlicCompute engine;
         engine.setTileSize(256);
@@ -664,7 +656,7 @@ TEST(Tiles, SimdLanesReportedWithTheirFallbacks) {
         FlicImage output;
         MessageCapture capture;
         EXPECT_EQ(engine.compute(&wide, &colours, &output), 1);
-        *image = bytes(output);
+        *image = imageBytes(output);
         for (const std::string& text : MessageCapture::infos())
             if (text.find("tiled mode") != std::string::npos) return text;
         return std::string("<no report>");
@@ -735,7 +727,7 @@ TEST(Tiles, TilesFromFieldWindowsEqualTilesFromTheWholeField) {
     FlicVectorField field = makeField(161, 121, [](float x, float y) {
         return Vec2f{cosf(y * 0.07f) + 0.2f, sinf(x * 0.05f) - 0.1f * cosf(y * 0.03f)};
     });
-    FlicImage grey = noise(200, 150, 1, 8), colour = noise(200, 150, 3, 9);
+    FlicImage grey = noiseImage(200, 150, 1, 8), colour = noiseImage(200, 150, 3, 9);
     struct Case {
         const char* name;
         void (*configure)(FlicCompute&);

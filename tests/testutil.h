@@ -120,6 +120,19 @@ inline FlicImage greyImage(int width, int height, const std::vector<int>& values
     return makeImage(width, height, 1, values);
 }
 
+// A width x height noise image: createRandom's bytes from `seed`.
+inline FlicImage noiseImage(int width, int height, int channels, int seed) {
+    FlicImage image(width, height, channels);
+    image.createRandom(0, seed);
+    return image;
+}
+
+// The bytes of a whole image as they lie in its buffer, for comparing pictures byte for byte.
+inline std::vector<unsigned char> imageBytes(const FlicImage& image) {
+    return std::vector<unsigned char>(image.data,
+                                      image.data + image.width * image.height * image.nChannels);
+}
+
 // The pixel bytes row by row: nChannels * width bytes of each row, rows bytesPerLine apart.
 inline std::vector<int> pixelBytes(const FlicImage& image) {
     std::vector<int> out;
