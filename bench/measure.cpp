@@ -44,11 +44,13 @@ BenchArgs::BenchArgs(int argc, char** argv)
     : arguments(argv + 1, argv + std::max(argc, 1)), used(arguments.size(), false) {}
 
 // The index of `name` among the arguments (and of its value, the next one), marked used; -1
-// when it is not given. A value missing at the end is a problem.
+// when it is not given. A value missing at the end, or the name given twice, is a problem.
 int BenchArgs::find(const char* name, bool takesValue) {
     for (size_t i = 0; i < arguments.size(); i++) {
         if (used[i] || strcmp(arguments[i], name) != 0) continue;
         used[i] = true;
+        for (size_t later = i + 1; later < arguments.size(); later++)
+            if (strcmp(arguments[later], name) == 0) problem = std::string(name) + " given twice";
         if (!takesValue) return static_cast<int>(i);
         if (i + 1 == arguments.size()) {
             problem = std::string(name) + " needs a value";
