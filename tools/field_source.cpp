@@ -30,6 +30,19 @@ const BuiltIn builtIns[] = {{"circle", SOURCE_CIRCLE},
                             {"brusselator", SOURCE_BRUSSELATOR},
                             {"dipole", SOURCE_DIPOLE}};
 
+// The built-in fields' names, as a list for messages.
+std::string builtInNames() {
+    std::string names;
+    for (const BuiltIn& builtIn : builtIns)
+        names += (names.empty() ? "" : ", ") + std::string(builtIn.name);
+    return names;
+}
+
+// A source with neither a folder nor an extension was most likely meant as a built-in field.
+bool looksLikeName(const std::string& source) {
+    return !source.empty() && source.find_first_of("/.") == std::string::npos;
+}
+
 // A file whose content is none of the known kinds is read as its extension suggests, so the
 // reader reports what is wrong with it.
 SourceKind kindByExtension(const std::string& path) {
@@ -222,6 +235,11 @@ bool loadScalarField(const FieldRequest& request, SourceKind kind, FlicScalarFie
 
 bool loadVectorField(const FieldRequest& request, SourceKind kind, FlicVectorField& vectors) {
     if (kind == SOURCE_MISSING_FILE) {
+        if (looksLikeName(request.source)) {
+            failure("%s: no such file, and no built-in field of that name (%s)",
+                    request.source.c_str(), builtInNames().c_str());
+            return false;
+        }
         FILE* file = fopen(request.source.c_str(), "rb"); // sets errno for the report
         if (file) fclose(file);
         flic_ioerror(request.source.c_str(), nullptr);

@@ -214,6 +214,10 @@ TEST_F(CliFiles, MissingAndMalformedFilesFailWithOneAndNameTheFile) {
         std::string arguments, file, message;
     } cases[] = {
         {"lic " + q("none.vec") + out, "none.vec", "No such file"},
+        {"lic vortex" + out, "vortex",
+         "no such file, and no built-in field of that name (circle, saddle, linear, "
+         "brusselator, dipole)"},
+        {"field vortex" + out, "vortex", "no built-in field of that name"},
         {"lic " + q("size.vec") + out, "size.vec", "illegal vector field dimensions"},
         {"lic " + q("short.vec") + out, "short.vec", "ends after 10 of 32 values"},
         {"lic " + q("values.sca") + out, "values.sca", "illegal or missing scalar values"},
